@@ -1,0 +1,57 @@
+// The small formulas that several engines share: the random generator, ring sizes, the decay law and
+// number conversions with a defined result.
+#ifndef BRISEL_CORE_NETWORK_MATH_H
+#define BRISEL_CORE_NETWORK_MATH_H
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+namespace brisel {
+
+inline constexpr uint64_t kDefaultSeed = 0xc0ffee5c00b1e000;
+
+// Marsaglia's 64-bit xorshift generator, shift triple 13, 7, 17 ("Xorshift RNGs", 2003). A state of
+// 0 stays 0, hence the default seed.
+struct Xorshift64 {
+    uint64_t state;
+
+    static constexpr Xorshift64 seeded(uint64_t seed) { return {seed != 0 ? seed : kDefaultSeed}; }
+
+    constexpr uint64_t next() {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        return state;
+    }
+};
+
+constexpr bool is_power_of_two(uint32_t n) { return n != 0 && (n & (n - 1)) == 0; }
+
+// The smallest power of two above `delay`, at least `least` (itself a power of two). Delays below
+// 2^31 only.
+constexpr uint32_t ring_size_above(uint32_t delay, uint32_t least = 1) {
+    uint32_t size = least;
+    while (size <= delay) size <<= 1;
+    return size;
+}
+
+// Decay law: a loop of `samples` samples gets the gain base^samples, so that it falls by 60 dB in
+// t60 seconds.
+inline double decay_base(double sample_rate, double t60) {
+    return std::pow(10.0, -3.0 / (sample_rate * t60));
+}
+
+// Truncation toward zero; NaN and values outside the range give the most negative integer, as the
+// processor's own conversion does.
+template <typename Float>
+constexpr int32_t truncate_to_int32(Float x) {
+    constexpr Float kLimit = Float(2147483648.0);
+    if (x > -kLimit - Float(1) && x < kLimit) return static_cast<int32_t>(x);
+    return std::numeric_limits<int32_t>::min();
+}
+
+} // namespace brisel
+
+#endif
