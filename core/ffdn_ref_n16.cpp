@@ -21,6 +21,7 @@
 #include <brisel/ffdn_defaults_n16.h>
 #include <brisel/fwht_ref.h>
 
+#include "core/aligned_memory.h"
 #include "core/network_math.h"
 
 namespace {
@@ -29,11 +30,6 @@ namespace {
 
 float* allocate_silence(size_t samples) {
     return static_cast<float*>(std::calloc(samples, sizeof(float)));
-}
-
-void release(float*& ring) {
-    std::free(ring);
-    ring = nullptr;
 }
 
 // Samples on a line's way once around the loop: its main delay and its delay in every stage.
@@ -191,8 +187,8 @@ int32_t ffdn_n16_init(ffdn_n16* f, const int32_t* delays, const int32_t* buffer_
 
 void ffdn_n16_free(ffdn_n16* f) {
     if (f == nullptr) return;
-    for (float*& ring : f->line_buf) release(ring);
-    for (ffdn_n16_stage& stage : f->stages) release(stage.ring);
+    for (float*& ring : f->line_buf) brisel::release(ring);
+    for (ffdn_n16_stage& stage : f->stages) brisel::release(stage.ring);
 }
 
 // ---- Cascade ------------------------------------------------------------------------------------
@@ -243,7 +239,7 @@ int32_t ffdn_n16_set_post_delays(ffdn_n16* f, const int32_t* post_delays, int32_
 
 void ffdn_n16_clear_cascade(ffdn_n16* f) {
     for (ffdn_n16_stage& stage : f->stages) {
-        release(stage.ring);
+        brisel::release(stage.ring);
         stage = {};
     }
     f->stage_count = 0;
@@ -252,16 +248,15 @@ void ffdn_n16_clear_cascade(ffdn_n16* f) {
 // ---- Decay and gains ----------------------------------------------------------------------------
 
 int32_t ffdn_n16_set_two_band_t60(ffdn_n16* f, int32_t sample_rate, float t60_low, float t60_high) {
-    if (f == nullptr || t60_low <= 0.0f || t60_high <= 0.0f || sample_rate < 1) return -1;
+    if (f == nullptr || !(t60_low > 0.0f) || !(t60_high > 0.0f) || sample_rate < 1) return -1;
     const double base_low = brisel::decay_base(sample_rate, t60_low);
     const double base_high = brisel::decay_base(sample_rate, t60_high);
     for (int line = 0; line < BRISEL_LINES; ++line) {
-        // b0 / (1 - a1) = g_low at 0 Hz, b0 / (1 + a1) = g_high at half the sample rate.
-        const double g_low = std::pow(base_low, loop_length(*f, line));
-        const double g_high = std::pow(base_high, loop_length(*f, line));
-        const double r = g_low / g_high;
-        f->shelf_b0[line] = static_cast<float>(2.0 * g_low / (r + 1.0));
-        f->shelf_a1[line] = static_cast<float>((r - 1.0) / (r + 1.0));
+        const int32_t samples = loop_length(*f, line);
+        const brisel::ShelfGains shelf =
+            brisel::two_band_shelf(std::pow(base_low, samples), std::pow(base_high, samples));
+        f->shelf_b0[line] = shelf.b0;
+        f->shelf_a1[line] = shelf.a1;
         f->shelf_state[line] = 0.0f;
     }
     f->two_band = 1;

@@ -27,7 +27,9 @@ struct Xorshift64 {
     }
 };
 
-constexpr bool is_power_of_two(uint32_t n) { return n != 0 && (n & (n - 1)) == 0; }
+constexpr bool is_power_of_two(uint32_t n) {
+    return n != 0 && (n & (n - 1)) == 0;
+}
 
 // The smallest power of two above `delay`, at least `least` (itself a power of two). Delays below
 // 2^31 only.
@@ -41,6 +43,21 @@ constexpr uint32_t ring_size_above(uint32_t delay, uint32_t least = 1) {
 // t60 seconds.
 inline double decay_base(double sample_rate, double t60) {
     return std::pow(10.0, -3.0 / (sample_rate * t60));
+}
+
+// One-pole decay filter y[t] = b0 x[t] + a1 y[t-1] with gain g_low at 0 Hz and g_high at half the
+// sample rate.
+struct ShelfGains {
+    float b0;
+    float a1;
+};
+
+inline ShelfGains two_band_shelf(double g_low, double g_high) {
+    // Gains below the smallest double leave no ratio; such a line returns nothing.
+    if (g_high == 0.0) return {0.0f, 0.0f};
+    const double r = g_low / g_high;
+    if (std::isinf(r)) return {0.0f, 0.0f};
+    return {static_cast<float>(2.0 * g_low / (r + 1.0)), static_cast<float>((r - 1.0) / (r + 1.0))};
 }
 
 // Truncation toward zero; NaN and values outside the range give the most negative integer, as the

@@ -26,8 +26,8 @@ void fdn_delay_block_write_n16_avx2(float* ring, uint32_t* lines, const float* b
     for (uint32_t line = 0; line < BRISEL_LINES; ++line) {
         const uint32_t mask = lines[kMask + line];
         uint32_t& wpos = lines[kWpos + line];
-        brisel::copy_to_ring(ring + lines[kOffset + line], mask + 1, wpos,
-                             block + size_t{line} * n, n);
+        brisel::copy_to_ring(ring + lines[kOffset + line], mask + 1, wpos, block + size_t{line} * n,
+                             n);
         wpos = (wpos + n) & mask;
     }
 }

@@ -46,8 +46,8 @@ void ffdn_mix_in_jot_n16_avx2(float* dst, const float* src, float* shelf, const 
         const __m256 tile = _mm256_loadu_ps(x + t);
         for (uint32_t g = 0; g < 2; ++g) {
             const size_t at = size_t{8} * g * n + t;
-            state[g] = filter_tile(dst + at, src + at, n, b0[g], a1[g], state[g], in_gain + 8 * g,
-                                   tile);
+            state[g] =
+                filter_tile(dst + at, src + at, n, b0[g], a1[g], state[g], in_gain + 8 * g, tile);
         }
     }
     _mm256_storeu_ps(shelf + kState, state[0]);

@@ -11,8 +11,7 @@ void ffdn_mix_in_n16_avx2(float* dst, const float* src, const float* gain, const
         const size_t row = size_t{line} * n;
         for (uint32_t t = 0; t + 8 <= n; t += 8) {
             const __m256 decayed = _mm256_mul_ps(_mm256_loadu_ps(src + row + t), g);
-            _mm256_storeu_ps(dst + row + t,
-                             _mm256_fmadd_ps(b, _mm256_loadu_ps(x + t), decayed));
+            _mm256_storeu_ps(dst + row + t, _mm256_fmadd_ps(b, _mm256_loadu_ps(x + t), decayed));
         }
     }
 }

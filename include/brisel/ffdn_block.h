@@ -133,8 +133,8 @@ BRISEL_API int32_t ffdn_block_n16_set_two_band_t60(ffdn_block_n16* e, int32_t sa
  * Returns   0, or -1 with nothing changed.
  * Thread    [any-thread]. */
 BRISEL_API int32_t ffdn_block_n16_set_modulation(ffdn_block_n16* e, int32_t depth,
-                                                 int32_t sample_rate, uint64_t seed,
-                                                 float rate_min, float rate_max);
+                                                 int32_t sample_rate, uint64_t seed, float rate_min,
+                                                 float rate_max);
 
 /* Advances the modulation by n samples and rewrites line_delay; the process calls do this by
  * themselves.

@@ -73,8 +73,8 @@ BRISEL_API int32_t ffdn_n16_set_cascade(ffdn_n16* f, int32_t K, const int32_t* s
                                         int32_t sample_rate, float t60);
 
 /* ffdn_n16_set_cascade with the delays of ffdn_n16_default_vfm_params; vfm_density in (0, 1]. */
-BRISEL_API int32_t ffdn_n16_set_vfm(ffdn_n16* f, uint32_t K, uint64_t vfm_seed,
-                                    int32_t sample_rate, float vfm_density, float t60);
+BRISEL_API int32_t ffdn_n16_set_vfm(ffdn_n16* f, uint32_t K, uint64_t vfm_seed, int32_t sample_rate,
+                                    float vfm_density, float t60);
 
 /* Replaces the cascade by one stage of the given delays, int32_t[16], 0 .. 65536 samples; null or all
  * 0: no stage at all. Returns and thread as ffdn_n16_set_cascade. */

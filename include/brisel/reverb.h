@@ -28,16 +28,16 @@ typedef struct qv_reverb_params {
     float size;             /* seconds, delay of the shortest line, 0 < size <= 0.5; default 0.04 */
     float t60;              /* seconds, decay time, > 0; default 2 */
     int32_t cascade_stages; /* stages K of the feedback matrix, 0 .. 3; default 2 */
-    float t60_high;         /* seconds, decay time at half the sample rate, >= 0, 0 for none; def. 0 */
-    float damp;             /* 0 .. 1; > 0 replaces t60_high by t60 * 0.1^damp; default 0.3 */
-    float mix;              /* 0 (dry) .. 1 (wet); default 0.3 */
-    float width;            /* 0 (mono) .. 1; default 0.8 */
-    uint32_t modulate;      /* nonzero: slow delay modulation; default 1 */
-    uint32_t er_enable;     /* nonzero: early reflections; default 0 */
-    float er_size;          /* seconds, latest reflection, 0.005 < er_size <= 0.5; default 0.06 */
-    float er_level;         /* linear gain, >= 0; default 0.5 (both looked at only if er_enable) */
-    float eq_low_db;        /* dB, low shelf at 250 Hz, -24 .. 24; default 0 */
-    float eq_high_db;       /* dB, high shelf at 4500 Hz, -24 .. 24; default 0 */
+    float t60_high;     /* seconds, decay time at half the sample rate, >= 0, 0 for none; def. 0 */
+    float damp;         /* 0 .. 1; > 0 replaces t60_high by t60 * 0.1^damp; default 0.3 */
+    float mix;          /* 0 (dry) .. 1 (wet); default 0.3 */
+    float width;        /* 0 (mono) .. 1; default 0.8 */
+    uint32_t modulate;  /* nonzero: slow delay modulation; default 1 */
+    uint32_t er_enable; /* nonzero: early reflections; default 0 */
+    float er_size;      /* seconds, latest reflection, 0.005 < er_size <= 0.5; default 0.06 */
+    float er_level;     /* linear gain, >= 0; default 0.5 (both looked at only if er_enable) */
+    float eq_low_db;    /* dB, low shelf at 250 Hz, -24 .. 24; default 0 */
+    float eq_high_db;   /* dB, high shelf at 4500 Hz, -24 .. 24; default 0 */
 } qv_reverb_params;
 
 /* The object, made by qv_reverb_create only (its allocation is longer than this record). For

@@ -1,0 +1,248 @@
+// The block engine's configuration: storage, cascade, decay, modulation, gains. Processing is in
+// ffdn_block_process.cpp.
+#include "brisel/ffdn_block.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <numbers>
+
+#include "brisel/fdn_delay_stage_ref.h"
+#include "brisel/ffdn_defaults_n16.h"
+#include "core/aligned_memory.h"
+#include "core/ffdn_block_storage.h"
+#include "core/network_math.h"
+
+// The delay kernels take the first four arrays as one, the two-band kernel the three shelf arrays,
+// the stereo output kernel the pair of direct gains.
+static_assert(offsetof(ffdn_block_n16, line_mask) == 16 * sizeof(uint32_t));
+static_assert(offsetof(ffdn_block_n16, line_delay) == 32 * sizeof(uint32_t));
+static_assert(offsetof(ffdn_block_n16, line_wpos) == 48 * sizeof(uint32_t));
+static_assert(offsetof(ffdn_block_n16, shelf_a1) ==
+              offsetof(ffdn_block_n16, shelf_b0) + 16 * sizeof(float));
+static_assert(offsetof(ffdn_block_n16, shelf_state) ==
+              offsetof(ffdn_block_n16, shelf_b0) + 32 * sizeof(float));
+static_assert(offsetof(ffdn_block_n16, direct_right) ==
+              offsetof(ffdn_block_n16, direct_left) + sizeof(float));
+
+namespace {
+
+constexpr uint32_t kShortestStageRing = 16;
+constexpr int32_t kModulationMargin = 32; // samples between a line's delay and the depth
+
+// Samples of line i's whole loop.
+int32_t loop_length(const ffdn_block_n16& e, int line) {
+    uint32_t length = e.line_delay[line];
+    for (int32_t s = 0; s < e.stage_count; ++s) length += e.stages[s].delays[line];
+    return static_cast<int32_t>(length);
+}
+
+// No stages and no two-band decay.
+void tear_down_cascade(ffdn_block_n16& e) {
+    ffdn_block_n16_clear_cascade(&e);
+    e.two_band = 0;
+    for (int i = 0; i < BRISEL_LINES; ++i) e.shelf_b0[i] = e.shelf_a1[i] = e.shelf_state[i] = 0.0f;
+}
+
+bool stage_delays_usable(const uint32_t* delays, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i)
+        if (delays[i] > BRISEL_MAX_STAGE_DELAY) return false;
+    return true;
+}
+
+// Replaces the cascade by K silent stages of checked delays.
+int32_t install_cascade(ffdn_block_n16& e, uint32_t K, const uint32_t* stage_delays,
+                        double sample_rate, float t60) {
+    tear_down_cascade(e);
+    for (uint32_t s = 0; s < K; ++s) {
+        ffdn_block_stage& stage = e.stages[s];
+        brisel::lay_out_stage(stage, stage_delays + s * BRISEL_LINES);
+        stage.ring = brisel::allocate_floats(uint64_t{BRISEL_LINES} * stage.size);
+        if (!stage.ring) {
+            ffdn_block_n16_clear_cascade(&e);
+            return -1;
+        }
+    }
+    e.stage_count = static_cast<int32_t>(K);
+    brisel::set_decay_gains(e, sample_rate, t60);
+    return 0;
+}
+
+using DefaultGains = void (*)(float* left, float* right);
+
+// Gains from the caller or the default design, by way of copies: the sources may be the record's own
+// vectors.
+ffdn_n16_stereo_gains choose_gains(const float* left, const float* right, DefaultGains defaults) {
+    ffdn_n16_stereo_gains gains;
+    defaults(gains.left, gains.right);
+    if (left) std::memcpy(gains.left, left, sizeof gains.left);
+    if (right) std::memcpy(gains.right, right, sizeof gains.right);
+    return gains;
+}
+
+} // namespace
+
+namespace brisel {
+
+bool lay_out_lines(ffdn_block_n16& e, const uint32_t* delays, const uint32_t* buffer_sizes,
+                   int32_t block_size) {
+    e.ring_len = delay_lines_init(e.line_offset, buffer_sizes, delays);
+    if (e.ring_len == 0) return false;
+    e.block_size = block_size;
+    for (int i = 0; i < BRISEL_LINES; ++i) e.in_gain[i] = e.out_gain[i] = 0.25f;
+    return true;
+}
+
+void lay_out_stage(ffdn_block_stage& stage, const uint32_t* delays) {
+    std::memcpy(stage.delays, delays, sizeof stage.delays);
+    const uint32_t longest = *std::max_element(stage.delays, stage.delays + BRISEL_LINES);
+    stage.size = ring_size_above(longest, kShortestStageRing);
+    stage.mask = stage.size - 1;
+}
+
+void set_decay_gains(ffdn_block_n16& e, double sample_rate, float t60) {
+    const double base = t60 > 0.0f ? decay_base(sample_rate, t60) : 1.0;
+    for (int i = 0; i < BRISEL_LINES; ++i)
+        e.decay_gain[i] = static_cast<float>(std::pow(base, loop_length(e, i)));
+}
+
+} // namespace brisel
+
+int32_t ffdn_block_n16_init(ffdn_block_n16* e, const int32_t* delays, const uint32_t* buffer_sizes,
+                            int32_t block_size, uint32_t sample_rate, float t60) {
+    if (!e || !delays || !buffer_sizes || block_size <= 0) return -1;
+    uint32_t lengths[BRISEL_LINES]; // copies: the sources may lie in the record
+    uint32_t sizes[BRISEL_LINES];
+    std::memcpy(lengths, delays, sizeof lengths);
+    std::memcpy(sizes, buffer_sizes, sizeof sizes);
+    *e = {};
+    if (!brisel::lay_out_lines(*e, lengths, sizes, block_size)) return -1;
+
+    const uint64_t block_floats = uint64_t{BRISEL_LINES} * static_cast<uint32_t>(block_size);
+    e->ring = brisel::allocate_floats(e->ring_len);
+    e->tap_block = brisel::allocate_floats(block_floats);
+    e->work_block = brisel::allocate_floats(block_floats);
+    if (!e->ring || !e->tap_block || !e->work_block) {
+        ffdn_block_n16_free(e);
+        return -1;
+    }
+    brisel::set_decay_gains(*e, sample_rate, t60);
+    return 0;
+}
+
+void ffdn_block_n16_free(ffdn_block_n16* e) {
+    if (!e) return;
+    brisel::release(e->ring);
+    brisel::release(e->tap_block);
+    brisel::release(e->work_block);
+    for (ffdn_block_stage& stage : e->stages) brisel::release(stage.ring);
+}
+
+int32_t ffdn_block_n16_set_cascade(ffdn_block_n16* e, uint32_t K, const uint32_t* stage_delays,
+                                   uint32_t sample_rate, float t60) {
+    if (!e || K > BRISEL_MAX_STAGES) return -1;
+    // A copy in any case: the source may lie in the record.
+    uint32_t delays[BRISEL_MAX_STAGES * BRISEL_LINES];
+    if (stage_delays) {
+        std::memcpy(delays, stage_delays, K * BRISEL_LINES * sizeof *delays);
+    } else {
+        ffdn_n16_default_cascade_params(static_cast<int32_t>(K),
+                                        reinterpret_cast<int32_t*>(delays));
+    }
+    if (!stage_delays_usable(delays, K * BRISEL_LINES)) return -1;
+    return install_cascade(*e, K, delays, sample_rate, t60);
+}
+
+int32_t ffdn_block_n16_set_vfm(ffdn_block_n16* e, uint32_t K, uint64_t vfm_seed,
+                               uint32_t sample_rate, float vfm_density, float t60) {
+    if (!e || K > BRISEL_MAX_STAGES || vfm_density <= 0.0f || vfm_density > 1.0f) return -1;
+    ffdn_n16_vfm_params params;
+    ffdn_n16_default_vfm_params(static_cast<int32_t>(K), vfm_seed, params.stage_delays[0],
+                                vfm_density);
+    return ffdn_block_n16_set_cascade(e, K, reinterpret_cast<uint32_t*>(params.stage_delays[0]),
+                                      sample_rate, t60);
+}
+
+int32_t ffdn_block_n16_set_post_delays(ffdn_block_n16* e, const uint32_t* post_delays,
+                                       int32_t sample_rate, float t60) {
+    if (!e) return -1;
+    uint32_t delays[BRISEL_LINES] = {};
+    if (post_delays) std::memcpy(delays, post_delays, sizeof delays);
+    if (!stage_delays_usable(delays, BRISEL_LINES)) return -1;
+    uint32_t any = 0;
+    for (uint32_t delay : delays) any |= delay;
+    return install_cascade(*e, any != 0 ? 1 : 0, delays, sample_rate, t60);
+}
+
+void ffdn_block_n16_clear_cascade(ffdn_block_n16* e) {
+    for (ffdn_block_stage& stage : e->stages) {
+        std::free(stage.ring);
+        stage = {};
+    }
+    e->stage_count = 0;
+}
+
+int32_t ffdn_block_n16_set_two_band_t60(ffdn_block_n16* e, int32_t sample_rate, float t60_low,
+                                        float t60_high) {
+    if (!e || !(t60_low > 0.0f) || !(t60_high > 0.0f) || sample_rate < 1) return -1;
+    const double base_low = brisel::decay_base(sample_rate, t60_low);
+    const double base_high = brisel::decay_base(sample_rate, t60_high);
+    for (int i = 0; i < BRISEL_LINES; ++i) {
+        const int32_t length = loop_length(*e, i);
+        const brisel::ShelfGains shelf =
+            brisel::two_band_shelf(std::pow(base_low, length), std::pow(base_high, length));
+        e->shelf_b0[i] = shelf.b0;
+        e->shelf_a1[i] = shelf.a1;
+        e->shelf_state[i] = 0.0f;
+    }
+    e->two_band = 1;
+    return 0;
+}
+
+int32_t ffdn_block_n16_set_modulation(ffdn_block_n16* e, int32_t depth, int32_t sample_rate,
+                                      uint64_t seed, float rate_min, float rate_max) {
+    if (!e || !(rate_min > 0.0f) || !(rate_min <= rate_max) || depth < 1 || sample_rate < 1)
+        return -1;
+    for (uint32_t delay : e->line_delay)
+        if (int64_t{delay} - depth < kModulationMargin) return -1;
+
+    std::memcpy(e->mod_base_delay, e->line_delay, sizeof e->mod_base_delay);
+    auto random = brisel::Xorshift64::seeded(seed);
+    const auto uniform = [&random] {
+        return static_cast<double>(random.next() & 0xFFFFFF) * 0x1p-24;
+    };
+    constexpr double kTwoPi = 2.0 * std::numbers::pi;
+    for (int i = 0; i < BRISEL_LINES; ++i) {
+        const double u_phase = uniform();
+        const double u_rate = uniform();
+        const double hz = std::fma(u_rate, static_cast<double>(rate_max) - rate_min, rate_min);
+        e->mod_phase[i] = static_cast<float>(u_phase * kTwoPi);
+        e->mod_inc[i] = static_cast<float>(hz * kTwoPi / sample_rate);
+    }
+    e->mod_depth = depth;
+    e->mod_enabled = 1;
+    return 0;
+}
+
+int32_t ffdn_block_n16_set_stereo_outputs(ffdn_block_n16* e, const float* left, const float* right,
+                                          float direct_left, float direct_right) {
+    if (!e) return -1;
+    const ffdn_n16_stereo_gains gains = choose_gains(left, right, ffdn_n16_default_stereo_outputs);
+    std::memcpy(e->out_left, gains.left, sizeof e->out_left);
+    std::memcpy(e->out_right, gains.right, sizeof e->out_right);
+    e->direct_left = direct_left;
+    e->direct_right = direct_right;
+    e->stereo_out_set = 1;
+    return 0;
+}
+
+int32_t ffdn_block_n16_set_stereo_inputs(ffdn_block_n16* e, const float* left, const float* right) {
+    if (!e) return -1;
+    const ffdn_n16_stereo_gains gains = choose_gains(left, right, ffdn_n16_default_stereo_inputs);
+    std::memcpy(e->in_left, gains.left, sizeof e->in_left);
+    std::memcpy(e->in_right, gains.right, sizeof e->in_right);
+    e->stereo_in_set = 1;
+    return 0;
+}

@@ -1,0 +1,169 @@
+// The block engine's processing: modulation, the feedback loop over one block, stored energy.
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "brisel/ffdn_block.h"
+#include "brisel/kernels_avx2.h"
+#include "core/avx2/runs.h"
+
+namespace {
+
+// A block runs in pieces of this many frames, so that the 16 rows of a piece stay in the first-level
+// cache. Every line holds at least the whole block, so a piece's reads depend on the writes before it
+// no otherwise than in one pass, but for the overlong lines below.
+constexpr uint32_t kPiece = 256;
+
+// The signals of one call. x_right is null for a mono input, y_right for a mono output.
+struct Signals {
+    const float* x_left;
+    const float* x_right;
+    float* y_left;
+    float* y_right;
+
+    Signals from(uint32_t t) const {
+        return {x_left + t, x_right ? x_right + t : nullptr, y_left + t,
+                y_right ? y_right + t : nullptr};
+    }
+};
+
+// Modulation can push a delay past its ring's length. The masked read then starts with the newest
+// samples, which the pieces of this block would overwrite: such a line is read whole beforehand.
+bool overlong(const ffdn_block_n16& e, uint32_t line) {
+    return e.line_delay[line] > e.line_mask[line] + 1;
+}
+
+void read_overlong_lines(const ffdn_block_n16& e, uint32_t n) {
+    for (uint32_t line = 0; line < BRISEL_LINES; ++line) {
+        if (!overlong(e, line)) continue;
+        const uint32_t start = (e.line_wpos[line] - e.line_delay[line]) & e.line_mask[line];
+        brisel::copy_from_ring(e.tap_block + size_t{line} * n, e.ring + e.line_offset[line],
+                               e.line_mask[line] + 1, start, n);
+    }
+}
+
+void take_overlong_lines(const ffdn_block_n16& e, uint32_t at, uint32_t n, uint32_t whole) {
+    for (uint32_t line = 0; line < BRISEL_LINES; ++line)
+        if (overlong(e, line))
+            brisel::copy_run(e.work_block + size_t{line} * n,
+                             e.tap_block + size_t{line} * whole + at, n);
+}
+
+void inject_right(ffdn_block_n16& e, const float* x, uint32_t n) {
+    for (uint32_t line = 0; line < BRISEL_LINES; ++line) {
+        const __m256 gain = _mm256_set1_ps(e.in_right[line]);
+        float* row = e.work_block + size_t{line} * n;
+        for (uint32_t t = 0; t < n; t += 8)
+            _mm256_storeu_ps(
+                row + t, _mm256_fmadd_ps(gain, _mm256_loadu_ps(x + t), _mm256_loadu_ps(row + t)));
+    }
+}
+
+// Output and feedback of the `n` frames whose delayed samples stand in work_block; leaves there what
+// goes into the lines.
+void run_piece(ffdn_block_n16& e, const Signals& io, uint32_t n) {
+    float* work = e.work_block;
+    if (io.y_right) {
+        ffdn_mix_out_stereo_n16_avx2(io.y_left, io.y_right, work, e.out_left, e.out_right,
+                                     &e.direct_left, io.x_left, n);
+    } else {
+        ffdn_mix_out_n16_avx2(io.y_left, work, e.out_gain, &e.direct_gain, io.x_left, n);
+    }
+
+    fwht_n16_block_avx2(work, n);
+    for (int32_t s = 0; s < e.stage_count; ++s) {
+        ffdn_block_stage& stage = e.stages[s];
+        if (s > 0) fwht_n16_block_avx2(work, n);
+        ffdn_postdelay_n16_avx2(work, stage.ring, &stage.wpos, stage.size, stage.delays, n);
+    }
+
+    const float* in_gain = io.x_right ? e.in_left : e.in_gain;
+    if (e.two_band)
+        ffdn_mix_in_jot_n16_avx2(work, work, e.shelf_b0, in_gain, io.x_left, n);
+    else
+        ffdn_mix_in_n16_avx2(work, work, e.decay_gain, in_gain, io.x_left, n);
+    if (io.x_right) inject_right(e, io.x_right, n);
+}
+
+int32_t process(ffdn_block_n16& e, const Signals& io, int32_t frames) {
+    if (frames < 1 || frames > e.block_size || frames % 8 != 0) return -1;
+    if (e.mod_enabled && ffdn_block_n16_apply_modulation(&e, frames) != 0) return -1;
+    const auto n = static_cast<uint32_t>(frames);
+    for (uint32_t delay : e.line_delay)
+        if (n > delay) return -1;
+
+    const bool in_pieces = n > kPiece;
+    if (in_pieces) read_overlong_lines(e, n);
+    for (uint32_t t = 0; t < n; t += kPiece) {
+        const uint32_t piece = std::min(kPiece, n - t);
+        fdn_delay_block_read_n16_avx2(e.ring, e.line_offset, e.work_block, piece);
+        if (in_pieces) take_overlong_lines(e, t, piece, n);
+        run_piece(e, io.from(t), piece);
+        fdn_delay_block_write_n16_avx2(e.ring, e.line_offset, e.work_block, piece);
+    }
+    return 0;
+}
+
+// Adds the squares of the `delay` newest samples before `wpos`.
+double ring_energy(const float* ring, uint32_t wpos, uint32_t mask, uint32_t delay) {
+    double energy = 0.0;
+    for (uint32_t k = 1; k <= delay; ++k) {
+        const double v = ring[(wpos - k) & mask];
+        energy += v * v;
+    }
+    return energy;
+}
+
+} // namespace
+
+int32_t ffdn_block_n16_apply_modulation(ffdn_block_n16* e, int32_t n) {
+    constexpr float kTwoPi = 6.2831855f;
+    const auto frames = static_cast<float>(n);
+    const auto depth = static_cast<float>(e->mod_depth);
+    for (int i = 0; i < BRISEL_LINES; ++i) {
+        float p = std::fma(frames, e->mod_inc[i], e->mod_phase[i]);
+        if (p >= kTwoPi || p < 0.0f) {
+            p = std::fmod(p, kTwoPi);
+            if (p < 0.0f) p += kTwoPi;
+        }
+        e->mod_phase[i] = p;
+        const int64_t delay = int64_t{e->mod_base_delay[i]} + std::lround(std::sin(p) * depth);
+        if (n > delay) return -1;
+        e->line_delay[i] = static_cast<uint32_t>(delay);
+    }
+    return 0;
+}
+
+int32_t ffdn_block_n16_process(ffdn_block_n16* e, const float* x, float* y, int32_t n) {
+    if (!e) return -1;
+    return process(*e, {x, nullptr, y, nullptr}, n);
+}
+
+int32_t ffdn_block_n16_process_stereo(ffdn_block_n16* e, const float* x, float* y_left,
+                                      float* y_right, int32_t n) {
+    if (!e || !e->stereo_out_set) return -1;
+    return process(*e, {x, nullptr, y_left, y_right}, n);
+}
+
+int32_t ffdn_block_n16_process_stereo_in(ffdn_block_n16* e, const float* x_left,
+                                         const float* x_right, float* y_left, float* y_right,
+                                         int32_t n) {
+    if (!e || !e->stereo_out_set || !e->stereo_in_set) return -1;
+    return process(*e, {x_left, x_right, y_left, y_right}, n);
+}
+
+double ffdn_block_n16_state_energy(const ffdn_block_n16* e) {
+    double energy = 0.0;
+    for (int i = 0; i < BRISEL_LINES; ++i)
+        energy += ring_energy(e->ring + e->line_offset[i], e->line_wpos[i], e->line_mask[i],
+                              e->line_delay[i]);
+    for (int32_t s = 0; s < e->stage_count; ++s) {
+        const ffdn_block_stage& stage = e->stages[s];
+        if (!stage.ring) continue;
+        for (size_t i = 0; i < BRISEL_LINES; ++i)
+            energy +=
+                ring_energy(stage.ring + i * stage.size, stage.wpos, stage.mask, stage.delays[i]);
+    }
+    return energy;
+}

@@ -1,0 +1,117 @@
+// Early reflections: the taps and their processing.
+#include "brisel/ffdn_er.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "core/aligned_memory.h"
+#include "core/ffdn_er_storage.h"
+#include "core/network_math.h"
+
+namespace {
+
+using brisel::truncate_to_int32;
+using brisel::Xorshift64;
+
+constexpr float kEarliest = 0.005f; // seconds
+constexpr int32_t kFewestTaps = 4;
+constexpr int32_t kShortestRing = 32;
+
+// u in [0, 1): the top 24 bits of a draw.
+float uniform(Xorshift64& random) {
+    return static_cast<float>(random.next() >> 40) * 0x1p-24f;
+}
+
+// Tap i near the i-th of n points evenly spread on a logarithmic axis from d_lo to d_hi samples,
+// jittered by up to 0.4 of the spacing; gains e^(-3 d / d_hi) with random signs and unit energy. All
+// delays are drawn before all signs.
+void build_taps(int32_t* delays, float* gains, int32_t n, int32_t d_lo, int32_t d_hi,
+                Xorshift64& random) {
+    const double a = std::log(static_cast<double>(d_lo));
+    const double span = std::log(static_cast<double>(d_hi)) - a;
+    const double step = 1.0 / (n - 1);
+    for (int32_t i = 0; i < n; ++i) {
+        const double jitter = static_cast<double>(uniform(random)) - 0.5;
+        double t = std::fma(jitter, 0.8, static_cast<double>(i)) * step;
+        if (t < 0.0) t = 0.0;
+        if (t > 1.0) t = 1.0;
+        delays[i] = std::clamp(truncate_to_int32(std::exp(a + t * span) + 0.5), d_lo, d_hi);
+    }
+    double energy = 0.0;
+    for (int32_t i = 0; i < n; ++i) {
+        gains[i] = static_cast<float>(std::exp(delays[i] * -3.0 * (1.0 / d_hi)));
+        if (random.next() & 1) gains[i] = -gains[i];
+        energy += static_cast<double>(gains[i]) * gains[i];
+    }
+    if (energy > 0.0) {
+        const float scale = static_cast<float>(1.0 / std::sqrt(energy));
+        for (int32_t i = 0; i < n; ++i) gains[i] *= scale;
+    }
+}
+
+float tap_sum(const ffdn_er& er, const int32_t* delays, const float* gains) {
+    float sum = 0.0f;
+    for (int32_t k = 0; k < er.n_taps; ++k)
+        sum = std::fma(er.ring[(er.write_pos - delays[k]) & er.ring_mask], gains[k], sum);
+    return sum;
+}
+
+} // namespace
+
+namespace brisel {
+
+bool lay_out_taps(ffdn_er* er, int32_t n_taps, int32_t max_frames, int32_t sample_rate,
+                  uint64_t seed, float size) {
+    const bool usable = er && n_taps >= kFewestTaps && n_taps <= FFDN_ER_MAX_TAPS &&
+                        size > kEarliest && max_frames > 0 && sample_rate > 0;
+    if (!usable) return false;
+    *er = {};
+    er->n_taps = n_taps;
+    er->max_frames = max_frames;
+
+    const auto rate = static_cast<float>(sample_rate);
+    const int32_t d_lo = truncate_to_int32(std::fma(kEarliest, rate, 0.5f));
+    const int32_t d_raw = truncate_to_int32(std::fma(rate, size, 0.5f));
+    const int32_t d_hi = d_lo < d_raw ? d_raw : d_lo + 1;
+    Xorshift64 left = Xorshift64::seeded(seed);
+    build_taps(er->delays_l, er->gains_l, n_taps, d_lo, d_hi, left);
+    Xorshift64 right{left.state ^ 0xa5a5a5a5deadbeef};
+    build_taps(er->delays_r, er->gains_r, n_taps, d_lo, d_hi, right);
+
+    for (int32_t k = 0; k < n_taps; ++k)
+        er->longest_tap = std::max({er->longest_tap, er->delays_l[k], er->delays_r[k]});
+    const int64_t need = int64_t{max_frames} + er->longest_tap;
+    if (need > int64_t{1} << 30) return false; // no int32_t power of two holds it
+    er->ring_len =
+        static_cast<int32_t>(ring_size_above(static_cast<uint32_t>(need) - 1, kShortestRing));
+    er->ring_mask = er->ring_len - 1;
+    return true;
+}
+
+} // namespace brisel
+
+int32_t ffdn_er_init(ffdn_er* er, int32_t n_taps, int32_t max_frames, int32_t sample_rate,
+                     uint64_t seed, float size) {
+    if (!brisel::lay_out_taps(er, n_taps, max_frames, sample_rate, seed, size)) return -1;
+    er->ring = brisel::allocate_floats(static_cast<uint64_t>(er->ring_len));
+    return er->ring ? 0 : -1;
+}
+
+void ffdn_er_free(ffdn_er* er) {
+    if (er) brisel::release(er->ring);
+}
+
+int32_t ffdn_er_process_stereo(ffdn_er* er, const float* in, float* out_l, float* out_r,
+                               int32_t frames) {
+    if (!er || !in || !out_l || !out_r || frames < 1 || frames > er->max_frames) return -1;
+    for (int32_t t = 0; t < frames; ++t) {
+        er->ring[er->write_pos] = in[t];
+        const float left = tap_sum(*er, er->delays_l, er->gains_l);
+        const float right = tap_sum(*er, er->delays_r, er->gains_r);
+        er->write_pos = (er->write_pos + 1) & er->ring_mask;
+        out_l[t] = left;
+        out_r[t] = right;
+    }
+    return 0;
+}

@@ -1,0 +1,16 @@
+// The piece of the early reflections' set-up that does not allocate, for an owner that brings the ring
+// itself.
+#ifndef BRISEL_CORE_FFDN_ER_STORAGE_H
+#define BRISEL_CORE_FFDN_ER_STORAGE_H
+
+#include "brisel/ffdn_er.h"
+
+namespace brisel {
+
+// Everything that ffdn_er_init does but the ring, which stays null; its arguments, its refusals.
+bool lay_out_taps(ffdn_er* er, int32_t n_taps, int32_t max_frames, int32_t sample_rate,
+                  uint64_t seed, float size);
+
+} // namespace brisel
+
+#endif

@@ -1,0 +1,262 @@
+// The reverb object: creation, the mapping of settings onto a network, destruction. Processing is in
+// reverb_process.cpp.
+#include "brisel/reverb.h"
+
+#include <cpuid.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "brisel/fdn_delay_stage_ref.h"
+#include "brisel/ffdn_defaults_n16.h"
+#include "core/aligned_memory.h"
+#include "core/ffdn_er_storage.h"
+#include "core/network_math.h"
+#include "core/reverb_object.h"
+
+namespace {
+
+using brisel::object_of;
+using brisel::ReverbObject;
+
+constexpr float kLongestSize = 0.5f; // seconds
+constexpr float kEqLowHz = 250.0f;
+constexpr float kEqHighHz = 4500.0f;
+constexpr float kEqLimitDb = 24.0f;
+constexpr int32_t kErTaps = 12;       // a channel
+constexpr float kErShortest = 0.001f; // seconds
+constexpr float kErLongest = 0.5f;
+constexpr uint64_t kErSeed = 0xE2C0FFEE12345678;
+constexpr int32_t kModulationDepth = 2; // samples
+constexpr uint64_t kModulationSeed = 0xC0DECAFE12345678;
+constexpr float kModulationSlowest = 0.3f; // Hz
+constexpr float kModulationFastest = 1.2f; // Hz
+
+// Ratios of the line lengths.
+constexpr int32_t kPrimes[BRISEL_LINES] = {997,  1031, 1063, 1097, 1129, 1163, 1193, 1229,
+                                           1259, 1291, 1321, 1361, 1399, 1429, 1453, 1489};
+
+constexpr qv_reverb_params kDefaults = {
+    .size = 0.04f,
+    .t60 = 2.0f,
+    .cascade_stages = 2,
+    .t60_high = 0.0f,
+    .damp = 0.3f,
+    .mix = 0.3f,
+    .width = 0.8f,
+    .modulate = 1,
+    .er_enable = 0,
+    .er_size = 0.06f,
+    .er_level = 0.5f,
+    .eq_low_db = 0.0f,
+    .eq_high_db = 0.0f,
+};
+
+// NaN lies in no range.
+bool within(float x, float lowest, float highest) {
+    return x >= lowest && x <= highest;
+}
+
+bool in_range(const qv_reverb_params& p) {
+    return p.size > 0.0f && p.size <= kLongestSize && p.t60 > 0.0f && p.cascade_stages >= 0 &&
+           p.cascade_stages <= BRISEL_MAX_STAGES && p.t60_high >= 0.0f &&
+           within(p.damp, 0.0f, 1.0f) && within(p.mix, 0.0f, 1.0f) && within(p.width, 0.0f, 1.0f) &&
+           (!p.er_enable || (within(p.er_size, kErShortest, kErLongest) && p.er_level >= 0.0f)) &&
+           within(p.eq_low_db, -kEqLimitDb, kEqLimitDb) &&
+           within(p.eq_high_db, -kEqLimitDb, kEqLimitDb);
+}
+
+struct LineLengths {
+    uint32_t delays[BRISEL_LINES];
+    uint32_t ring_sizes[BRISEL_LINES];
+    uint64_t total; // floats in all rings
+};
+
+// Line 0 takes `size` seconds, the others grow with the primes.
+LineLengths line_lengths(int32_t sample_rate, float size) {
+    const float scale = (static_cast<float>(sample_rate) * size) / static_cast<float>(kPrimes[0]);
+    LineLengths lines{};
+    for (int i = 0; i < BRISEL_LINES; ++i) {
+        const float length = std::round(static_cast<float>(kPrimes[i]) * scale);
+        lines.delays[i] = static_cast<uint32_t>(std::max(brisel::truncate_to_int32(length), 1));
+        lines.ring_sizes[i] = brisel::ring_size_above(lines.delays[i]);
+        lines.total += lines.ring_sizes[i];
+    }
+    return lines;
+}
+
+// Every line has to hold a whole block; line 0 is the shortest.
+bool holds_block(const LineLengths& lines, int32_t max_frames) {
+    return lines.delays[0] >= static_cast<uint32_t>(max_frames);
+}
+
+// High-band decay time in seconds, 0 for none.
+float high_band_t60(const qv_reverb_params& p) {
+    return p.damp > 0.0f ? std::pow(0.1f, p.damp) * p.t60 : p.t60_high;
+}
+
+bool allocate_storage(ReverbObject& object) {
+    qv_reverb& rev = object.pub;
+    const auto frames = static_cast<uint64_t>(rev.max_frames);
+    for (float** buffer : {&rev.buf_wet_l, &rev.buf_wet_r, &rev.buf_er_in, &rev.buf_er_l,
+                           &rev.buf_er_r, &rev.buf_aux, &rev.buf_in_l, &rev.buf_in_r})
+        if (!(*buffer = brisel::allocate_floats(frames))) return false;
+
+    brisel::NetworkStorage& network = object.network;
+    network.ring = brisel::allocate_floats(line_lengths(rev.sample_rate, kLongestSize).total);
+    network.tap_block = brisel::allocate_floats(BRISEL_LINES * frames);
+    network.work_block = brisel::allocate_floats(BRISEL_LINES * frames);
+    if (!network.ring || !network.tap_block || !network.work_block) return false;
+
+    ffdn_n16_cascade_params cascade;
+    ffdn_n16_default_cascade_params(BRISEL_MAX_STAGES, cascade.stage_delays[0]);
+    for (int s = 0; s < BRISEL_MAX_STAGES; ++s) {
+        ffdn_block_stage stage{};
+        brisel::lay_out_stage(stage, reinterpret_cast<uint32_t*>(cascade.stage_delays[s]));
+        network.stage_rings[s] = brisel::allocate_floats(uint64_t{BRISEL_LINES} * stage.size);
+        if (!network.stage_rings[s]) return false;
+    }
+
+    // The latest early reflection there is, and a block.
+    const double latest = std::ceil(rev.sample_rate * static_cast<double>(kErLongest));
+    object.er_ring = brisel::allocate_floats(
+        brisel::ring_size_above(static_cast<uint32_t>(latest) + static_cast<uint32_t>(frames), 32));
+    return object.er_ring != nullptr;
+}
+
+void clear(float* ring, uint64_t size, uint64_t written) {
+    std::memset(ring, 0, std::min(size, written) * sizeof *ring);
+}
+
+// Clears what the network in force has written: all rings started at position 0.
+void silence_storage(ReverbObject& object) {
+    const ffdn_block_n16& e = object.pub.engine;
+    const uint64_t written = object.frames_written;
+    for (int i = 0; i < BRISEL_LINES; ++i)
+        clear(e.ring + e.line_offset[i], uint64_t{e.line_mask[i]} + 1, written);
+    for (int32_t s = 0; s < e.stage_count; ++s) {
+        const ffdn_block_stage& stage = e.stages[s];
+        for (size_t i = 0; i < BRISEL_LINES; ++i)
+            if (stage.delays[i] > 0) clear(stage.ring + i * stage.size, stage.size, written);
+    }
+    if (object.pub.er_active)
+        clear(object.er_ring, static_cast<uint64_t>(object.pub.er.ring_len), written);
+    object.frames_written = 0;
+}
+
+// Gains of one side: its own lines get base + w / sqrt(8), the others base. The energy is 1 at both
+// ends of w.
+void width_gains(float* left, float* right, float width) {
+    constexpr float kOwn = 0.353553385f; // 1/sqrt(8)
+    const float base = (1.0f - width) * 0.25f;
+    const float own = std::fma(width, kOwn, base);
+    for (int i = 0; i < BRISEL_LINES; ++i) {
+        left[i] = i % 2 == 0 ? own : base;
+        right[i] = i % 2 == 0 ? base : own;
+    }
+}
+
+// Lays the network of checked settings out in silent storage.
+void build_network(ReverbObject& object, const qv_reverb_params& p, const LineLengths& lines) {
+    const qv_reverb& rev = object.pub;
+    ffdn_block_n16& e = object.pub.engine;
+    e = {};
+    brisel::lay_out_lines(e, lines.delays, lines.ring_sizes, rev.max_frames);
+    e.ring = object.network.ring;
+    e.tap_block = object.network.tap_block;
+    e.work_block = object.network.work_block;
+
+    ffdn_n16_cascade_params cascade;
+    ffdn_n16_default_cascade_params(p.cascade_stages, cascade.stage_delays[0]);
+    for (int32_t s = 0; s < p.cascade_stages; ++s) {
+        brisel::lay_out_stage(e.stages[s], reinterpret_cast<uint32_t*>(cascade.stage_delays[s]));
+        e.stages[s].ring = object.network.stage_rings[s];
+    }
+    e.stage_count = p.cascade_stages;
+    brisel::set_decay_gains(e, rev.sample_rate, p.t60);
+    const float t60_high = high_band_t60(p);
+    if (t60_high > 0.0f) ffdn_block_n16_set_two_band_t60(&e, rev.sample_rate, p.t60, t60_high);
+
+    float left[BRISEL_LINES];
+    float right[BRISEL_LINES];
+    width_gains(left, right, p.width);
+    ffdn_block_n16_set_stereo_outputs(&e, left, right, 0.0f, 0.0f);
+    ffdn_block_n16_set_stereo_inputs(&e, nullptr, nullptr);
+    // Lines too short to be modulated stay still.
+    if (p.modulate)
+        ffdn_block_n16_set_modulation(&e, kModulationDepth, rev.sample_rate, kModulationSeed,
+                                      kModulationSlowest, kModulationFastest);
+}
+
+} // namespace
+
+qv_reverb* qv_reverb_create(int32_t sample_rate, int32_t max_frames) {
+    if (sample_rate <= 0 || max_frames <= 0 || max_frames % 8 != 0) return nullptr;
+    // Before any allocation, whose size a hopeless block length would decide.
+    if (!holds_block(line_lengths(sample_rate, kDefaults.size), max_frames)) return nullptr;
+    auto* object = static_cast<ReverbObject*>(std::calloc(1, sizeof(ReverbObject)));
+    if (!object) return nullptr;
+    qv_reverb& rev = object->pub;
+    rev.max_frames = max_frames;
+    rev.sample_rate = sample_rate;
+    rev.params = kDefaults;
+    if (allocate_storage(*object) && ffdn_eq_init(&rev.eq, sample_rate, kEqLowHz, kEqHighHz) == 0) {
+        rev.eq_ready = 1;
+        if (qv_reverb_set(&rev, &rev.params) == 0) return &rev;
+    }
+    qv_reverb_destroy(&rev);
+    return nullptr;
+}
+
+int32_t qv_reverb_set(qv_reverb* rev, const qv_reverb_params* params) {
+    if (!rev || !params || !in_range(*params)) return -1;
+    const qv_reverb_params p = *params; // `params` may be the record that is written below
+
+    // Everything that can be refused comes before the first change.
+    const LineLengths lines = line_lengths(rev->sample_rate, p.size);
+    if (!holds_block(lines, rev->max_frames)) return -1;
+    ffdn_er er{};
+    if (p.er_enable &&
+        !brisel::lay_out_taps(&er, kErTaps, rev->max_frames, rev->sample_rate, kErSeed, p.er_size))
+        return -1;
+
+    ReverbObject& object = object_of(rev);
+    silence_storage(object);
+    build_network(object, p, lines);
+    if (p.er_enable) er.ring = object.er_ring;
+    rev->er = er;
+    rev->engine_ready = 1;
+    rev->er_active = p.er_enable ? 1 : 0;
+    rev->params = p;
+    rev->longest_delay = static_cast<int32_t>(*std::ranges::max_element(lines.delays));
+    ffdn_eq_set_gains(&rev->eq, p.eq_low_db, p.eq_high_db);
+    return 0;
+}
+
+void qv_reverb_destroy(qv_reverb* rev) {
+    if (!rev) return;
+    ReverbObject& object = object_of(rev);
+    for (float* buffer :
+         {rev->buf_wet_l, rev->buf_wet_r, rev->buf_er_in, rev->buf_er_l, rev->buf_er_r,
+          rev->buf_aux, rev->buf_in_l, rev->buf_in_r, object.network.ring, object.network.tap_block,
+          object.network.work_block, object.network.stage_rings[0], object.network.stage_rings[1],
+          object.network.stage_rings[2], object.er_ring})
+        std::free(buffer);
+    std::free(&object);
+}
+
+const char* qv_dsp_version(void) {
+    return "0.1.0";
+}
+
+uint32_t qv_dsp_cpu_features(void) {
+    uint32_t eax = 0;
+    uint32_t ebx = 0;
+    uint32_t ecx = 0;
+    uint32_t edx = 0;
+    if (!__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx)) return 0;
+    const uint32_t avx2 = (ebx >> 5) & 1;
+    const uint32_t avx512f = (ebx >> 16) & 1;
+    return avx2 | avx512f << 1;
+}
