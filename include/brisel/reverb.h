@@ -2,14 +2,14 @@
  *
  *   #include <brisel/reverb.h>
  *
- *   qv_reverb* rev = qv_reverb_create(48000, 256);          // blocks of up to 256 frames
+ *   qv_reverb* rev = qv_reverb_create(48000, 1024);         // blocks of up to 1024 frames
  *   if (!rev) return 1;
  *   qv_reverb_params p = rev->params;                       // the settings in force
  *   p.t60 = 3.5f;                                           // seconds
  *   p.mix = 1.0f;                                           // wet only
  *   if (qv_reverb_set(rev, &p) != 0) return 1;              // refused: nothing has changed
- *   float left[256] = {1.0f}, right[256] = {1.0f};          // an impulse
- *   qv_reverb_process(rev, left, right, left, right, 256);  // in place
+ *   float left[1024] = {1.0f}, right[1024] = {1.0f};        // an impulse
+ *   qv_reverb_process(rev, left, right, left, right, 1024); // in place
  *   static float tail_l[480000], tail_r[480000];
  *   int32_t frames = qv_reverb_flush(rev, tail_l, tail_r, 480000);
  *   qv_reverb_destroy(rev);
@@ -101,6 +101,9 @@ BRISEL_API int32_t qv_reverb_process(qv_reverb* rev, const float* in_l, const fl
  *   out_l, out_r    float[max_frames_out], written from the start; out_r may be null (mono)
  *   max_frames_out  > 0, any value; the last max_frames_out mod 8 frames stay untouched
  * Returns   the number of frames written, or -1 when an argument breaks a rule.
+ * After an isolated click the network is silent between its first echoes and their echoes, for up
+ * to half of `size`: with a max_frames below size * sample_rate / 2 the tail can pass for finished
+ * there. Flush again, or create the object with longer blocks.
  * Thread    [audio-thread]; takes its time in proportion to the frames written. */
 BRISEL_API int32_t qv_reverb_flush(qv_reverb* rev, float* out_l, float* out_r,
                                    int32_t max_frames_out);
