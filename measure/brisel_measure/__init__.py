@@ -1,0 +1,7 @@
+"""Measures the plug-in's response through brisel-render and draws it.
+
+analysis  pure functions from a response to figures
+render    the response, as a user gets it
+report    figures, pictures and pages of one setting
+main      the command line of brisel-measure
+"""

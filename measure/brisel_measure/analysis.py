@@ -1,0 +1,202 @@
+"""From an impulse response to figures: pure functions on numpy arrays, without files or pictures.
+
+Responses are float arrays of one channel, free of noise, that start when the impulse is sent. Times are
+in seconds, frequencies in Hz, levels in dB.
+
+Sources
+  ISO 3382-1:2009, Acoustics: Measurement of room acoustic parameters, part 1: decay, clarity,
+      definition, onset, interaural cross-correlation.
+  M. R. Schroeder, New method of measuring reverberation time, JASA 37, 1965: backward integration.
+  F. Jacobsen, J. H. Rindel, Time reversed decay measurements, J. Sound Vib. 117, 1987.
+  J. S. Abel, P. Huang, A simple, robust measure of reverberation echo density, AES Convention 121, 2006.
+"""
+
+import numpy as np
+from scipy import signal, special
+
+OCTAVES = (63, 125, 250, 500, 1000, 2000, 4000, 8000, 16000)  # nominal centres, Hz
+
+ECHO_WINDOW = 0.020  # seconds, the window of Abel and Huang
+# Gaussian noise of 48 kHz scatters by 0.06 around 1 within that window; a response counts as mixed once
+# its density comes within less than twice that of 1.
+MIXED = 0.9
+
+# The spectral flatness of Gaussian noise: the power of one line of its spectrum is exponentially
+# distributed, whose geometric mean is exp(-0.5772...) of the mean.
+NOISE_FLATNESS = float(np.exp(-np.euler_gamma))
+
+
+def octave_centres(rate):
+    """The octave bands that lie wholly below half the sample rate."""
+    return [centre for centre in OCTAVES if centre * np.sqrt(2) < rate / 2]
+
+
+def onset(response):
+    """The index where the response begins: its first sample within 20 dB of its peak (ISO 3382-1)."""
+    level = np.abs(response)
+    peak = level.max(initial=0)
+    if peak == 0:
+        raise ValueError("the response is silent")
+    return int(np.argmax(level >= 0.1 * peak))
+
+
+def octave_band(response, centre, rate):
+    """The response within one octave (Butterworth, 24 dB an octave).
+
+    The filter runs backwards in time, so that its own decay precedes the sound instead of lengthening it
+    (Jacobsen and Rindel): without that, T30 of a short decay in a low band would be the filter's own.
+    """
+    edges = (centre / np.sqrt(2), centre * np.sqrt(2))
+    sections = signal.butter(4, edges, btype="bandpass", fs=rate, output="sos")
+    return signal.sosfilt(sections, response[::-1])[::-1]
+
+
+def decay_curve(response):
+    """The energy still to come at each sample, in dB below the whole (Schroeder integration)."""
+    energy = np.cumsum(np.square(response[::-1], dtype=float))[::-1]
+    if energy.size == 0 or energy[0] == 0:
+        raise ValueError("the response is silent")
+    with np.errstate(divide="ignore"):
+        return 10 * np.log10(energy / energy[0])
+
+
+def decay_time(curve, rate, upper, lower):
+    """The time of a fall by 60 dB, from a straight line fitted to the curve between two levels in dB.
+
+    ISO 3382-1: EDT 0 to -10, T20 -5 to -25, T30 -5 to -35. NaN if the curve does not pass both levels.
+    """
+    if not curve[-1] < lower:
+        return np.nan
+    first = int(np.argmax(curve <= upper))
+    last = int(np.argmax(curve < lower))
+    if last - first < 2:
+        return np.nan
+    slope = np.polyfit(np.arange(last - first) / rate, curve[first:last], 1)[0]
+    return float(-60 / slope)
+
+
+def decay_times(response, rate):
+    """EDT, T20 and T30 of a response that begins at its onset."""
+    curve = decay_curve(response)
+    return {
+        "edt_s": decay_time(curve, rate, 0, -10),
+        "t20_s": decay_time(curve, rate, -5, -25),
+        "t30_s": decay_time(curve, rate, -5, -35),
+    }
+
+
+def set_decay_time(frequency, rate, low, high, loop):
+    """The decay time that a loop of the given length in samples is set to, at a frequency.
+
+    `low` and `high` are the decay times at 0 Hz and at half the sample rate; a `high` of 0 means one
+    decay time for all frequencies. Between them lies the response of the loop's one-pole filter
+    b0 / (1 - a1 / z), whose gains at both ends follow from the decay times.
+    """
+    if high == 0:
+        return np.full_like(np.asarray(frequency, float), low)
+    gain_low, gain_high = (10 ** (-3 * loop / (rate * time)) for time in (low, high))
+    ratio = gain_low / gain_high
+    b0, a1 = 2 * gain_low / (ratio + 1), (ratio - 1) / (ratio + 1)
+    turn = np.exp(-2j * np.pi * np.asarray(frequency, float) / rate)
+    return -3 * loop / (rate * np.log10(np.abs(b0 / (1 - a1 * turn))))
+
+
+def clarity(response, rate, limit=0.080):
+    """C80: early energy over late energy in dB, of a response that begins at its onset (ISO 3382-1)."""
+    split = int(round(limit * rate))
+    early, late = (np.sum(np.square(part, dtype=float)) for part in (response[:split], response[split:]))
+    with np.errstate(divide="ignore"):
+        return float(10 * np.log10(early / late)) if late > 0 else np.inf
+
+
+def definition(response, rate, limit=0.050):
+    """D50: the share of the energy, in percent, that arrives early (ISO 3382-1)."""
+    split = int(round(limit * rate))
+    energy = np.square(response, dtype=float)
+    return float(100 * energy[:split].sum() / energy.sum())
+
+
+def echo_density(response, rate, window=ECHO_WINDOW):
+    """The normalised echo density at every sample (Abel and Huang).
+
+    The weighted share of samples, in a Hann window centred on the sample, whose magnitude exceeds the
+    weighted root mean square in that window, divided by the share expected of Gaussian noise,
+    erfc(1 / sqrt 2) = 0.3173. Near 0 for single echoes, 1 for a response as dense as noise. NaN where the
+    window would reach outside the response or holds only silence.
+    """
+    half = int(round(window * rate / 2))
+    weight = signal.windows.hann(2 * half + 1)
+    weight /= weight.sum()
+    response = np.asarray(response, float)
+    density = np.full(response.size, np.nan)
+    if response.size < weight.size:
+        return density
+    shape = np.lib.stride_tricks.sliding_window_view(response, weight.size)
+    for start in range(0, shape.shape[0], 4096):  # bounds the memory that the comparison takes
+        rows = shape[start : start + 4096]
+        deviation = np.sqrt(np.square(rows) @ weight)
+        share = (np.abs(rows) > deviation[:, None]) @ weight
+        share[deviation == 0] = np.nan
+        density[half + start : half + start + len(rows)] = share
+    return density / special.erfc(1 / np.sqrt(2))
+
+
+def mixing_time(density, rate, threshold=MIXED):
+    """The first time at which the echo density reaches the threshold; NaN if it never does."""
+    reached = np.nan_to_num(density) >= threshold
+    return float(np.argmax(reached) / rate) if reached.any() else np.nan
+
+
+def smoothed_spectrum(response, rate, fraction=3):
+    """Frequencies and power spectrum averaged over 1/fraction octave around each of them.
+
+    The power is that of the transform's bins; its mean is left to the caller to refer to.
+    """
+    power = np.square(np.abs(np.fft.rfft(response)))
+    total = np.concatenate(([0], np.cumsum(power)))
+    frequency = np.fft.rfftfreq(len(response), 1 / rate)
+    half = 2 ** (0.5 / fraction)
+    low = np.searchsorted(frequency, frequency / half, side="left")
+    high = np.searchsorted(frequency, frequency * half, side="right")
+    return frequency, power, (total[high] - total[low]) / (high - low)
+
+
+def spectral_flatness(response, rate, low=100, high=10000):
+    """Geometric over arithmetic mean of the power spectrum between two frequencies, within third octaves.
+
+    The spectrum is divided by its third-octave average first, so that damping and EQ do not count, only
+    how much single resonances stand out: exp(-0.577) = 0.56 for noise, less for a metallic sound.
+    """
+    frequency, power, average = smoothed_spectrum(response, rate)
+    chosen = (frequency >= low) & (frequency <= min(high, 0.45 * rate)) & (power > 0)
+    relative = power[chosen] / average[chosen]
+    return float(np.exp(np.mean(np.log(relative))) / np.mean(relative))
+
+
+def cross_correlation(left, right, rate, reach=0.001):
+    """The normalised cross-correlation of two channels at all lags up to 1 ms; NaN for silence."""
+    lags = int(round(reach * rate))
+    norm = np.sqrt(np.sum(np.square(left, dtype=float)) * np.sum(np.square(right, dtype=float)))
+    if norm == 0:
+        return np.full(2 * lags + 1, np.nan)
+    full = signal.correlate(left, right, mode="full", method="fft")
+    centre = len(right) - 1
+    full = np.pad(full, lags)
+    return full[centre : centre + 2 * lags + 1] / norm
+
+
+def iacc(left, right, rate):
+    """The largest magnitude of the cross-correlation within 1 ms (ISO 3382-1, annex B)."""
+    return float(np.max(np.abs(cross_correlation(left, right, rate))))
+
+
+def correlation_over_time(left, right, rate, window=0.050, hop=0.010):
+    """Times, correlation at lag 0, and IACC, in windows centred on the times."""
+    size, step = int(round(window * rate)), int(round(hop * rate))
+    times, at_zero, largest = [], [], []
+    for start in range(0, len(left) - size + 1, step):
+        curve = cross_correlation(left[start : start + size], right[start : start + size], rate)
+        times.append((start + size / 2) / rate)
+        at_zero.append(curve[len(curve) // 2])
+        largest.append(np.max(np.abs(curve)))
+    return np.array(times), np.array(at_zero), np.array(largest)
