@@ -1,0 +1,79 @@
+#include "block_fit.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fmt/format.h>
+
+bool BlockFit::accepts(std::span<const double> values, uint32_t block) const {
+    probe_.set_values(values);
+    const bool accepted = probe_.activate(sample_rate_, block);
+    probe_.deactivate();
+    return accepted;
+}
+
+std::optional<uint32_t> BlockFit::longest(std::span<const double> values, uint32_t wanted) const {
+    if (accepts(values, wanted)) return wanted;
+    // In units of 8 frames: `good` is accepted, `bad` is not.
+    uint32_t good = 0, bad = wanted / 8;
+    while (bad - good > 1) {
+        const uint32_t middle = good + (bad - good) / 2;
+        (accepts(values, middle * 8) ? good : bad) = middle;
+    }
+    if (good == 0) return std::nullopt;
+    return good * 8;
+}
+
+// The first time of a parameter between `from` and `to` seconds, in steps of 0.1 ms, that makes the
+// values accepted, as an option to use; empty when there is none.
+std::string BlockFit::larger_time(std::span<const double> values, size_t index, double from,
+                                  double to, uint32_t block) const {
+    const Parameter& p = probe_.parameters()[index];
+    std::vector<double> tried(values.begin(), values.end());
+    for (double tenths = std::ceil(std::max(from, p.min) * 1e4);
+         tenths / 1e4 <= std::min(to, p.max); ++tenths) {
+        tried[index] = tenths / 1e4;
+        if (accepts(tried, block))
+            return fmt::format("--{} {} or more", p.option, show_value(tried[index], p.unit));
+    }
+    return {};
+}
+
+std::string BlockFit::explain(std::span<const double> values, uint32_t block) const {
+    const auto& parameters = probe_.parameters();
+    for (size_t i = 0; i < values.size(); ++i)
+        if (!(values[i] >= parameters[i].min && values[i] <= parameters[i].max))
+            return fmt::format("the value of '{}' is not in its range, {}", parameters[i].name,
+                               parameters[i].range());
+
+    const auto reflections = find_parameter(parameters, "early-reflections");
+    const auto er_size = find_parameter(parameters, "er-size");
+    if (reflections && er_size && values[*reflections] >= 0.5) {
+        std::vector<double> without(values.begin(), values.end());
+        without[*reflections] = 0.0;
+        if (accepts(without, block))
+            return fmt::format("early reflections cannot be as short as {}: use {}, or "
+                               "--early-reflections off",
+                               show_value(values[*er_size], parameters[*er_size].unit),
+                               larger_time(values, *er_size, values[*er_size], 0.5, block));
+    }
+
+    if (const auto size = find_parameter(parameters, "size")) {
+        std::string ways;
+        if (const auto shorter = longest(values, block))
+            ways = fmt::format("--block {}{}", *shorter, *shorter > 8 ? " or less" : "");
+        // The plug-in rounds short blocks up, but not by more than 64 frames.
+        const double least = block / static_cast<double>(sample_rate_);
+        const double most = (block + 64.0) / sample_rate_ + 1e-4;
+        if (const std::string larger = larger_time(values, *size, least, most, block);
+            !larger.empty())
+            ways += fmt::format("{}{}", ways.empty() ? "" : ", or ", larger);
+        if (!ways.empty())
+            return fmt::format(
+                "blocks of {} frames do not fit into the shortest delay line ({} {}, "
+                "that is {:.0f} frames at {} Hz): use {}",
+                block, parameters[*size].name, show_value(values[*size], parameters[*size].unit),
+                values[*size] * sample_rate_, sample_rate_, ways);
+    }
+    return fmt::format("the plug-in refuses these settings at {} Hz with blocks of {} frames",
+                       sample_rate_, block);
+}

@@ -1,0 +1,39 @@
+#include "interrupt.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <initializer_list>
+
+namespace {
+
+volatile std::sig_atomic_t caught_signal = 0;
+
+void note_signal(int signal) {
+    caught_signal = signal;
+}
+
+} // namespace
+
+void catch_signals() {
+    struct sigaction action {};
+    action.sa_handler = note_signal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction before {};
+        sigaction(signal, nullptr, &before);
+        // A signal that the parent has switched off (nohup, a background job) stays off.
+        if (before.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);
+    }
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+void check_interrupt() {
+    if (caught_signal != 0) throw Interrupted{caught_signal};
+}
+
+void die_by_signal(int signal) {
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+    std::_Exit(128 + signal);
+}

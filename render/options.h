@@ -1,0 +1,53 @@
+// The command line as a plain record. Owns option names, the help text and which options go
+// together; leaves files and values of parameters to others.
+#pragma once
+
+#include "parameter.h"
+#include "sound_file.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+struct Setting {
+    std::string option; // of a parameter, without dashes: "size"
+    std::string text;   // as given: "40ms"
+};
+
+struct Options {
+    std::vector<std::filesystem::path> inputs; // none when nothing is to be rendered
+    std::filesystem::path output;              // a file or a folder
+    bool output_is_folder = false;
+    std::string format; // an ending in place of the output's own, or empty
+    Bits bits = Bits::usual;
+
+    std::vector<Setting> settings; // of the reverb's parameters, no option twice
+    std::string preset;            // a file or a name, or empty
+    std::filesystem::path state, save_state, save_preset, automation; // empty: none
+
+    std::optional<uint32_t> block;        // frames
+    std::optional<double> tail_seconds;   // none: auto
+    std::optional<double> dry_gain;       // linear
+    std::optional<double> normalize_peak; // linear
+    bool wet_only = false;
+
+    bool list_parameters = false;
+    bool list_presets = false;
+    bool quiet = false;
+    bool json = false;
+};
+
+// What has to be known before the plug-in, whose parameters become options, is loaded.
+struct EarlyOptions {
+    std::filesystem::path plugin; // empty: the default place
+    bool help_or_version = false;
+};
+
+EarlyOptions parse_early_options(int argc, char** argv);
+
+// Each parameter becomes an option. Returns none after printing what --help or --version ask for.
+// Throws UsageError.
+std::optional<Options> parse_options(int argc, char** argv, std::span<const Parameter> parameters);

@@ -1,0 +1,87 @@
+#include "preset.h"
+
+#include "errors.h"
+#include "output_file.h"
+#include "text_lines.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::string_view ending = ".preset";
+
+ParameterChange parse_setting(std::string_view text, std::span<const Parameter> parameters) {
+    const size_t equals = text.find('=');
+    if (equals == std::string_view::npos)
+        throw ValueError("a line is `name = value`, for example `size = 40 ms`");
+    const std::string_view name = trimmed(text.substr(0, equals));
+    const auto index = find_parameter(parameters, name);
+    if (!index) throw ValueError(fmt::format("there is no parameter '{}'", name));
+    try {
+        return {*index, parameters[*index].parse(text.substr(equals + 1))};
+    } catch (const ValueError& e) {
+        throw ValueError(fmt::format("{}: {}", name, e.what()));
+    }
+}
+
+std::string first_comment(const fs::path& file) {
+    const std::string contents = read_file(file);
+    const std::string_view line =
+        trimmed(std::string_view(contents).substr(0, contents.find('\n')));
+    return line.starts_with('#') ? std::string(trimmed(line.substr(1))) : "";
+}
+
+} // namespace
+
+std::vector<ParameterChange> read_preset(const fs::path& file,
+                                         std::span<const Parameter> parameters) {
+    std::vector<ParameterChange> changes;
+    for (const TextLine& line : read_lines(file)) {
+        try {
+            changes.push_back(parse_setting(line.text, parameters));
+        } catch (const ValueError& e) {
+            throw Failure(fmt::format("{}: {}", line.place, e.what()));
+        }
+    }
+    return changes;
+}
+
+void write_preset(const fs::path& file, std::span<const Parameter> parameters,
+                  std::span<const double> values) {
+    std::string text = fmt::format("# {}\n", file.stem().string());
+    for (size_t i = 0; i < parameters.size(); ++i)
+        text += fmt::format("{} = {}\n", parameters[i].option,
+                            show_value(values[i], parameters[i].unit));
+    write_file(file, text);
+}
+
+std::vector<ShippedPreset> shipped_presets() {
+    std::vector<ShippedPreset> presets;
+    for (const fs::path& folder :
+         {program_folder() / "presets", program_folder() / "../share/brisel/presets"}) {
+        std::error_code error;
+        for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
+            if (entry.path().extension() == ending)
+                presets.push_back(
+                    {entry.path().stem().string(), first_comment(entry.path()), entry.path()});
+        if (!presets.empty()) break;
+    }
+    std::ranges::sort(presets, {}, &ShippedPreset::name);
+    return presets;
+}
+
+fs::path find_preset(const std::string& file_or_name) {
+    std::error_code error;
+    if (fs::is_regular_file(file_or_name, error)) return file_or_name;
+    std::vector<std::string> names;
+    for (const ShippedPreset& preset : shipped_presets()) {
+        if (preset.name == file_or_name) return preset.file;
+        names.push_back(preset.name);
+    }
+    throw Failure(fmt::format("there is no preset '{}', neither a file nor one of: {}",
+                              file_or_name, fmt::join(names, ", ")));
+}

@@ -1,0 +1,246 @@
+#include "renderer.h"
+
+#include "block_fit.h"
+#include "errors.h"
+#include "interrupt.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <fmt/format.h>
+
+namespace {
+
+// Peak and power of what is written.
+class LevelMeter {
+public:
+    void add(const float* samples, size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            const float magnitude = std::fabs(samples[i]);
+            peak_ = std::max(peak_, magnitude);
+            samples_over_ += magnitude > 1.0f;
+            power_ += static_cast<double>(samples[i]) * samples[i];
+        }
+        samples_ += count;
+    }
+    double peak() const { return peak_; }
+    double rms() const {
+        return samples_ > 0 ? std::sqrt(power_ / static_cast<double>(samples_)) : 0.0;
+    }
+    uint64_t samples_over() const { return samples_over_; }
+
+private:
+    float peak_ = 0.0f;
+    double power_ = 0.0;
+    uint64_t samples_ = 0;
+    uint64_t samples_over_ = 0;
+};
+
+// Passes interleaved stereo on to the writer, but keeps silent frames of the tail back until
+// something audible follows them. At most the tail is ever held.
+class TailGate {
+public:
+    TailGate(SoundWriter* out, LevelMeter& levels) : out_(out), levels_(levels) {}
+
+    void pass(const float* frames, size_t count) {
+        if (count == 0) return;
+        if (!held_.empty()) {
+            emit(held_.data(), held_.size() / 2);
+            held_.clear();
+        }
+        emit(frames, count);
+    }
+
+    void pass_audible(const float* frames, size_t count) {
+        size_t audible = count;
+        while (audible > 0 && std::fabs(frames[2 * audible - 2]) < tail_threshold &&
+               std::fabs(frames[2 * audible - 1]) < tail_threshold)
+            --audible;
+        pass(frames, audible);
+        held_.insert(held_.end(), frames + 2 * audible, frames + 2 * count);
+    }
+
+    uint64_t frames() const { return frames_; }
+
+private:
+    void emit(const float* frames, size_t count) {
+        if (out_) out_->write(frames, count);
+        levels_.add(frames, 2 * count);
+        frames_ += count;
+    }
+
+    SoundWriter* out_; // null: measure only
+    LevelMeter& levels_;
+    std::vector<float> held_;
+    uint64_t frames_ = 0;
+};
+
+// One way through the input and its tail, from a freshly activated plug-in.
+class Pass {
+public:
+    Pass(Plugin& plugin, SoundReader& in, const RenderSettings& settings, uint32_t block)
+        : plugin_(plugin), in_(in), settings_(settings), block_(block), values_(settings.values),
+          mix_(find_parameter(plugin.parameters(), "mix")), interleaved_(2 * size_t{block}),
+          planar_(4 * size_t{block}) {
+        for (size_t channel = 0; channel < 2; ++channel) {
+            input_[channel] = planar_.data() + channel * block;
+            output_[channel] = planar_.data() + (2 + channel) * block;
+        }
+    }
+
+    // Writes to `out` unless it is null, times `gain`.
+    Summary run(SoundWriter* out, float gain, const ProgressCallback& progress) {
+        plugin_.set_values(settings_.values);
+        if (!plugin_.activate(in_.sample_rate(), block_))
+            throw Failure("the plug-in refuses settings that it has accepted before");
+        in_.rewind();
+
+        LevelMeter levels;
+        TailGate gate(out, levels);
+        uint64_t input_frames = in_.frames(); // what the file promises, until its end is seen
+        bool ended = false;
+        for (uint64_t position = 0;; position += block_) {
+            check_interrupt();
+            if (!ended) {
+                const size_t got = read_block();
+                ended = got < block_;
+                if (ended) input_frames = position + got;
+            } else {
+                std::fill_n(planar_.begin(), 2 * size_t{block_}, 0.0f);
+            }
+            const uint64_t total = input_frames + tail_frames();
+            if (ended && position >= total) break;
+
+            process_block(position);
+            mix_and_interleave(gain);
+
+            // Silence is looked for behind the input only.
+            const uint64_t end = std::min<uint64_t>(position + block_, ended ? total : UINT64_MAX);
+            const uint64_t split = ended ? std::clamp(input_frames, position, end) : end;
+            gate.pass(interleaved_.data(), split - position);
+            const float* rest = interleaved_.data() + 2 * (split - position);
+            if (settings_.tail_seconds) {
+                gate.pass(rest, end - split);
+            } else {
+                gate.pass_audible(rest, end - split);
+            }
+            progress(end, total);
+        }
+        plugin_.deactivate();
+        return {.sample_rate = in_.sample_rate(),
+                .input_channels = in_.channels(),
+                .input_frames = input_frames,
+                .frames = gate.frames(),
+                .block = block_,
+                .peak = levels.peak(),
+                .rms = levels.rms(),
+                .samples_over = levels.samples_over(),
+                .gain = gain};
+    }
+
+private:
+    uint64_t tail_frames() const {
+        if (!settings_.tail_seconds) return plugin_.tail_frames();
+        return static_cast<uint64_t>(std::llround(*settings_.tail_seconds * in_.sample_rate()));
+    }
+
+    // Fills the input channels, with silence behind the end; returns the frames that the file gave.
+    size_t read_block() {
+        const size_t got = in_.read(interleaved_.data(), block_);
+        const size_t channels = static_cast<size_t>(in_.channels());
+        for (size_t channel = 0; channel < channels; ++channel) {
+            for (size_t i = 0; i < got; ++i)
+                input_[channel][i] = interleaved_[i * channels + channel];
+            std::fill(input_[channel] + got, input_[channel] + block_, 0.0f);
+        }
+        return got;
+    }
+
+    // Steps apply at the first block that starts at or after their time.
+    void process_block(uint64_t position) {
+        changes_.clear();
+        const double now = static_cast<double>(position) / in_.sample_rate();
+        for (; next_step_ < settings_.automation.size(); ++next_step_) {
+            const AutomationStep& step = settings_.automation[next_step_];
+            if (step.seconds > now) break;
+            changes_.push_back({step.index, step.value});
+            values_[step.index] = step.value;
+        }
+        plugin_.process({input_.data(), static_cast<size_t>(in_.channels())}, output_, block_,
+                        changes_);
+    }
+
+    void mix_and_interleave(float gain) {
+        // The plug-in has mixed in (1 - Mix) of the dry signal already.
+        float more_dry = 0.0f;
+        if (settings_.dry_gain) {
+            if (!mix_) throw Failure("the plug-in has no Mix, which --dry-gain needs");
+            more_dry = static_cast<float>(*settings_.dry_gain - (1.0 - values_[*mix_]));
+        }
+        for (size_t channel = 0; channel < 2; ++channel) {
+            const float* dry = input_[in_.channels() == 1 ? 0 : channel];
+            for (size_t i = 0; i < block_; ++i) {
+                float sample = output_[channel][i];
+                // Samples that are no numbers count as silence, as they do in the plug-in.
+                if (more_dry != 0.0f && std::isfinite(dry[i])) sample += more_dry * dry[i];
+                interleaved_[2 * i + channel] = sample * gain;
+            }
+        }
+    }
+
+    Plugin& plugin_;
+    SoundReader& in_;
+    const RenderSettings& settings_;
+    const uint32_t block_;
+    std::vector<double> values_; // in force
+    const std::optional<size_t> mix_;
+    std::vector<float> interleaved_;
+    std::vector<float> planar_; // two input channels, two output channels
+    std::array<float*, 2> input_{}, output_{};
+    std::vector<ParameterChange> changes_;
+    size_t next_step_ = 0;
+};
+
+// The block length that the settings, and every step of the automation, are accepted with.
+uint32_t choose_block(Plugin& probe, int sample_rate, const RenderSettings& settings) {
+    const BlockFit fit(probe, sample_rate);
+    uint32_t block = settings.block.value_or(default_block);
+    const auto fit_in = [&](const std::vector<double>& values, const std::string& place) {
+        const auto longest = fit.longest(values, block);
+        if (!longest || (settings.block && *longest < block))
+            throw Failure(place + fit.explain(values, block));
+        block = *longest;
+    };
+
+    std::vector<double> values = settings.values;
+    fit_in(values, "");
+    const Automation& steps = settings.automation;
+    for (size_t i = 0; i < steps.size(); ++i) {
+        values[steps[i].index] = steps[i].value;
+        // Steps of one time reach the plug-in together.
+        const bool last_of_its_time =
+            i + 1 == steps.size() || steps[i + 1].seconds > steps[i].seconds;
+        if (last_of_its_time) fit_in(values, steps[i].place + ": ");
+    }
+    return block;
+}
+
+} // namespace
+
+Summary render(Plugin& plugin, Plugin& probe, SoundReader& in, SoundWriter& out,
+               const RenderSettings& settings, const ProgressCallback& progress) {
+    const uint32_t block = choose_block(probe, in.sample_rate(), settings);
+    const auto start = std::chrono::steady_clock::now();
+    double gain = 1.0;
+    if (settings.normalize_peak) {
+        const Summary measured = Pass(plugin, in, settings, block).run(nullptr, 1.0f, progress);
+        if (measured.peak > 0.0) gain = *settings.normalize_peak / measured.peak;
+    }
+    Summary summary =
+        Pass(plugin, in, settings, block).run(&out, static_cast<float>(gain), progress);
+    summary.gain = gain;
+    summary.render_seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return summary;
+}

@@ -1,0 +1,46 @@
+// What the user sees of a run: tables, the progress bar, the summary of a file as a sentence or as
+// JSON, warnings.
+#pragma once
+
+#include "clap_host.h"
+#include "jobs.h"
+#include "preset.h"
+#include "renderer.h"
+
+#include <chrono>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+// A bar on standard error while it is a terminal; nothing elsewhere. Removed when it goes out of
+// scope.
+class ProgressBar {
+public:
+    ProgressBar(std::string label, bool wanted);
+    ~ProgressBar();
+    ProgressBar(const ProgressBar&) = delete;
+    ProgressBar& operator=(const ProgressBar&) = delete;
+
+    void show(uint64_t done, uint64_t total);
+
+private:
+    std::string label_;
+    bool enabled_;
+    bool shown_ = false;
+    std::chrono::steady_clock::time_point next_{};
+};
+
+// Name, option, range, default, unit, value in force (as the plug-in shows it).
+std::string parameter_table(const Plugin& plugin, std::span<const double> values);
+
+std::string preset_table(std::span<const ShippedPreset> presets);
+
+// "wet.wav: 12.31 s, tail 3.00 s, peak -4.2 dBFS, 380 times real time"
+std::string sentence(const Job& job, const Summary& summary);
+
+// One object on one line, units in the keys; levels of silence are null.
+std::string json(const Job& job, const Summary& summary);
+
+// Clipping, when the format cuts off what is beyond full scale; empty when there is none.
+std::string clipping_warning(const Job& job, const Summary& summary);
