@@ -105,14 +105,13 @@ int32_t process(ffdn_block_n16& e, const Signals& io, int32_t frames) {
     return 0;
 }
 
-// Adds the squares of the `delay` newest samples before `wpos`.
-double ring_energy(const float* ring, uint32_t wpos, uint32_t mask, uint32_t delay) {
-    double energy = 0.0;
+// Adds the squares of the `delay` newest samples before `wpos` to `energy`, one by one: the sum runs
+// in one fixed order through all rings.
+void add_energy(double& energy, const float* ring, uint32_t wpos, uint32_t mask, uint32_t delay) {
     for (uint32_t k = 1; k <= delay; ++k) {
         const double v = ring[(wpos - k) & mask];
         energy += v * v;
     }
-    return energy;
 }
 
 } // namespace
@@ -156,14 +155,14 @@ int32_t ffdn_block_n16_process_stereo_in(ffdn_block_n16* e, const float* x_left,
 double ffdn_block_n16_state_energy(const ffdn_block_n16* e) {
     double energy = 0.0;
     for (int i = 0; i < BRISEL_LINES; ++i)
-        energy += ring_energy(e->ring + e->line_offset[i], e->line_wpos[i], e->line_mask[i],
-                              e->line_delay[i]);
+        add_energy(energy, e->ring + e->line_offset[i], e->line_wpos[i], e->line_mask[i],
+                   e->line_delay[i]);
     for (int32_t s = 0; s < e->stage_count; ++s) {
         const ffdn_block_stage& stage = e->stages[s];
         if (!stage.ring) continue;
         for (size_t i = 0; i < BRISEL_LINES; ++i)
-            energy +=
-                ring_energy(stage.ring + i * stage.size, stage.wpos, stage.mask, stage.delays[i]);
+            add_energy(energy, stage.ring + i * stage.size, stage.wpos, stage.mask,
+                       stage.delays[i]);
     }
     return energy;
 }
