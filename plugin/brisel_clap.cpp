@@ -218,8 +218,8 @@ bool brisel_activate(const clap_plugin_t* plugin, double sample_rate, uint32_t /
     qv_reverb_destroy(b->reverb);
     b->sample_rate = truncate_int32(sample_rate);
     const uint64_t capacity = (uint64_t{max_frames} + 7) & ~uint64_t{7};
-    // A capacity beyond int32 becomes 0, which the engine refuses.
-    b->max_frames = capacity > INT32_MAX ? 0 : capacity < 64 ? 64 : static_cast<int32_t>(capacity);
+    // Beyond int32 this turns negative or 0, which the engine refuses.
+    b->max_frames = static_cast<int32_t>(capacity < 64 ? 64 : capacity);
     b->reverb = qv_reverb_create(b->sample_rate, b->max_frames);
     return b->reverb && brisel_apply_params(b) == 0;
 }

@@ -100,7 +100,8 @@ private:
     clap_input_events_t list_ = {this, size, get};
 };
 
-// Both ends of a state stream: moves at most `chunk` bytes a call, `capacity` in all.
+// Both ends of a state stream: moves at most `chunk` bytes a call, `capacity` in all; a full one says
+// -1 or 0.
 struct Stream {
     std::vector<unsigned char> bytes;
     size_t chunk = 5, capacity = 4096, at = 0;
@@ -110,7 +111,7 @@ struct Stream {
         const size_t n = std::min({size_t{size}, s.chunk, s.capacity - s.bytes.size()});
         const auto* from = static_cast<const unsigned char*>(data);
         s.bytes.insert(s.bytes.end(), from, from + n);
-        return n > 0 ? static_cast<int64_t>(n) : -1;
+        return n > 0 ? static_cast<int64_t>(n) : s.capacity % 2 ? -1 : 0;
     }
     static int64_t read(const clap_istream_t* stream, void* data, uint64_t size) {
         auto& s = *static_cast<Stream*>(stream->ctx);

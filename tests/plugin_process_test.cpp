@@ -111,7 +111,7 @@ struct Life {
                 events.add(id, value, 0, static_cast<uint16_t>((6 + below(12)) % 13));
                 break;
             case 2:
-                events.add(12 + below(1000), value).add(CLAP_INVALID_ID, value);
+                events.add(12 + below(2), value).add(CLAP_INVALID_ID, value);
                 break;
             case 3:
                 events.add_missing();
