@@ -4,7 +4,24 @@
 #include <cmath>
 #include <fmt/format.h>
 
+namespace {
+
+// Modulation moves the end of a delay line by up to so many frames. The plug-in does not look at
+// this when it starts, but refuses the first block that a shortened line cannot hold.
+constexpr double modulation_depth = 2.0;
+
+} // namespace
+
+bool BlockFit::modulated(std::span<const double> values) const {
+    const auto modulate = find_parameter(probe_.parameters(), "modulate");
+    return modulate && values[*modulate] >= 0.5;
+}
+
 bool BlockFit::accepts(std::span<const double> values, uint32_t block) const {
+    const auto size = find_parameter(probe_.parameters(), "size");
+    if (size && modulated(values) &&
+        std::round(values[*size] * sample_rate_) < block + modulation_depth)
+        return false;
     probe_.set_values(values);
     const bool accepted = probe_.activate(sample_rate_, block);
     probe_.deactivate();
@@ -31,7 +48,7 @@ std::string BlockFit::larger_time(std::span<const double> values, size_t index, 
     std::vector<double> tried(values.begin(), values.end());
     for (double tenths = std::ceil(std::max(from, p.min) * 1e4);
          tenths / 1e4 <= std::min(to, p.max); ++tenths) {
-        tried[index] = tenths / 1e4;
+        tried[index] = tenths / 10.0 / 1000.0; // as the text will be read
         if (accepts(tried, block))
             return fmt::format("--{} {} or more", p.option, show_value(tried[index], p.unit));
     }
@@ -57,23 +74,27 @@ std::string BlockFit::explain(std::span<const double> values, uint32_t block) co
                                larger_time(values, *er_size, values[*er_size], 0.5, block));
     }
 
+    const auto shorter = longest(values, block);
+    std::string larger;
+    std::string line;
     if (const auto size = find_parameter(parameters, "size")) {
-        std::string ways;
-        if (const auto shorter = longest(values, block))
-            ways = fmt::format("--block {}{}", *shorter, *shorter > 8 ? " or less" : "");
         // The plug-in rounds short blocks up, but not by more than 64 frames.
         const double least = block / static_cast<double>(sample_rate_);
         const double most = (block + 64.0) / sample_rate_ + 1e-4;
-        if (const std::string larger = larger_time(values, *size, least, most, block);
-            !larger.empty())
-            ways += fmt::format("{}{}", ways.empty() ? "" : ", or ", larger);
-        if (!ways.empty())
-            return fmt::format(
-                "blocks of {} frames do not fit into the shortest delay line ({} {}, "
-                "that is {:.0f} frames at {} Hz): use {}",
-                block, parameters[*size].name, show_value(values[*size], parameters[*size].unit),
-                values[*size] * sample_rate_, sample_rate_, ways);
+        larger = larger_time(values, *size, least, most, block);
+        line =
+            fmt::format("the shortest delay line ({} {}, that is {:.0f} frames at {} Hz{})",
+                        parameters[*size].name, show_value(values[*size], parameters[*size].unit),
+                        values[*size] * sample_rate_, sample_rate_,
+                        modulated(values) ? ", two of which the modulation takes" : "");
     }
+    if (shorter && !larger.empty())
+        return fmt::format("blocks of {} frames do not fit into {}: use --block {} or less, or {}",
+                           block, line, *shorter, larger);
+    if (!larger.empty()) return fmt::format("{} is too short for any block: use {}", line, larger);
+    if (shorter)
+        return fmt::format("blocks of {} frames are too long at {} Hz: use --block {} or less",
+                           block, sample_rate_, *shorter);
     return fmt::format("the plug-in refuses these settings at {} Hz with blocks of {} frames",
                        sample_rate_, block);
 }

@@ -22,6 +22,7 @@ public:
     std::string explain(std::span<const double> values, uint32_t block) const;
 
 private:
+    bool modulated(std::span<const double> values) const;
     bool accepts(std::span<const double> values, uint32_t block) const;
     std::string larger_time(std::span<const double> values, size_t index, double from, double to,
                             uint32_t block) const;

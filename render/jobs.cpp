@@ -11,6 +11,8 @@ namespace {
 
 // The ending that chooses the format of `out`.
 std::string chosen_ending(const fs::path& out, const Options& options) {
+    if (fs::is_directory(out))
+        throw UsageError(fmt::format("'{}' is a folder: put -o in front of it", out.string()));
     if (!options.format.empty()) return options.format;
     const std::string ending = out.extension().string();
     // A device such as /dev/null has no ending to go by.

@@ -100,19 +100,26 @@ public:
 };
 
 constexpr const char* footer = R"(
+Values:
 Times are written 40ms or 0.04s, a number alone is in seconds; shares 0.35 or
 35%; gains -2dB, a number alone is in dB. Settings count in this order: --state,
 --preset, then the options above.
 
-Sound files: whatever libsndfile reads, mono or stereo, above 9000 Hz. Results
-are stereo at the same rate: .wav .aiff .au .w64 .rf64 .caf (32-bit float unless
---bits says otherwise), .flac (24 bits), .ogg, .opus. The same input and options
-give the same bytes, apart from the random stream number in .ogg and .opus files.
+Sound files:
+Whatever libsndfile reads, mono or stereo, above 9000 Hz. Results are stereo at
+the same rate: .wav .aiff .au .w64 .rf64 .caf (32-bit float unless --bits says
+otherwise), .flac (24 bits), .ogg, .opus. A result appears under its name when it
+is complete. The same input and options give the same bytes, apart from the
+random stream number in .ogg and .opus files.
 
+Text files:
 An automation file has lines `time name value`, such as `2.5s decay 8s`, a preset
 lines `name = value`, such as `size = 40 ms`. A # starts a comment in both.
 
-Exit codes: 0 success, 1 a file or the plug-in failed, 2 wrong usage.
+Exit codes:
+  0  success
+  1  a file or the plug-in failed
+  2  wrong usage
 
 Examples:
   brisel-render dry.wav wet.wav --decay 4 --size 60ms --mix 40%

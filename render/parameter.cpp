@@ -8,8 +8,11 @@
 
 double Parameter::parse(std::string_view text) const {
     const double value = parse_value(text, unit);
-    if (!(value >= min && value <= max))
-        throw ValueError(fmt::format("{} is out of range: {}", show_value(value, unit), range()));
+    if (!(value >= min && value <= max)) {
+        const Unit plain = unit == Unit::milliseconds ? Unit::seconds : unit;
+        throw ValueError(fmt::format("'{}' ({}) is out of range: {}", trimmed(text),
+                                     show_value(value, plain), range()));
+    }
     return value;
 }
 

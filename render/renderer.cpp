@@ -209,7 +209,7 @@ uint32_t choose_block(Plugin& probe, int sample_rate, const RenderSettings& sett
     const auto fit_in = [&](const std::vector<double>& values, const std::string& place) {
         const auto longest = fit.longest(values, block);
         if (!longest || (settings.block && *longest < block))
-            throw Failure(place + fit.explain(values, block));
+            throw Failure(place + fit.explain(values, settings.block.value_or(8)));
         block = *longest;
     };
 

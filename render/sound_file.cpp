@@ -48,6 +48,15 @@ const Container* find_container(std::string_view ending) {
     return found == containers.end() ? nullptr : &*found;
 }
 
+// What libsndfile has to say, in the words of the other messages.
+std::string reason(SNDFILE* sound) {
+    std::string_view text = sf_strerror(sound);
+    for (const std::string_view prefix : {"System error : ", "Error : "})
+        if (text.starts_with(prefix)) text.remove_prefix(prefix.size());
+    if (text.ends_with('.')) text.remove_suffix(1);
+    return std::string(text);
+}
+
 std::string all_endings() {
     std::string list;
     for (const Container& c : containers)
@@ -102,7 +111,7 @@ SoundFormat sound_format(std::string_view ending, Bits bits) {
 
 SoundReader::SoundReader(const fs::path& file) : name_(file.string()) {
     sound_.reset(sf_open(file.c_str(), SFM_READ, &info_));
-    if (!sound_) throw Failure(fmt::format("cannot read '{}': {}", name_, sf_strerror(nullptr)));
+    if (!sound_) throw Failure(fmt::format("cannot read '{}': {}", name_, reason(nullptr)));
     if (info_.channels > 2)
         throw Failure(fmt::format("'{}' has {} channels; the reverb takes one or two", name_,
                                   info_.channels));
@@ -138,7 +147,7 @@ SoundWriter::SoundWriter(const fs::path& file, const SoundFormat& format, int sa
     info.channels = 2;
     info.format = format.code;
     sound_.reset(sf_open_fd(file_.descriptor(), SFM_WRITE, &info, SF_FALSE));
-    if (!sound_) fail(sf_strerror(nullptr));
+    if (!sound_) fail(reason(nullptr));
     // Samples beyond full scale stay at full scale rather than wrap round.
     sf_command(sound_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
     // The chunk carries the time of day, and the same run shall give the same bytes.
@@ -148,7 +157,7 @@ SoundWriter::SoundWriter(const fs::path& file, const SoundFormat& format, int sa
 void SoundWriter::write(const float* interleaved, size_t frames) {
     check_room(frames_ + frames);
     const sf_count_t count = static_cast<sf_count_t>(frames);
-    if (sf_writef_float(sound_.get(), interleaved, count) != count) fail(sf_strerror(sound_.get()));
+    if (sf_writef_float(sound_.get(), interleaved, count) != count) fail(reason(sound_.get()));
     frames_ += frames;
 }
 
@@ -161,7 +170,7 @@ void SoundWriter::check_room(uint64_t frames) const {
 
 void SoundWriter::commit() {
     sf_write_sync(sound_.get());
-    if (sf_error(sound_.get()) != SF_ERR_NO_ERROR) fail(sf_strerror(sound_.get()));
+    if (sf_error(sound_.get()) != SF_ERR_NO_ERROR) fail(reason(sound_.get()));
     sound_.reset();
     check_complete();
     file_.commit();
@@ -179,6 +188,6 @@ void SoundWriter::check_complete() const {
         fail("the end of the file is missing; is the disk full?");
 }
 
-void SoundWriter::fail(const char* why) const {
+void SoundWriter::fail(const std::string& why) const {
     throw Failure(fmt::format("cannot write '{}': {}", name_, why));
 }

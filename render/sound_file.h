@@ -65,7 +65,7 @@ public:
     void commit();
 
 private:
-    [[noreturn]] void fail(const char* why) const;
+    [[noreturn]] void fail(const std::string& why) const;
     void check_complete() const;
 
     void check_room(uint64_t frames) const;
