@@ -1,7 +1,7 @@
 """From an impulse response to figures: pure functions on numpy arrays, without files or pictures.
 
-Responses are float arrays of one channel, free of noise, that start when the impulse is sent. Times are
-in seconds, frequencies in Hz, levels in dB.
+Responses are float arrays, free of noise, of one channel or with a column for each; the energies of
+several channels add up. Times are in seconds, frequencies in Hz, levels in dB.
 
 Sources
   ISO 3382-1:2009, Acoustics: Measurement of room acoustic parameters, part 1: decay, clarity,
@@ -31,13 +31,18 @@ def octave_centres(rate):
     return [centre for centre in OCTAVES if centre * np.sqrt(2) < rate / 2]
 
 
+def energy(response):
+    """The energy of each frame, channels added up, in double precision."""
+    return np.square(response, dtype=float).reshape(len(response), -1).sum(axis=1)
+
+
 def onset(response):
-    """The index where the response begins: its first sample within 20 dB of its peak (ISO 3382-1)."""
-    level = np.abs(response)
+    """The index where the response begins: its first frame within 20 dB of its peak (ISO 3382-1)."""
+    level = energy(response)
     peak = level.max(initial=0)
     if peak == 0:
         raise ValueError("the response is silent")
-    return int(np.argmax(level >= 0.1 * peak))
+    return int(np.argmax(level >= 0.01 * peak))
 
 
 def octave_band(response, centre, rate):
@@ -48,16 +53,16 @@ def octave_band(response, centre, rate):
     """
     edges = (centre / np.sqrt(2), centre * np.sqrt(2))
     sections = signal.butter(4, edges, btype="bandpass", fs=rate, output="sos")
-    return signal.sosfilt(sections, response[::-1])[::-1]
+    return signal.sosfilt(sections, response[::-1], axis=0)[::-1]
 
 
 def decay_curve(response):
     """The energy still to come at each sample, in dB below the whole (Schroeder integration)."""
-    energy = np.cumsum(np.square(response[::-1], dtype=float))[::-1]
-    if energy.size == 0 or energy[0] == 0:
+    remaining = np.cumsum(energy(response)[::-1])[::-1]
+    if remaining.size == 0 or remaining[0] == 0:
         raise ValueError("the response is silent")
     with np.errstate(divide="ignore"):
-        return 10 * np.log10(energy / energy[0])
+        return 10 * np.log10(remaining / remaining[0])
 
 
 def decay_time(curve, rate, upper, lower):
@@ -104,7 +109,7 @@ def set_decay_time(frequency, rate, low, high, loop):
 def clarity(response, rate, limit=0.080):
     """C80: early energy over late energy in dB, of a response that begins at its onset (ISO 3382-1)."""
     split = int(round(limit * rate))
-    early, late = (np.sum(np.square(part, dtype=float)) for part in (response[:split], response[split:]))
+    early, late = energy(response[:split]).sum(), energy(response[split:]).sum()
     with np.errstate(divide="ignore"):
         return float(10 * np.log10(early / late)) if late > 0 else np.inf
 
@@ -112,47 +117,43 @@ def clarity(response, rate, limit=0.080):
 def definition(response, rate, limit=0.050):
     """D50: the share of the energy, in percent, that arrives early (ISO 3382-1)."""
     split = int(round(limit * rate))
-    energy = np.square(response, dtype=float)
-    return float(100 * energy[:split].sum() / energy.sum())
+    return float(100 * energy(response[:split]).sum() / energy(response).sum())
 
 
-def echo_density(response, rate, window=ECHO_WINDOW):
-    """The normalised echo density at every sample (Abel and Huang).
+def echo_density(response, rate, window=ECHO_WINDOW, hop=16):
+    """Times, and the normalised echo density of one channel at them, every `hop` samples (Abel and Huang).
 
-    The weighted share of samples, in a Hann window centred on the sample, whose magnitude exceeds the
+    The weighted share of samples, in a Hann window centred on the time, whose magnitude exceeds the
     weighted root mean square in that window, divided by the share expected of Gaussian noise,
     erfc(1 / sqrt 2) = 0.3173. Near 0 for single echoes, 1 for a response as dense as noise. NaN where the
-    window would reach outside the response or holds only silence.
+    window holds only silence; the first time is that of the first whole window.
     """
     half = int(round(window * rate / 2))
     weight = signal.windows.hann(2 * half + 1)
     weight /= weight.sum()
     response = np.asarray(response, float)
-    density = np.full(response.size, np.nan)
     if response.size < weight.size:
-        return density
-    shape = np.lib.stride_tricks.sliding_window_view(response, weight.size)
-    for start in range(0, shape.shape[0], 4096):  # bounds the memory that the comparison takes
-        rows = shape[start : start + 4096]
-        deviation = np.sqrt(np.square(rows) @ weight)
-        share = (np.abs(rows) > deviation[:, None]) @ weight
+        return np.empty(0), np.empty(0)
+    rows = np.lib.stride_tricks.sliding_window_view(response, weight.size)[::hop]
+    density = np.empty(len(rows))
+    for start in range(0, len(rows), 1024):  # bounds the memory that the comparison takes
+        part = rows[start : start + 1024]
+        deviation = np.sqrt(np.square(part) @ weight)
+        share = (np.abs(part) > deviation[:, None]) @ weight
         share[deviation == 0] = np.nan
-        density[half + start : half + start + len(rows)] = share
-    return density / special.erfc(1 / np.sqrt(2))
+        density[start : start + len(part)] = share
+    return (half + hop * np.arange(len(rows))) / rate, density / special.erfc(1 / np.sqrt(2))
 
 
-def mixing_time(density, rate, threshold=MIXED):
+def mixing_time(times, density, threshold=MIXED):
     """The first time at which the echo density reaches the threshold; NaN if it never does."""
     reached = np.nan_to_num(density) >= threshold
-    return float(np.argmax(reached) / rate) if reached.any() else np.nan
+    return float(times[np.argmax(reached)]) if reached.any() else np.nan
 
 
 def smoothed_spectrum(response, rate, fraction=3):
-    """Frequencies and power spectrum averaged over 1/fraction octave around each of them.
-
-    The power is that of the transform's bins; its mean is left to the caller to refer to.
-    """
-    power = np.square(np.abs(np.fft.rfft(response)))
+    """Frequencies, the power in each bin of the transform, and its average over 1/fraction octave."""
+    power = energy(np.abs(np.fft.rfft(response, axis=0)))
     total = np.concatenate(([0], np.cumsum(power)))
     frequency = np.fft.rfftfreq(len(response), 1 / rate)
     half = 2 ** (0.5 / fraction)
@@ -165,7 +166,8 @@ def spectral_flatness(response, rate, low=100, high=10000):
     """Geometric over arithmetic mean of the power spectrum between two frequencies, within third octaves.
 
     The spectrum is divided by its third-octave average first, so that damping and EQ do not count, only
-    how much single resonances stand out: exp(-0.577) = 0.56 for noise, less for a metallic sound.
+    how much single resonances stand out: exp(-0.577) = 0.56 for noise, less for a metallic sound. Of one
+    channel: the sum of two is flatter by itself.
     """
     frequency, power, average = smoothed_spectrum(response, rate)
     chosen = (frequency >= low) & (frequency <= min(high, 0.45 * rate)) & (power > 0)
