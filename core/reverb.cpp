@@ -133,6 +133,7 @@ void clear(float* ring, uint64_t size, uint64_t written) {
 void silence_storage(ReverbObject& object) {
     const ffdn_block_n16& e = object.pub.engine;
     const uint64_t written = object.frames_written;
+    if (written == 0) return; // there may be no network yet
     for (int i = 0; i < BRISEL_LINES; ++i)
         clear(e.ring + e.line_offset[i], uint64_t{e.line_mask[i]} + 1, written);
     for (int32_t s = 0; s < e.stage_count; ++s) {

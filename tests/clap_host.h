@@ -116,7 +116,7 @@ struct Stream {
     static int64_t read(const clap_istream_t* stream, void* data, uint64_t size) {
         auto& s = *static_cast<Stream*>(stream->ctx);
         const size_t n = std::min({size_t{size}, s.chunk, s.bytes.size() - s.at});
-        std::memcpy(data, s.bytes.data() + s.at, n);
+        std::copy_n(s.bytes.data() + s.at, n, static_cast<unsigned char*>(data));
         s.at += n;
         return static_cast<int64_t>(n);
     }
