@@ -96,6 +96,7 @@ Lines random_lines(Random& random, int32_t block_size) {
         uint32_t delay = random.integer(shortest, 4 * shortest + 64);
         if (style == 0) delay = shortest + random.integer(0, 2);
         if (style == 1) delay = std::bit_ceil(shortest + 40) - random.integer(1, 3);
+        if (random.chance(0.01f)) delay = random.integer(1, shortest); // refuses long blocks
         lines.delays[i] = static_cast<int32_t>(delay);
         lines.ring_sizes[i] = std::bit_ceil(delay + 1) << (random.chance(0.1f) ? 1 : 0);
     }

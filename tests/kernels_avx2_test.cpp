@@ -266,6 +266,13 @@ TEST(KernelsAvx2, StageDelayEqualsItsDefinitionForEveryDelay) {
         check_stage_delay(delays, size, random.pick(kFrames), Signal::kNonFinite, false, random);
         if (HasFailure()) return;
     }
+    for (uint32_t size : {1u, 2u, 4u, 8u}) { // rings shorter than a vector
+        std::array<uint32_t, 16> delays;
+        for (uint32_t& delay : delays) delay = random.integer(0, size - 1);
+        for (uint32_t n : {1u, 7u, 8u, 24u, 129u}) {
+            check_stage_delay(delays, size, n, Signal::kNonFinite, false, random);
+        }
+    }
     check_stage_delay(progression(0, 256), 4096, 512, Signal::kNoise, true, random);
     check_stage_delay({}, 16, 64, Signal::kNoise, true, random);
     check_stage_delay(progression(65536 - 15, 1), 131072, 256, Signal::kNoise, true, random);
