@@ -96,8 +96,21 @@ inline Frame draw_gains(Random& random) {
     return gains;
 }
 
-inline ChannelGains draw_channel_gains(Random& random) {
+// One gain for the even lines and one for the odd, as a stereo width sets them.
+inline Frame draw_alternating_gains(Random& random) {
+    const float even = random.real(-1.0f, 1.0f), odd = random.real(-1.0f, 1.0f);
+    Frame gains;
+    for (size_t i = 0; i < gains.size(); ++i) gains[i] = i % 2 == 0 ? even : odd;
+    return gains;
+}
+
+inline ChannelGains draw_channel_gains(Random& random, bool alternating) {
     ChannelGains gains;
+    if (alternating) {
+        gains.left = draw_alternating_gains(random);
+        gains.right = draw_alternating_gains(random);
+        return gains;
+    }
     if (random.chance(0.7f)) gains.left = draw_gains(random);
     if (random.chance(0.7f)) gains.right = draw_gains(random);
     if (random.chance(0.4f)) {
@@ -178,13 +191,21 @@ inline Configuration draw(uint64_t seed) {
     for (int count = integer(random, 1, 3); count > 0; --count) {
         Phase phase;
         const bool first = c.phases.empty();
+        // A reverb's usual set-up, on the calls of which an engine may take shorter ways.
+        const bool usual = random.chance(0.3f);
         draw_matrix(random, phase, first);
-        if (random.chance(0.5f)) {
+        if (usual && phase.matrix != Matrix::kKeep) phase.matrix = Matrix::kDefault;
+        if (usual || random.chance(0.5f)) {
             phase.two_band = {log_uniform(random, 0.05f, 20.0f), log_uniform(random, 0.05f, 20.0f)};
         }
-        if (first || random.chance(0.3f)) phase.outputs = draw_channel_gains(random);
-        if (first || random.chance(0.3f)) phase.inputs = draw_channel_gains(random);
+        if (first || usual || random.chance(0.3f)) {
+            phase.outputs = draw_channel_gains(random, usual);
+        }
+        if (first || usual || random.chance(0.3f)) {
+            phase.inputs = draw_channel_gains(random, usual);
+        }
         phase.path = random.pick({Path::kMono, Path::kStereo, Path::kStereoIn, Path::kStereoIn});
+        if (usual && random.chance(0.7f)) phase.path = Path::kStereoIn;
         phase.sound = random.pick({Sound::kNoise, Sound::kNoise, Sound::kNoise, Sound::kImpulses,
                                    Sound::kSine, Sound::kSilence, Sound::kFullScale, Sound::kQuiet,
                                    Sound::kDenormal});
