@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# brisel-measure, from its command line to its files: the report of a setting holds what was set, and two
+# reports compare.
+#
+# usage: measure_report_test.sh SOURCE_DIR RENDERER
+set -euo pipefail
+export PYTHONDONTWRITEBYTECODE=1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+measure() {
+    "$source/measure/brisel-measure" "$@"
+}
+source=$1 renderer=$2
+
+cd "$work"
+measure -o 'a report' --renderer "$renderer" --size 20ms --decay 0.6 --damp 0.5 --width 1 >summary ||
+    fail "the report"
+measure -o other --no-pictures --renderer "$renderer" --size 20ms --decay 0.6 --damp 0.5 --width 0 \
+    --eq-low -2dB >/dev/null || fail "the report without pictures"
+
+/usr/bin/python3 - <<'END'
+import json, pathlib, soundfile
+
+report = json.loads(pathlib.Path("a report/report.json").read_text())
+assert report["settings"]["size_s"] == 0.02 and report["settings"]["mix"] == 1
+assert abs(report["onset_s"] - 0.02) < 0.001, report["onset_s"]
+for band in report["bands"]:
+    # Below, one short response scatters too much to judge; above, the octave spans very different times.
+    if 500 <= band["centre_hz"] <= 8000:
+        assert abs(band["t30_s"] / band["set_s"] - 1) < 0.06, band
+assert report["bands"][-1]["set_s"] < 0.5 * report["bands"][0]["set_s"]
+assert abs(report["correlation"]["lag_0_from_80_ms_on"]) < 0.1
+assert json.loads(pathlib.Path("other/report.json").read_text())["correlation"]["iacc_80_ms_on"] == 1
+
+sound, rate = soundfile.read("a report/impulse.wav")
+assert rate == 48000 and sound.shape[1] == 2 and abs(len(sound) / rate - report["length_s"]) < 1e-4
+pictures = sorted(pathlib.Path("a report").glob("*.png"))
+page = pathlib.Path("a report/report.html").read_text()
+assert len(pictures) == 6 and page.count("data:image/png;base64,") == 6
+assert "http" not in page, "the page is not self-contained"
+END
+
+measure --compare 'a report' other >table || fail "the comparison"
+grep -qE '^settings/eq_low_db +0 +-2 +-2$' table || fail "no difference in: $(cat table)"
+grep -qE '^settings/size_s +0.02 +0.02 +=$' table || fail "no equality in: $(cat table)"
+
+code=0
+measure -o bad --renderer "$renderer" --decay 99 2>message || code=$?
+[[ $code == 2 && $(cat message) == *--decay* ]] || fail "a bad option gave $code: $(cat message)"
+code=0
+measure --compare other nothing 2>message || code=$?
+[[ $code == 1 && $(cat message) == *nothing* ]] || fail "a missing report gave $code: $(cat message)"
