@@ -70,6 +70,22 @@ class Decay(unittest.TestCase):
         self.assertTrue((np.diff(times) < 0).all())
         self.assertTrue((analysis.set_decay_time(frequency, RATE, 2.0, 0, 2400) == 2).all())
 
+    def test_an_octave_of_different_decays_shows_the_t30_that_is_expected_of_it(self):
+        # Noise whose every frequency decays as set, made of many narrow bands.
+        ends, loop = (1.0, 0.1), 2400
+        t = np.arange(RATE) / RATE
+        frequency = np.arange(250, 16000, 10.0)
+        times = analysis.set_decay_time(frequency, RATE, *ends, loop)
+        phases = np.random.default_rng(10).uniform(0, 2 * np.pi, frequency.size)
+        sound = sum(
+            np.cos(2 * np.pi * f * t + phase) * 10 ** (-3 * t / t60)
+            for f, t60, phase in zip(frequency, times, phases)
+        )
+        for centre in (1000, 4000):
+            measured = analysis.decay_times(analysis.octave_band(sound, centre, RATE), RATE)["t30_s"]
+            expected = analysis.set_octave_t30(centre, RATE, *ends, loop)
+            self.assertAlmostEqual(measured / expected, 1, delta=0.05, msg=f"{centre} Hz")
+
 
 class EarlyAndLate(unittest.TestCase):
     def test_two_pulses_give_clarity_and_definition(self):

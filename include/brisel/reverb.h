@@ -101,9 +101,9 @@ BRISEL_API int32_t qv_reverb_process(qv_reverb* rev, const float* in_l, const fl
  *   out_l, out_r    float[max_frames_out], written from the start; out_r may be null (mono)
  *   max_frames_out  > 0, any value; the last max_frames_out mod 8 frames stay untouched
  * Returns   the number of frames written, or -1 when an argument breaks a rule.
- * After an isolated click the network is silent between its first echoes and their echoes, for up
- * to half of `size`: with a max_frames below size * sample_rate / 2 the tail can pass for finished
- * there. Flush again, or create the object with longer blocks.
+ * After an isolated click the network is silent between its first echoes and their echoes, for half
+ * of `size`: with a max_frames below 0.51 * size * sample_rate the tail can pass for finished there.
+ * Flush again, or create the object with longer blocks.
  * Thread    [audio-thread]; takes its time in proportion to the frames written. */
 BRISEL_API int32_t qv_reverb_flush(qv_reverb* rev, float* out_l, float* out_r,
                                    int32_t max_frames_out);

@@ -17,8 +17,8 @@ from scipy import signal, special
 OCTAVES = (63, 125, 250, 500, 1000, 2000, 4000, 8000, 16000)  # nominal centres, Hz
 
 ECHO_WINDOW = 0.020  # seconds, the window of Abel and Huang
-# Gaussian noise of 48 kHz scatters by 0.06 around 1 within that window; a response counts as mixed once
-# its density comes within less than twice that of 1.
+# At 48 kHz the density of Gaussian noise scatters around 1 with a standard deviation of 0.04; a response
+# counts as mixed once its density comes as near to 1 as that of noise always is.
 MIXED = 0.9
 
 # The spectral flatness of Gaussian noise: the power of one line of its spectrum is exponentially
@@ -45,15 +45,19 @@ def onset(response):
     return int(np.argmax(level >= 0.01 * peak))
 
 
+def octave_filter(centre, rate):
+    """The Butterworth band-pass of one octave, 24 dB an octave, as second-order sections."""
+    edges = (centre / np.sqrt(2), centre * np.sqrt(2))
+    return signal.butter(4, edges, btype="bandpass", fs=rate, output="sos")
+
+
 def octave_band(response, centre, rate):
-    """The response within one octave (Butterworth, 24 dB an octave).
+    """The response within one octave.
 
     The filter runs backwards in time, so that its own decay precedes the sound instead of lengthening it
     (Jacobsen and Rindel): without that, T30 of a short decay in a low band would be the filter's own.
     """
-    edges = (centre / np.sqrt(2), centre * np.sqrt(2))
-    sections = signal.butter(4, edges, btype="bandpass", fs=rate, output="sos")
-    return signal.sosfilt(sections, response[::-1], axis=0)[::-1]
+    return signal.sosfilt(octave_filter(centre, rate), response[::-1], axis=0)[::-1]
 
 
 def decay_curve(response):
@@ -104,6 +108,20 @@ def set_decay_time(frequency, rate, low, high, loop):
     b0, a1 = 2 * gain_low / (ratio + 1), (ratio - 1) / (ratio + 1)
     turn = np.exp(-2j * np.pi * np.asarray(frequency, float) / rate)
     return -3 * loop / (rate * np.log10(np.abs(b0 / (1 - a1 * turn))))
+
+
+def set_octave_t30(centre, rate, low, high, loop):
+    """The T30 that an octave shows whose frequencies start equally loud and each decay as set.
+
+    Where the decay time changes within the octave, what decays slowest outlasts the rest: this is more
+    than the decay time at the centre. Arguments as for `set_decay_time`.
+    """
+    frequency = np.linspace(centre / 4, min(centre * 4, rate / 2), 600)[:-1]
+    weight = np.abs(signal.sosfreqz(octave_filter(centre, rate), frequency, fs=rate)[1]) ** 2
+    times = set_decay_time(frequency, rate, low, high, loop)
+    steps = 1000 / times.max()  # a second; the curve is followed over the longest decay time
+    curve = np.exp(-6 * np.log(10) * np.arange(1000)[:, None] / (steps * times)) @ (weight * times)
+    return decay_time(10 * np.log10(curve / curve[0]), steps, -5, -35)
 
 
 def clarity(response, rate, limit=0.080):

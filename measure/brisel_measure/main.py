@@ -33,7 +33,7 @@ def summary(found):
     yield "    Hz      s       s       s    dB"
     for band in found["bands"]:
         yield (
-            f"{band['centre_hz']:6d} {text(band['set_s']):>6} {text(band['t30_s']):>7} "
+            f"{band['centre_hz']:6d} {text(band['set_t30_s']):>6} {text(band['t30_s']):>7} "
             f"{text(band['edt_s']):>7} {text(band['c80_db'], digits=1):>5}"
         )
     yield f"mixing time {text(found['echo_density']['mixing_time_s'], 1000, 0)} ms after the impulse"

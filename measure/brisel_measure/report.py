@@ -54,11 +54,12 @@ def figures(response):
     bands = []
     for centre in analysis.octave_centres(rate):
         band = analysis.octave_band(sound, centre, rate)[begin:]
-        expected = analysis.set_decay_time(centre, rate, *response.decay_ends, response.loop)
+        ends, loop = response.decay_ends, response.loop
         bands.append(
             {
                 "centre_hz": centre,
-                "set_s": float(expected),
+                "set_at_centre_s": float(analysis.set_decay_time(centre, rate, *ends, loop)),
+                "set_t30_s": analysis.set_octave_t30(centre, rate, *ends, loop),
                 **analysis.decay_times(band, rate),
                 "c80_db": analysis.clarity(band, rate),
                 "d50_percent": analysis.definition(band, rate),
@@ -290,7 +291,7 @@ def page(found, images):
     both, mixed, late = found["broadband"], found["echo_density"], found["late"]
     bands = [
         [hertz(b["centre_hz"])]
-        + [cell(b[key]) for key in ("set_s", "edt_s", "t20_s", "t30_s", "c80_db", "d50_percent")]
+        + [cell(b[key]) for key in ("set_t30_s", "edt_s", "t20_s", "t30_s", "c80_db", "d50_percent")]
         for b in found["bands"]
     ] + [["all", ""] + [cell(both[k]) for k in ("edt_s", "t20_s", "t30_s", "c80_db", "d50_percent")]]
     single = [
@@ -319,8 +320,8 @@ img {{ max-width: 100%; display: block; margin: 1em 0 }}
 </style></head><body>
 <h1>Brisel: {options}</h1>
 <p>The response to an impulse at {found["rate_hz"]} Hz, wet only. Decay times, clarity and definition follow
-ISO 3382-1, counted from the onset, with the energies of both channels added; <i>set</i> is what Decay and
-Damp ask for at the centre of the band. Echo density follows Abel and Huang (2006), window
+ISO 3382-1, counted from the onset, with the energies of both channels added; <i>set</i> is the T30 of an octave
+that decays just as Decay and Damp ask. Echo density follows Abel and Huang (2006), window
 {1000 * mixed["window_s"]:.0f} ms; the mixing time is when it first reaches {mixed["threshold"]}, counted from
 the impulse.</p>
 {table(["octave", "set (s)", "EDT (s)", "T20 (s)", "T30 (s)", "C80 (dB)", "D50 (%)"], bands)}
