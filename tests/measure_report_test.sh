@@ -15,7 +15,7 @@ fail() {
 measure() {
     "$source/measure/brisel-measure" "$@"
 }
-source=$1 renderer=$2
+source=$(realpath "$1") renderer=$(realpath "$2")
 
 cd "$work"
 measure -o 'a report' --renderer "$renderer" --size 20ms --decay 0.6 --damp 0.5 --width 1 >summary ||
