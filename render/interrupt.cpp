@@ -17,8 +17,7 @@ void note_signal(int signal) {
 void catch_signals() {
     struct sigaction action {};
     action.sa_handler = note_signal;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask); // no SA_RESTART: whatever waits for a pipe shall end, too
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction before {};
         sigaction(signal, nullptr, &before);

@@ -66,7 +66,8 @@ void render_job(Host& host, const Job& job, const RenderSettings& settings,
                 const Options& options) {
     SoundReader in(job.in);
     if (options.output_is_folder) fs::create_directories(options.output);
-    SoundWriter out(job.out, job.format, in.sample_rate(), in.frames());
+    SoundWriter out(job.out, job.format, in.sample_rate(),
+                    in.frames() + frames_of(options.tail_seconds.value_or(0.0), in.sample_rate()));
     Summary summary;
     {
         ProgressBar bar(job.in.filename().string(), !options.quiet);
@@ -90,6 +91,7 @@ int render_all(Host& host, const std::vector<Job>& jobs, const RenderSettings& s
         try {
             render_job(host, job, settings, options);
         } catch (const Failure& e) {
+            check_interrupt(); // which may be what made it fail
             complain(e.what());
             result = exit_failure;
         }

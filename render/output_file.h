@@ -8,7 +8,7 @@
 
 // Regular targets are written to a temporary file in the same folder, which replaces the target at
 // commit() and is removed when none comes. Anything else that exists (a device, a pipe) cannot be
-// replaced and is written in place. A symbolic link stays, what it points to is replaced.
+// replaced and is written in place. A symbolic link to a file stays and the file is replaced.
 class OutputFile {
 public:
     // Throws Failure when the file cannot be made.

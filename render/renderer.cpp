@@ -142,7 +142,7 @@ public:
 private:
     uint64_t tail_frames() const {
         if (!settings_.tail_seconds) return plugin_.tail_frames();
-        return static_cast<uint64_t>(std::llround(*settings_.tail_seconds * in_.sample_rate()));
+        return frames_of(*settings_.tail_seconds, in_.sample_rate());
     }
 
     // Fills the input channels, with silence behind the end; returns the frames that the file gave.
@@ -227,6 +227,10 @@ uint32_t choose_block(Plugin& probe, int sample_rate, const RenderSettings& sett
 }
 
 } // namespace
+
+uint64_t frames_of(double seconds, int sample_rate) {
+    return static_cast<uint64_t>(std::llround(seconds * sample_rate));
+}
 
 Summary render(Plugin& plugin, Plugin& probe, SoundReader& in, SoundWriter& out,
                const RenderSettings& settings, const ProgressCallback& progress) {

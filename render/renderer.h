@@ -16,6 +16,9 @@ inline constexpr float tail_threshold = 1e-6f;
 
 inline constexpr uint32_t default_block = 256;
 
+// Whole frames in so many seconds.
+uint64_t frames_of(double seconds, int sample_rate);
+
 struct RenderSettings {
     std::vector<double> values;           // of all parameters, in the plug-in's order
     Automation automation;                // changes on the way

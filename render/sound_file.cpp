@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <fmt/format.h>
 #include <limits>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -55,6 +58,20 @@ std::string reason(SNDFILE* sound) {
         if (text.starts_with(prefix)) text.remove_prefix(prefix.size());
     if (text.ends_with('.')) text.remove_suffix(1);
     return std::string(text);
+}
+
+// RF64 files keep their PEAK chunk whatever libsndfile is told; this clears the time of day in it,
+// which stands 12 bytes behind the chunk's name.
+void clear_peak_time(int descriptor) {
+    std::array<char, 4096> header{};
+    const ssize_t size = pread(descriptor, header.data(), header.size(), 0);
+    std::string_view text(header.data(), static_cast<size_t>(std::max<ssize_t>(size, 0)));
+    text = text.substr(0, text.find("data"));
+    const size_t chunk = text.find("PEAK");
+    if (chunk == std::string_view::npos) return;
+    const uint32_t zero = 0;
+    if (pwrite(descriptor, &zero, sizeof zero, static_cast<off_t>(chunk + 12)) != sizeof zero)
+        throw Failure(fmt::format("cannot write: {}", std::strerror(errno)));
 }
 
 std::string all_endings() {
@@ -133,6 +150,7 @@ size_t SoundReader::read(float* interleaved, size_t frames) {
 }
 
 void SoundReader::rewind() {
+    if (position_ == 0) return;
     if (sf_seek(sound_.get(), 0, SEEK_SET) != 0)
         throw Failure(fmt::format("'{}' cannot be read twice", name_));
     position_ = 0;
@@ -172,13 +190,17 @@ void SoundWriter::commit() {
     sf_write_sync(sound_.get());
     if (sf_error(sound_.get()) != SF_ERR_NO_ERROR) fail(reason(sound_.get()));
     sound_.reset();
-    check_complete();
+    if (!file_.temporary().empty()) {
+        check_complete();
+        if ((format_.code & SF_FORMAT_TYPEMASK) == SF_FORMAT_RF64)
+            clear_peak_time(file_.descriptor());
+    }
     file_.commit();
 }
 
 // Closing a sound file writes its last part and tells nobody when that fails: look at the result.
 void SoundWriter::check_complete() const {
-    if (file_.temporary().empty() || frames_ == 0) return;
+    if (frames_ == 0) return;
     SF_INFO info{};
     const SoundHandle written(sf_open(file_.temporary().c_str(), SFM_READ, &info));
     const sf_count_t last = static_cast<sf_count_t>(frames_) - 1;
