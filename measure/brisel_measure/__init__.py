@@ -2,6 +2,7 @@
 
 analysis  pure functions from a response to figures
 render    the response, as a user gets it
-report    figures, pictures and pages of one setting
+report    figures and the page of one setting, comparison of two
+pictures  what the page shows
 main      the command line of brisel-measure
 """

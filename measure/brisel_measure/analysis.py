@@ -26,6 +26,11 @@ MIXED = 0.9
 NOISE_FLATNESS = float(np.exp(-np.euler_gamma))
 
 
+def decibels(power):
+    """10 log10, with silence at -300 dB."""
+    return 10 * np.log10(np.maximum(power, 1e-30))
+
+
 def octave_centres(rate):
     """The octave bands that lie wholly below half the sample rate."""
     return [centre for centre in OCTAVES if centre * np.sqrt(2) < rate / 2]
