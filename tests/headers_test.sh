@@ -28,7 +28,8 @@ for header in "${headers[@]}"; do
 done
 
 # The example: the lines of the first comment from its #include to the call that frees the object.
-example=$(sed -n '1,/\*\//{/#include </,/qv_reverb_destroy/s/^ \* \{0,3\}//p}' "$include/brisel/reverb.h")
+example=$(sed -n '1,/\*\//{/#include </,/qv_reverb_destroy/s/^ \* \{0,3\}//p}' \
+    "$include/brisel/reverb.h")
 [[ $example == "#include <brisel/reverb.h>"*"qv_reverb_destroy(rev);" ]] || {
     echo "no example at the head of reverb.h; found: $example" >&2
     exit 1

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# An installed copy serves C programs: examples/impulse.c, built with find_package and with pkg-config,
-# finds the library without further ado and renders a decaying response. The copy is moved after the
-# installation, into a folder whose name holds a space.
+# An installed copy serves C programs: examples/impulse.c, built with find_package and with
+# pkg-config, finds the library without further ado and renders a decaying response. The copy is
+# moved after the installation, into a folder whose name holds a space.
 #
 # usage: install_test.sh SOURCE_DIR BUILD_DIR C_COMPILER
 set -euo pipefail
@@ -16,7 +16,8 @@ fail() {
     exit 1
 }
 
-cmake --install "$build" --prefix "$work/first" >"$work/log" || fail "installation: $(cat "$work/log")"
+cmake --install "$build" --prefix "$work/first" >"$work/log" ||
+    fail "installation: $(cat "$work/log")"
 prefix="$work/moved here"
 mv "$work/first" "$prefix"
 
@@ -29,15 +30,16 @@ cmake -S "$source/examples" -B "$work/examples" -G Ninja "-DCMAKE_C_COMPILER=$cc
 cmake --build "$work/examples" >"$work/log" 2>&1 || fail "its build: $(cat "$work/log")"
 (cd / && "$work/examples/impulse") >"$work/response.txt" || fail "the find_package program"
 
-flags=$(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs brisel) || fail "pkg-config"
+export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
+flags=$(pkg-config --cflags --libs brisel) || fail "pkg-config"
 # eval, as a shell or make would: pkg-config escapes the space.
 eval "'$cc' -std=c11 ${warnings[*]} '$source/examples/impulse.c' $flags -o '$work/impulse'" ||
     fail "compilation with: $flags"
 (cd / && "$work/impulse") >"$work/response-2.txt" || fail "the pkg-config program"
 cmp "$work/response.txt" "$work/response-2.txt" || fail "the two programs differ"
 
-# With a decay time of 3.5 s, and less at high frequencies, the response falls by at least 60 / 3.5 dB
-# from one second to the next.
+# With a decay time of 3.5 s, and less at high frequencies, the response falls by at least 60 / 3.5
+# dB from one second to the next.
 awk '
     { energy[int((NR - 1) / 48000)] += $1 * $1 + $2 * $2 }
     NF != 2 || $1 - $1 != 0 || $2 - $2 != 0 { bad = NR }

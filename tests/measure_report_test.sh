@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# brisel-measure, from its command line to its files: the report of a setting holds what was set, and two
-# reports compare.
+# brisel-measure, from its command line to its files: the report of a setting holds what was set,
+# and two reports compare.
 #
 # usage: measure_report_test.sh SOURCE_DIR RENDERER
 set -euo pipefail
@@ -18,10 +18,10 @@ measure() {
 source=$(realpath "$1") renderer=$(realpath "$2")
 
 cd "$work"
-measure -o 'a report' --renderer "$renderer" --size 20ms --decay 0.6 --damp 0.5 --width 1 >summary ||
-    fail "the report"
-measure -o other --no-pictures --renderer "$renderer" --size 20ms --decay 0.6 --damp 0.5 --width 0 \
-    --eq-low -2dB >/dev/null || fail "the report without pictures"
+setting=(--renderer "$renderer" --size 20ms --decay 0.6 --damp 0.5)
+measure -o 'a report' "${setting[@]}" --width 1 >summary || fail "the report"
+measure -o other --no-pictures "${setting[@]}" --width 0 --eq-low -2dB >summary ||
+    fail "the report without pictures"
 
 /usr/bin/python3 - <<'END'
 import json, pathlib, soundfile
@@ -34,7 +34,8 @@ for band in report["bands"]:
         assert abs(band["t30_s"] / band["set_t30_s"] - 1) < 0.05, band
 assert report["bands"][-1]["t30_s"] < 0.5 * report["bands"][0]["t30_s"]
 assert abs(report["correlation"]["lag_0_from_80_ms_on"]) < 0.1
-assert json.loads(pathlib.Path("other/report.json").read_text())["correlation"]["iacc_80_ms_on"] == 1
+other = json.loads(pathlib.Path("other/report.json").read_text())
+assert other["correlation"]["iacc_80_ms_on"] == 1
 
 sound, rate = soundfile.read("a report/impulse.wav")
 assert rate == 48000 and sound.shape[1] == 2 and abs(len(sound) / rate - report["length_s"]) < 1e-4
@@ -53,4 +54,4 @@ measure -o bad --renderer "$renderer" --decay 99 2>message || code=$?
 [[ $code == 2 && $(cat message) == *--decay* ]] || fail "a bad option gave $code: $(cat message)"
 code=0
 measure --compare other nothing 2>message || code=$?
-[[ $code == 1 && $(cat message) == *nothing* ]] || fail "a missing report gave $code: $(cat message)"
+[[ $code == 1 && $(cat message) == *nothing* ]] || fail "no report gave $code: $(cat message)"

@@ -8,7 +8,8 @@ Sources
       definition, onset, interaural cross-correlation.
   M. R. Schroeder, New method of measuring reverberation time, JASA 37, 1965: backward integration.
   F. Jacobsen, J. H. Rindel, Time reversed decay measurements, J. Sound Vib. 117, 1987.
-  J. S. Abel, P. Huang, A simple, robust measure of reverberation echo density, AES Convention 121, 2006.
+  J. S. Abel, P. Huang, A simple, robust measure of reverberation echo density, AES Convention 121,
+      2006.
 """
 
 import numpy as np
@@ -17,8 +18,8 @@ from scipy import signal, special
 OCTAVES = (63, 125, 250, 500, 1000, 2000, 4000, 8000, 16000)  # nominal centres, Hz
 
 ECHO_WINDOW = 0.020  # seconds, the window of Abel and Huang
-# At 48 kHz the density of Gaussian noise scatters around 1 with a standard deviation of 0.04; a response
-# counts as mixed once its density comes as near to 1 as that of noise always is.
+# At 48 kHz the density of Gaussian noise scatters around 1 with a standard deviation of 0.04; a
+# response counts as mixed once its density comes as near to 1 as that of noise always is.
 MIXED = 0.9
 
 # The spectral flatness of Gaussian noise: the power of one line of its spectrum is exponentially
@@ -42,7 +43,7 @@ def energy(response):
 
 
 def onset(response):
-    """The index where the response begins: its first frame within 20 dB of its peak (ISO 3382-1)."""
+    """Index of the onset: the first frame within 20 dB of the loudest (ISO 3382-1)."""
     level = energy(response)
     peak = level.max(initial=0)
     if peak == 0:
@@ -59,8 +60,9 @@ def octave_filter(centre, rate):
 def octave_band(response, centre, rate):
     """The response within one octave.
 
-    The filter runs backwards in time, so that its own decay precedes the sound instead of lengthening it
-    (Jacobsen and Rindel): without that, T30 of a short decay in a low band would be the filter's own.
+    The filter runs backwards in time, so that its own decay precedes the sound instead of
+    lengthening it (Jacobsen and Rindel): without that, T30 of a short decay in a low band would be
+    the filter's own.
     """
     return signal.sosfilt(octave_filter(centre, rate), response[::-1], axis=0)[::-1]
 
@@ -75,9 +77,10 @@ def decay_curve(response):
 
 
 def decay_time(curve, rate, upper, lower):
-    """The time of a fall by 60 dB, from a straight line fitted to the curve between two levels in dB.
+    """The time of a fall by 60 dB, from a line fitted to the curve between two levels in dB.
 
-    ISO 3382-1: EDT 0 to -10, T20 -5 to -25, T30 -5 to -35. NaN if the curve does not pass both levels.
+    ISO 3382-1: EDT 0 to -10, T20 -5 to -25, T30 -5 to -35. NaN if the curve does not pass both
+    levels.
     """
     if not curve[-1] < lower:
         return np.nan
@@ -102,8 +105,8 @@ def decay_times(response, rate):
 def set_decay_time(frequency, rate, low, high, loop):
     """The decay time that a loop of the given length in samples is set to, at a frequency.
 
-    `low` and `high` are the decay times at 0 Hz and at half the sample rate; a `high` of 0 means one
-    decay time for all frequencies. Between them lies the response of the loop's one-pole filter
+    `low` and `high` are the decay times at 0 Hz and at half the sample rate; a `high` of 0 means
+    one decay time for all frequencies. Between them lies the response of the loop's one-pole filter
     b0 / (1 - a1 / z), whose gains at both ends follow from the decay times.
     """
     if high == 0:
@@ -118,8 +121,8 @@ def set_decay_time(frequency, rate, low, high, loop):
 def set_octave_t30(centre, rate, low, high, loop):
     """The T30 that an octave shows whose frequencies start equally loud and each decay as set.
 
-    Where the decay time changes within the octave, what decays slowest outlasts the rest: this is more
-    than the decay time at the centre. Arguments as for `set_decay_time`.
+    Where the decay time changes within the octave, what decays slowest outlasts the rest: this is
+    more than the decay time at the centre. Arguments as for `set_decay_time`.
     """
     frequency = np.linspace(centre / 4, min(centre * 4, rate / 2), 600)[:-1]
     weight = np.abs(signal.sosfreqz(octave_filter(centre, rate), frequency, fs=rate)[1]) ** 2
@@ -130,7 +133,7 @@ def set_octave_t30(centre, rate, low, high, loop):
 
 
 def clarity(response, rate, limit=0.080):
-    """C80: early energy over late energy in dB, of a response that begins at its onset (ISO 3382-1)."""
+    """C80: early over late energy in dB, of a response that begins at its onset (ISO 3382-1)."""
     split = int(round(limit * rate))
     early, late = energy(response[:split]).sum(), energy(response[split:]).sum()
     with np.errstate(divide="ignore"):
@@ -144,12 +147,12 @@ def definition(response, rate, limit=0.050):
 
 
 def echo_density(response, rate, window=ECHO_WINDOW, hop=16):
-    """Times, and the normalised echo density of one channel at them, every `hop` samples (Abel and Huang).
+    """Times, every `hop` samples, and the normalised echo density of one channel (Abel and Huang).
 
     The weighted share of samples, in a Hann window centred on the time, whose magnitude exceeds the
     weighted root mean square in that window, divided by the share expected of Gaussian noise,
-    erfc(1 / sqrt 2) = 0.3173. Near 0 for single echoes, 1 for a response as dense as noise. NaN where the
-    window holds only silence; the first time is that of the first whole window.
+    erfc(1 / sqrt 2) = 0.3173. Near 0 for single echoes, 1 for a response as dense as noise. NaN
+    where the window holds only silence; the first time is that of the first whole window.
     """
     half = int(round(window * rate / 2))
     weight = signal.windows.hann(2 * half + 1)
@@ -175,7 +178,7 @@ def mixing_time(times, density, threshold=MIXED):
 
 
 def smoothed_spectrum(response, rate, fraction=3):
-    """Frequencies, the power in each bin of the transform, and its average over 1/fraction octave."""
+    """Frequencies, the power in each bin of the transform, its average over 1/fraction octave."""
     power = energy(np.abs(np.fft.rfft(response, axis=0)))
     total = np.concatenate(([0], np.cumsum(power)))
     frequency = np.fft.rfftfreq(len(response), 1 / rate)
@@ -186,11 +189,11 @@ def smoothed_spectrum(response, rate, fraction=3):
 
 
 def spectral_flatness(response, rate, low=100, high=10000):
-    """Geometric over arithmetic mean of the power spectrum between two frequencies, within third octaves.
+    """Geometric over arithmetic mean of the power spectrum, within third octaves.
 
-    The spectrum is divided by its third-octave average first, so that damping and EQ do not count, only
-    how much single resonances stand out: exp(-0.577) = 0.56 for noise, less for a metallic sound. Of one
-    channel: the sum of two is flatter by itself.
+    The spectrum is divided by its third-octave average first, so that damping and EQ do not count,
+    only how much single resonances stand out: exp(-0.577) = 0.56 for noise, less for a metallic
+    sound. Of one channel: the sum of two is flatter by itself.
     """
     frequency, power, average = smoothed_spectrum(response, rate)
     chosen = (frequency >= low) & (frequency <= min(high, 0.45 * rate)) & (power > 0)

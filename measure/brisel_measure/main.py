@@ -8,9 +8,10 @@ import sys
 from . import render, report
 
 DESCRIPTION = """\
-Measures the reverb: sends an impulse through brisel-render at mix 1 and writes into FOLDER the response
-(impulse.wav), every figure (report.json), and pictures, alone (*.png) and on one page (report.html).
-Every other option goes to brisel-render, for example --size 80ms --decay 4 or --preset hall.
+Measures the reverb: sends an impulse through brisel-render at mix 1 and writes into FOLDER the
+response (impulse.wav), every figure (report.json), and pictures, alone (*.png) and on one page
+(report.html). Every other option goes to brisel-render, for example --size 80ms --decay 4 or
+--preset hall.
 """
 
 
@@ -36,7 +37,8 @@ def summary(found):
             f"{band['centre_hz']:6d} {text(band['set_t30_s']):>6} {text(band['t30_s']):>7} "
             f"{text(band['edt_s']):>7} {text(band['c80_db'], digits=1):>5}"
         )
-    yield f"mixing time {text(found['echo_density']['mixing_time_s'], 1000, 0)} ms after the impulse"
+    mixed = found["echo_density"]["mixing_time_s"]
+    yield f"mixing time {text(mixed, 1000, 0)} ms after the impulse"
     yield f"IACC from 80 ms on {text(found['correlation']['iacc_80_ms_on'])}"
 
 
@@ -49,12 +51,23 @@ def main(arguments):
         formatter_class=argparse.RawDescriptionHelpFormatter,
         allow_abbrev=False,
     )
-    parser.add_argument("-o", "--output", metavar="FOLDER", help="where the report goes; made if missing")
-    parser.add_argument("--rate", type=int, default=48000, metavar="HZ", help="sample rate; default 48000")
-    parser.add_argument("--no-pictures", action="store_true", help="only impulse.wav and report.json")
-    parser.add_argument("--renderer", metavar="FILE", help="the brisel-render to use; default: the built one")
     parser.add_argument(
-        "--compare", nargs=2, metavar=("A", "B"), help="print the figures of two reports side by side"
+        "-o", "--output", metavar="FOLDER", help="where the report goes; made if missing"
+    )
+    parser.add_argument(
+        "--rate", type=int, default=48000, metavar="HZ", help="sample rate; default 48000"
+    )
+    parser.add_argument(
+        "--no-pictures", action="store_true", help="only impulse.wav and report.json"
+    )
+    parser.add_argument(
+        "--renderer", metavar="FILE", help="the brisel-render to use; default: the built one"
+    )
+    parser.add_argument(
+        "--compare",
+        nargs=2,
+        metavar=("A", "B"),
+        help="print the figures of two reports side by side",
     )
     chosen, options = parser.parse_known_args(arguments)
 

@@ -41,7 +41,9 @@ def draw_impulse(response):
             axes.plot(time[:count], values, colour, label=name, linewidth=0.5, alpha=0.8)
     whole.set(xlabel="time (s)", ylabel="level (dB)", title="Impulse response", xlim=(0, time[-1]))
     whole.set_ylim(2 * decibels(np.abs(response.sound).max()) + np.array([-100, 3]))
-    early.set(xlabel="time (s)", ylabel="amplitude", title="Its first 0.3 s", xlim=(0, min(0.3, time[-1])))
+    early.set(
+        xlabel="time (s)", ylabel="amplitude", title="Its first 0.3 s", xlim=(0, min(0.3, time[-1]))
+    )
     whole.legend(loc="upper right", ncols=2)
     return figure
 
@@ -56,7 +58,9 @@ def draw_decay(response, found):
         )
         shown = curve > FLOOR
         time = np.arange(len(curve)) / response.rate
-        curves.plot(time[shown][::48], curve[shown][::48], color=colour, label=hertz(band["centre_hz"]))
+        curves.plot(
+            time[shown][::48], curve[shown][::48], color=colour, label=hertz(band["centre_hz"])
+        )
         if band["t30_s"]:  # the line of the fit, through the curve at -5 dB
             start = time[np.argmax(curve <= -5)]
             ends = np.array([start, start + band["t30_s"] * 30 / 60])
@@ -142,7 +146,9 @@ def draw_correlation(response):
 
 
 def octave_ticks(axes, centres):
-    axes.set_xticks(centres, [hertz(centre).replace(" Hz", "").replace(" kHz", "k") for centre in centres])
+    axes.set_xticks(
+        centres, [hertz(centre).replace(" Hz", "").replace(" kHz", "k") for centre in centres]
+    )
     axes.minorticks_off()
 
 

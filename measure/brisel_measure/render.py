@@ -27,7 +27,24 @@ SETTINGS = (
 )
 
 # Lengths of the 16 lines in relation to each other; Size is that of the first.
-LINES = (997, 1031, 1063, 1097, 1129, 1163, 1193, 1229, 1259, 1291, 1321, 1361, 1399, 1429, 1453, 1489)
+LINES = (
+    997,
+    1031,
+    1063,
+    1097,
+    1129,
+    1163,
+    1193,
+    1229,
+    1259,
+    1291,
+    1321,
+    1361,
+    1399,
+    1429,
+    1453,
+    1489,
+)
 
 
 class RenderError(Exception):
@@ -49,7 +66,7 @@ class Response:
 
     @property
     def decay_ends(self):
-        """The decay times in seconds set at 0 Hz and at half the sample rate; 0 for no second one."""
+        """The decay times set at 0 Hz and at half the sample rate, in seconds; 0: no second one."""
         low, damp = self.settings["decay_s"], self.settings["damp"]
         return low, (low * 0.1**damp if damp > 0 else 0.0)
 
@@ -62,7 +79,7 @@ class Response:
 
 
 def find_renderer():
-    """brisel-render of the build this module stands beside, of the same installation, or of the PATH."""
+    """brisel-render of the build beside this module, of its installation, or of the PATH."""
     here = pathlib.Path(__file__).resolve()
     for folder in (here.parents[2] / "build/release", here.parents[3] / "bin"):
         if (folder / "brisel-render").is_file():
@@ -88,7 +105,9 @@ def measure(options, rate=48000, renderer=None):
         raise RenderError("responses are measured at mix 1: leave --mix out", 2)
 
     with tempfile.TemporaryDirectory() as folder:
-        click, wet, state = (str(pathlib.Path(folder) / name) for name in ("click.wav", "wet.wav", "state"))
+        click, wet, state = (
+            str(pathlib.Path(folder) / name) for name in ("click.wav", "wet.wav", "state")
+        )
         impulse = np.zeros(64)
         impulse[0] = 1
         soundfile.write(click, impulse, rate, subtype="FLOAT")
@@ -99,8 +118,8 @@ def measure(options, rate=48000, renderer=None):
             if done.returncode != 0:
                 raise RenderError(done.stderr.strip() or f"{renderer} failed", done.returncode)
 
-        # The settings tell how long the response is: the plug-in's own tail of 1.5 times Decay, a fall by
-        # 90 dB, and the time that the first echoes take.
+        # The settings tell how long the response is: the plug-in's own tail of 1.5 times Decay, a
+        # fall by 90 dB, and the time that the first echoes take.
         run("--save-state", state)
         settings = read_state(state)
         tail = 1.5 * settings["decay_s"] + 3 * settings["size_s"] + 0.5

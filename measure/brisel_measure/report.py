@@ -12,7 +12,9 @@ from . import analysis
 from .analysis import decibels
 
 # Nominal centres of the third octaves from 63 Hz to 20 kHz.
-THIRDS = [c * 10**e for e in (1, 2, 3, 4) for c in (1, 1.25, 1.6, 2, 2.5, 3.15, 4, 5, 6.3, 8)][8:34]
+THIRDS = [c * 10**e for e in (1, 2, 3, 4) for c in (1, 1.25, 1.6, 2, 2.5, 3.15, 4, 5, 6.3, 8)][
+    8:34
+]
 
 
 def hertz(frequency):
@@ -26,7 +28,7 @@ def late_part(response, mixing_time):
 
 
 def figures(response):
-    """Every figure of a response, with its unit in the key; a figure that does not exist is None."""
+    """Every figure of a response, with its unit in the key; None if there is no such figure."""
     sound, rate = response.sound, response.rate
     begin = analysis.onset(sound)
     heard = sound[begin:]
@@ -99,7 +101,7 @@ def figures(response):
 
 
 def plain(value):
-    """The same figures as JSON has them: numpy's numbers as Python's, to six digits, NaN as None."""
+    """The same figures as JSON has them: Python's numbers, to six digits, NaN as None."""
     if isinstance(value, dict):
         return {key: plain(item) for key, item in value.items()}
     if isinstance(value, list):
@@ -128,14 +130,23 @@ def page(found, images):
     both, mixed, late = found["broadband"], found["echo_density"], found["late"]
     bands = [
         [hertz(b["centre_hz"])]
-        + [cell(b[key]) for key in ("set_t30_s", "edt_s", "t20_s", "t30_s", "c80_db", "d50_percent")]
+        + [
+            cell(b[key])
+            for key in ("set_t30_s", "edt_s", "t20_s", "t30_s", "c80_db", "d50_percent")
+        ]
         for b in found["bands"]
-    ] + [["all", ""] + [cell(both[k]) for k in ("edt_s", "t20_s", "t30_s", "c80_db", "d50_percent")]]
+    ] + [
+        ["all", ""] + [cell(both[k]) for k in ("edt_s", "t20_s", "t30_s", "c80_db", "d50_percent")]
+    ]
     single = [
         ["onset after the impulse", f"{cell(1000 * found['onset_s'])} ms"],
-        ["mixing time, left / right", " / ".join(
-            "&ndash;" if mixed[key] is None else f"{1000 * mixed[key]:.0f} ms"
-            for key in ("mixing_time_left_s", "mixing_time_right_s"))],
+        [
+            "mixing time, left / right",
+            " / ".join(
+                "&ndash;" if mixed[key] is None else f"{1000 * mixed[key]:.0f} ms"
+                for key in ("mixing_time_left_s", "mixing_time_right_s")
+            ),
+        ],
         ["spectral flatness of the late tail (noise: 0.561)", cell(late["spectral_flatness"])],
         ["IACC, first 80 ms", cell(found["correlation"]["iacc_0_to_80_ms"])],
         ["IACC, from 80 ms on", cell(found["correlation"]["iacc_80_ms_on"])],
@@ -147,31 +158,24 @@ def page(found, images):
         f'<img alt="{name}" src="data:image/png;base64,{base64.b64encode(data).decode()}">'
         for name, data in images.items()
     )
-    return f"""<!doctype html>
-<html lang="en"><head><meta charset="utf-8"><title>Brisel: {options}</title><style>
-body {{ font: 15px/1.5 sans-serif; max-width: 64em; margin: 2em auto; padding: 0 1em; color: #222 }}
-table {{ border-collapse: collapse; margin: 1em 0 }}
-th, td {{ padding: .2em .8em; text-align: right; border-bottom: 1px solid #ddd }}
-td:first-child, th:first-child {{ text-align: left }}
-img {{ max-width: 100%; display: block; margin: 1em 0 }}
-</style></head><body>
-<h1>Brisel: {options}</h1>
-<p>The response to an impulse at {found["rate_hz"]} Hz, wet only. Decay times, clarity and definition follow
-ISO 3382-1, counted from the onset, with the energies of both channels added; <i>set</i> is the T30 of an octave
-that decays just as Decay and Damp ask. Echo density follows Abel and Huang (2006), window
-{1000 * mixed["window_s"]:.0f} ms; the mixing time is when it first reaches {mixed["threshold"]}, counted from
-the impulse.</p>
+    return f"""<!doctype html> <html lang="en"><head><meta charset="utf-8"><title>Brisel:
+{options}</title><style> body {{ font: 15px/1.5 sans-serif; max-width: 64em; margin: 2em auto;
+padding: 0 1em; color: #222 }} table {{ border-collapse: collapse; margin: 1em 0 }} th, td {{
+padding: .2em .8em; text-align: right; border-bottom: 1px solid #ddd }} td:first-child,
+th:first-child {{ text-align: left }} img {{ max-width: 100%; display: block; margin: 1em 0 }}
+</style></head><body> <h1>Brisel: {options}</h1> <p>The response to an impulse at {found["rate_hz"]}
+Hz, wet only. Decay times, clarity and definition follow ISO 3382-1, counted from the onset, with
+the energies of both channels added; <i>set</i> is the T30 of an octave that decays just as Decay
+and Damp ask. Echo density follows Abel and Huang (2006), window {1000 * mixed["window_s"]:.0f} ms;
+the mixing time is when it first reaches {mixed["threshold"]}, counted from the impulse.</p>
 {table(["octave", "set (s)", "EDT (s)", "T20 (s)", "T30 (s)", "C80 (dB)", "D50 (%)"], bands)}
-{table(["", ""], single)}
-{shown}
-<h2>Settings</h2>
-{table(["setting", "value"], settings)}
+{table(["", ""], single)} {shown} <h2>Settings</h2> {table(["setting", "value"], settings)}
 </body></html>
 """
 
 
 def write(response, folder, with_pictures=True):
-    """Writes impulse.wav, report.json, and the pictures and report.html, into an existing folder."""
+    """Writes impulse.wav, report.json, pictures and report.html into an existing folder."""
     found = figures(response)
     soundfile.write(str(folder / "impulse.wav"), response.sound, response.rate, subtype="FLOAT")
     (folder / "report.json").write_text(json.dumps(found, indent=2) + "\n")
@@ -192,7 +196,9 @@ def flat(value, path=""):
     """The numbers of a report by name, one level deep: bands/1000 Hz/t30_s."""
     if isinstance(value, dict):
         items = {
-            f"{path}/{key}".lstrip("/"): item for key, item in value.items() if key not in ("centre_hz", "options")
+            f"{path}/{key}".lstrip("/"): item
+            for key, item in value.items()
+            if key not in ("centre_hz", "options")
         }
     elif isinstance(value, list):
         items = {f"{path}/{hertz(item['centre_hz'])}": item for item in value}
