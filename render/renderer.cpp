@@ -113,7 +113,7 @@ public:
             if (ended && position >= total) break;
 
             process_block(position);
-            mix_and_interleave(gain);
+            mix_and_interleave(position, gain);
 
             // Silence is looked for behind the input only.
             const uint64_t end = std::min<uint64_t>(position + block_, ended ? total : UINT64_MAX);
@@ -171,7 +171,7 @@ private:
                         changes_);
     }
 
-    void mix_and_interleave(float gain) {
+    void mix_and_interleave(uint64_t position, float gain) {
         // The plug-in has mixed in (1 - Mix) of the dry signal already.
         float more_dry = 0.0f;
         if (settings_.dry_gain) {
@@ -184,6 +184,9 @@ private:
                 float sample = output_[channel][i];
                 // Samples that are no numbers count as silence, as they do in the plug-in.
                 if (more_dry != 0.0f && std::isfinite(dry[i])) sample += more_dry * dry[i];
+                if (!std::isfinite(sample))
+                    throw Failure(
+                        fmt::format("the plug-in's output at frame {} is no number", position + i));
                 interleaved_[2 * i + channel] = sample * gain;
             }
         }

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <csignal>
 #include <ctime>
+#include <limits>
 #include <thread>
 #include <unistd.h>
 
@@ -215,8 +216,11 @@ TEST_F(Render, ClippingIsReportedAndStaysAtFullScale) {
 }
 
 TEST_F(Render, DryGainReplacesTheDryShareOfTheMix) {
-    const Sound in = noise(5000, 2);
+    Sound in = noise(5000, 2);
+    in.samples[77] = std::numeric_limits<float>::quiet_NaN();
+    in.samples[78] = std::numeric_limits<float>::infinity();
     write_sound("in.wav", in);
+    in.samples[77] = in.samples[78] = 0.0f; // what they count as
     run_well("in.wav wet.wav --wet-only --tail 0");
     run_well("in.wav out.wav --mix 0.25 --dry-gain -6dB --tail 0");
     const Sound wet = read_sound("wet.wav"), out = read_sound("out.wav");
