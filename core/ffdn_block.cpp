@@ -126,6 +126,8 @@ int32_t ffdn_block_n16_init(ffdn_block_n16* e, const int32_t* delays, const uint
     e->work_block = brisel::allocate_floats(block_floats);
     if (!e->ring || !e->tap_block || !e->work_block) {
         ffdn_block_n16_free(e);
+        // The arrays of the lines stay, as after a bad length.
+        std::memset(&e->ring, 0, sizeof *e - offsetof(ffdn_block_n16, ring));
         return -1;
     }
     brisel::set_decay_gains(*e, sample_rate, t60);
