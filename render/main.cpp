@@ -62,10 +62,18 @@ std::vector<double> starting_values(Plugin& plugin, const Options& options) {
     return plugin.values();
 }
 
+void make_folder(const fs::path& folder) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error)
+        throw Failure(
+            fmt::format("cannot make the folder '{}': {}", folder.string(), error.message()));
+}
+
 void render_job(Host& host, const Job& job, const RenderSettings& settings,
                 const Options& options) {
     SoundReader in(job.in);
-    if (options.output_is_folder) fs::create_directories(options.output);
+    if (options.output_is_folder) make_folder(options.output);
     SoundWriter out(job.out, job.format, in.sample_rate(),
                     in.frames() + frames_of(options.tail_seconds.value_or(0.0), in.sample_rate()));
     Summary summary;
@@ -81,6 +89,7 @@ void render_job(Host& host, const Job& job, const RenderSettings& settings,
         fmt::print("{}", json(job, summary));
     else if (!options.quiet)
         fmt::print("{}", sentence(job, summary));
+    std::fflush(stdout); // a pipe shall see each file when it is done
 }
 
 // With several inputs a faulty one does not keep the others from being rendered.

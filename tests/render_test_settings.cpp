@@ -40,6 +40,7 @@ TEST_F(Render, RefusalsNameTheReasonAndLeaveNothing) {
         {"in.wav /dev/full", 1, "cannot write '/dev/full': No space left on device"},
         {"in.wav full.wav", 1, "cannot write 'full.wav': No space left on device"},
         {"in.wav no/out.wav", 1, "cannot write 'no/out.wav': No such file or directory"},
+        {"in.wav -o three.wav/wet", 1, "cannot make the folder 'three.wav/wet': Not a directory"},
         {"high.wav out.wav --tail 3600", 1, "'out.wav' would exceed 4 GiB"},
         {"in.wav out.wav --plugin in.wav", 1, "cannot load the plug-in"},
         {"in.wav out.wav --state in.wav", 1, "'in.wav' is no state of this plug-in"},
