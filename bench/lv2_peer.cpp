@@ -113,8 +113,12 @@ std::unique_ptr<Lv2Peer> Lv2Peer::start(Lv2World& world, const LilvPlugin* plugi
     if (!why_not.empty()) return nullptr;
     features.push_back(nullptr);
 
+    // Some are just called "reverb": the bundle's name tells whose.
     LilvNode* name = lilv_plugin_get_name(plugin);
-    peer->name_ = lilv_node_as_string(name);
+    std::string bundle = lilv_node_as_uri(lilv_plugin_get_bundle_uri(plugin));
+    while (bundle.ends_with('/')) bundle.pop_back();
+    peer->name_ =
+        std::string(lilv_node_as_string(name)) + " (" + bundle.substr(bundle.rfind('/') + 1) + ")";
     lilv_node_free(name);
     peer->frames_ = frames;
     peer->instance_ = lilv_plugin_instantiate(plugin, sample_rate, features.data());
