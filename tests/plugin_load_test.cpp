@@ -1,5 +1,5 @@
-// The library as a file that comes and goes: found by a scanning host, loaded next to a second copy of
-// itself, unloaded without a trace. This program is not linked to the library.
+// The library as a file: next to a second copy of itself in one process, and as a scanning host
+// meets it. This program is not linked to the library.
 
 #include <clap/clap.h>
 #include <dlfcn.h>
@@ -76,8 +76,7 @@ public:
     Instance(const Instance&) = delete;
     Instance& operator=(const Instance&) = delete;
 
-    // Adds the output for one block of an alternating signal of the given level to what it returns
-    // in the end.
+    // One block of an alternating signal of the given level.
     void process(float level) {
         std::array<float, kFrames> left, right;
         for (size_t t = 0; t < kFrames; ++t) left[t] = t % 2 == 0 ? level : -level;
@@ -90,6 +89,7 @@ public:
         sound_.insert(sound_.end(), left.begin(), left.end());
         sound_.insert(sound_.end(), right.begin(), right.end());
     }
+    // All blocks so far, left before right.
     const std::vector<float>& sound() const { return sound_; }
 
 private:
@@ -107,22 +107,8 @@ std::vector<float> sound_of_one_alone(const clap_plugin_entry_t* entry, float le
     return instance.sound();
 }
 
-TEST(PluginLoad, LeavesNothingBehindWhenUnloaded) {
-    Copy copy("alone");
-    for (int round = 0; round < 3; ++round) {
-        const clap_plugin_entry_t* entry = copy.load(RTLD_LOCAL);
-        ASSERT_NE(entry, nullptr) << dlerror();
-        EXPECT_EQ(dlsym(RTLD_DEFAULT, "clap_entry"), nullptr) << "a local load became global";
-        ASSERT_TRUE(entry->init(copy.path()));
-        EXPECT_NE(sound_of_one_alone(entry, 0.5f).back(), 0.0f);
-        entry->deinit();
-        EXPECT_TRUE(copy.unload());
-        EXPECT_FALSE(copy.is_loaded());
-    }
-}
-
-// The first copy offers its symbols to everybody, as a host may make it do. The second one has to call
-// its own functions all the same: it sounds as if it were alone, also once the first one is gone.
+// The first copy offers its symbols to everybody, as a host may make it do. The second one has to
+// call its own functions all the same: it sounds as if it were alone, also once the first is gone.
 TEST(PluginLoad, KeepsTwoCopiesInOneProcessApart) {
     Copy first("first"), second("second");
     const clap_plugin_entry_t* first_entry = first.load(RTLD_GLOBAL);
