@@ -6,33 +6,18 @@
 
 #include "brisel/ffdn_block.h"
 #include "brisel/kernels_avx2.h"
+#include "core/avx2/ffdn_fused_n16_avx2.h"
 #include "core/avx2/runs.h"
 
 namespace {
+
+using brisel::BlockSignals;
+using brisel::overlong;
 
 // A block runs in pieces of this many frames, so that the 16 rows of a piece stay in the first-level
 // cache. Every line holds at least the whole block, so a piece's reads depend on the writes before it
 // no otherwise than in one pass, but for the overlong lines below.
 constexpr uint32_t kPiece = 256;
-
-// The signals of one call. x_right is null for a mono input, y_right for a mono output.
-struct Signals {
-    const float* x_left;
-    const float* x_right;
-    float* y_left;
-    float* y_right;
-
-    Signals from(uint32_t t) const {
-        return {x_left + t, x_right ? x_right + t : nullptr, y_left + t,
-                y_right ? y_right + t : nullptr};
-    }
-};
-
-// Modulation can push a delay past its ring's length. The masked read then starts with the newest
-// samples, which the pieces of this block would overwrite: such a line is read whole beforehand.
-bool overlong(const ffdn_block_n16& e, uint32_t line) {
-    return e.line_delay[line] > e.line_mask[line] + 1;
-}
 
 void read_overlong_lines(const ffdn_block_n16& e, uint32_t n) {
     for (uint32_t line = 0; line < BRISEL_LINES; ++line) {
@@ -62,7 +47,7 @@ void inject_right(ffdn_block_n16& e, const float* x, uint32_t n) {
 
 // Output and feedback of the `n` frames whose delayed samples stand in work_block; leaves there what
 // goes into the lines.
-void run_piece(ffdn_block_n16& e, const Signals& io, uint32_t n) {
+void run_piece(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
     float* work = e.work_block;
     if (io.y_right) {
         ffdn_mix_out_stereo_n16_avx2(io.y_left, io.y_right, work, e.out_left, e.out_right,
@@ -86,15 +71,19 @@ void run_piece(ffdn_block_n16& e, const Signals& io, uint32_t n) {
     if (io.x_right) inject_right(e, io.x_right, n);
 }
 
-int32_t process(ffdn_block_n16& e, const Signals& io, int32_t frames) {
+int32_t process(ffdn_block_n16& e, const BlockSignals& io, int32_t frames) {
     if (frames < 1 || frames > e.block_size || frames % 8 != 0) return -1;
     if (e.mod_enabled && ffdn_block_n16_apply_modulation(&e, frames) != 0) return -1;
     const auto n = static_cast<uint32_t>(frames);
     for (uint32_t delay : e.line_delay)
         if (n > delay) return -1;
 
+    read_overlong_lines(e, n);
+    if (brisel::fused_loop_applies(e, io)) {
+        brisel::run_fused_loop(e, io, n);
+        return 0;
+    }
     const bool in_pieces = n > kPiece;
-    if (in_pieces) read_overlong_lines(e, n);
     for (uint32_t t = 0; t < n; t += kPiece) {
         const uint32_t piece = std::min(kPiece, n - t);
         fdn_delay_block_read_n16_avx2(e.ring, e.line_offset, e.work_block, piece);

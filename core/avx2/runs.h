@@ -10,9 +10,21 @@
 namespace brisel {
 
 inline void copy_run(float* to, const float* from, uint32_t count) {
-    uint32_t t = 0;
-    for (; t + 8 <= count; t += 8) _mm256_storeu_ps(to + t, _mm256_loadu_ps(from + t));
-    for (; t < count; ++t) to[t] = from[t];
+    const auto copy8 = [&](size_t t) { _mm256_storeu_ps(to + t, _mm256_loadu_ps(from + t)); };
+    size_t t = 0;
+    for (; t + 32 <= count; t += 32) {
+        copy8(t);
+        copy8(t + 8);
+        copy8(t + 16);
+        copy8(t + 24);
+    }
+    for (; t + 8 <= count; t += 8) copy8(t);
+    if (t == count) return;
+    if (count >= 8) {
+        copy8(count - 8); // once more over samples already copied
+    } else {
+        for (; t < count; ++t) to[t] = from[t];
+    }
 }
 
 // `count` samples out of a ring, from index `start` on; count <= size.

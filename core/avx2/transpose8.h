@@ -1,4 +1,4 @@
-// Eight registers as an 8 x 8 matrix.
+// Transposition of 8 x 8 floats on the way into registers.
 #ifndef BRISEL_CORE_AVX2_TRANSPOSE8_H
 #define BRISEL_CORE_AVX2_TRANSPOSE8_H
 
@@ -6,29 +6,34 @@
 
 namespace brisel {
 
-// Row r, column c becomes row c, column r.
-inline void transpose8(__m256 (&m)[8]) {
-    __m256 pairs[8];
-#pragma GCC unroll 4
-    for (int k = 0; k < 4; ++k) {
-        pairs[2 * k] = _mm256_unpacklo_ps(m[2 * k], m[2 * k + 1]);
-        pairs[2 * k + 1] = _mm256_unpackhi_ps(m[2 * k], m[2 * k + 1]);
-    }
-    // quads[4 * h + c]: column c (and c + 4 in the upper lane) of rows 4 h .. 4 h + 3.
-    __m256 quads[8];
-#pragma GCC unroll 2
-    for (int h = 0; h < 2; ++h) {
-        const __m256* p = pairs + 4 * h;
-        quads[4 * h + 0] = _mm256_shuffle_ps(p[0], p[2], _MM_SHUFFLE(1, 0, 1, 0));
-        quads[4 * h + 1] = _mm256_shuffle_ps(p[0], p[2], _MM_SHUFFLE(3, 2, 3, 2));
-        quads[4 * h + 2] = _mm256_shuffle_ps(p[1], p[3], _MM_SHUFFLE(1, 0, 1, 0));
-        quads[4 * h + 3] = _mm256_shuffle_ps(p[1], p[3], _MM_SHUFFLE(3, 2, 3, 2));
-    }
-#pragma GCC unroll 4
-    for (int c = 0; c < 4; ++c) {
-        m[c] = _mm256_permute2f128_ps(quads[c], quads[4 + c], 0x20);
-        m[c + 4] = _mm256_permute2f128_ps(quads[c], quads[4 + c], 0x31);
-    }
+// Four columns of eight rows of floats, transposed while they are loaded: m[c] receives column
+// `first` + c. `row(r)` gives the address of row r. The halves of rows r and r + 4 meet in the load, so
+// that no shuffle has to cross the 128-bit lanes.
+template <typename Row>
+inline void load_columns(__m256* m, Row row, size_t first) {
+    const auto halves = [&](size_t r) {
+        return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(row(r) + first)),
+                                    _mm_loadu_ps(row(r + 4) + first), 1);
+    };
+    const __m256 r0 = halves(0);
+    const __m256 r1 = halves(1);
+    const __m256 r2 = halves(2);
+    const __m256 r3 = halves(3);
+    const __m256 lo01 = _mm256_unpacklo_ps(r0, r1);
+    const __m256 hi01 = _mm256_unpackhi_ps(r0, r1);
+    const __m256 lo23 = _mm256_unpacklo_ps(r2, r3);
+    const __m256 hi23 = _mm256_unpackhi_ps(r2, r3);
+    m[0] = _mm256_shuffle_ps(lo01, lo23, _MM_SHUFFLE(1, 0, 1, 0));
+    m[1] = _mm256_shuffle_ps(lo01, lo23, _MM_SHUFFLE(3, 2, 3, 2));
+    m[2] = _mm256_shuffle_ps(hi01, hi23, _MM_SHUFFLE(1, 0, 1, 0));
+    m[3] = _mm256_shuffle_ps(hi01, hi23, _MM_SHUFFLE(3, 2, 3, 2));
+}
+
+// All eight columns.
+template <typename Row>
+inline void load_transposed8(__m256 (&m)[8], Row row) {
+    load_columns(m, row, 0);
+    load_columns(m + 4, row, 4);
 }
 
 } // namespace brisel

@@ -1,0 +1,404 @@
+// The fused feedback loop.
+//
+// A block runs in pieces of 128 frames, a piece in tiles of eight. Rows are lines, eight lanes are
+// eight frames of a line, except between C and D, where they are eight lines of a frame:
+//
+//   main rings --A--> short_rows --B--> middle ring --[B2--> long ring]--C--> filtered --D--> results
+//       ^                                                                                        |
+//       +------------------------------ row by row, while the next piece runs A -----------------+
+//
+//   A   output sums; transform
+//   B   stage 0, delays 0, 1 .. 15; transform                  with two stages and more
+//   B2  stage 1, delays 0, 16 .. 240; transform                with three stages
+//   C   the last stage's delays; transposition; two-band filter, frame by frame
+//   D   transposition back; injection
+//
+// What makes it fast, beside the kernels' own work:
+//   - A block's samples pass through the first-level cache only: A reads the main rings in place, and
+//     the results go back in runs of 128 samples. All 16 write positions are equal modulo 4 KiB, that
+//     is, in one cache set: writing them tile by tile would throw each line out before it is full.
+//   - Stage 0's rings hold 16 samples, so its rows live in a linear scratch that keeps the last 16
+//     samples of the piece before. The other rings' delays and positions are multiples of eight: a
+//     tile never straddles a seam.
+//   - The filter's recursion takes four cycles a frame. D of the tile before and B of the next one
+//     stand between two of its tiles and fill them.
+#include "core/avx2/ffdn_fused_n16_avx2.h"
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cstddef>
+
+#include "core/avx2/fwht16.h"
+#include "core/avx2/runs.h"
+#include "core/avx2/transpose8.h"
+
+namespace brisel {
+namespace {
+
+constexpr uint32_t kTile = 8;
+constexpr uint32_t kPiece = 128;
+
+// The default cascade: stage s delays line i by i * 16^s samples, in rings of 16^(s+1).
+constexpr uint32_t kShortRing = 16;
+constexpr uint32_t kMiddleRing = 256;
+constexpr uint32_t kLongRing = 4096;
+
+constexpr size_t kShortRow = kShortRing + kPiece;
+
+struct alignas(64) Workspace {
+    float short_rows[BRISEL_LINES][kShortRow]; // 16 samples of history, then the piece
+    float middle_line0[kMiddleRing];           // line 0 is not delayed and must not touch its rings
+    float long_rows[BRISEL_LINES][kPiece];     // what stage 2 receives in this piece
+    float filtered[2][2][8][8];                // of two tiles: [tile][lines 0-7, 8-15][frame][line]
+    float differences[8][8];             // the transform's lower half, while the upper one runs
+    float results[BRISEL_LINES][kPiece]; // what the main rings receive
+    const float* rows[BRISEL_LINES];     // this piece's samples out of the main rings
+};
+
+// Hides where a pointer comes from. The rows of a tile are then addressed by one register and constant
+// offsets; otherwise the compiler keeps a pointer for each row and runs out of registers.
+template <typename T>
+inline T* opaque(T* pointer) {
+    asm("" : "+r"(pointer));
+    return pointer;
+}
+
+// The transform's passes behind the first one, on eight lines, and its scaling.
+template <typename Out>
+inline void finish_half(__m256 (&x)[8], Out out) {
+    const __m256 quarter = _mm256_set1_ps(0.25f);
+    fwht_lower_passes(x);
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; ++i) _mm256_storeu_ps(out(i), _mm256_mul_ps(x[i], quarter));
+}
+
+// A tile's transform from 16 rows to 16 others.
+template <typename In, typename Out>
+inline void transform(In in, Out out) {
+    __m256 x[8];
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; ++i)
+        x[i] = _mm256_add_ps(_mm256_loadu_ps(in(i)), _mm256_loadu_ps(in(i + 8)));
+    finish_half(x, out);
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; ++i)
+        x[i] = _mm256_sub_ps(_mm256_loadu_ps(in(i)), _mm256_loadu_ps(in(i + 8)));
+    finish_half(x, [&](size_t i) { return out(i + 8); });
+}
+
+// Gains that alternate from line to line.
+struct GainPair {
+    __m256 even;
+    __m256 odd;
+
+    explicit GainPair(const float* gains)
+        : even(_mm256_set1_ps(gains[0])), odd(_mm256_set1_ps(gains[1])) {}
+    __m256 of(size_t line) const { return line % 2 == 0 ? even : odd; }
+};
+
+template <int K, bool kStereoIn>
+class FusedLoop {
+public:
+    FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) : e_(e), io_(io), n_(n) {}
+
+    void run() {
+        exchange_history<Direction::kTake>(0);
+        __m256 memory[2] = {_mm256_loadu_ps(e_.shelf_state), _mm256_loadu_ps(e_.shelf_state + 8)};
+        uint32_t length = 0;
+        for (uint32_t t = 0; t < n_; t += length) {
+            length = std::min(kPiece, n_ - t);
+            if (t > 0) keep_history();
+            open_piece(t, length);
+            mix_out(t, length);
+            feed_back(t, length, memory);
+        }
+        for (uint32_t line = 0; line < BRISEL_LINES; ++line) close_row(line, n_ - length, length);
+        _mm256_storeu_ps(e_.shelf_state, memory[0]);
+        _mm256_storeu_ps(e_.shelf_state + 8, memory[1]);
+        advance();
+        exchange_history<Direction::kGive>(length);
+    }
+
+private:
+    enum class Direction { kTake, kGive };
+
+    // Between stage 0's rings, whose position is a multiple of eight, and the 16 samples that stand
+    // before frame `end` of the short rows, oldest first.
+    template <Direction direction>
+    void exchange_history(uint32_t end) {
+        const size_t older = e_.stages[0].wpos; // 0 or 8
+        for (size_t line = 1; line < BRISEL_LINES; ++line) {
+            float* ring = e_.stages[0].ring + line * kShortRing;
+            float* row = ws_.short_rows[line] + end;
+            float* const halves[2][2] = {{ring + older, row}, {ring + (older ^ 8), row + 8}};
+            for (const auto& [in_ring, in_row] : halves) {
+                if (direction == Direction::kTake)
+                    _mm256_storeu_ps(in_row, _mm256_loadu_ps(in_ring));
+                else
+                    _mm256_storeu_ps(in_ring, _mm256_loadu_ps(in_row));
+            }
+        }
+    }
+
+    void keep_history() {
+        for (auto& row : ws_.short_rows) copy_run(row, row + kPiece, kShortRing);
+    }
+
+    // Finds this piece's samples: in place, or copied where they cross a ring's seam.
+    void open_piece(uint32_t t, uint32_t length) {
+        const __m256i all_ones = _mm256_set1_epi32(-1);
+        for (uint32_t first = 0; first < BRISEL_LINES; first += 8) {
+            const auto load = [&](const uint32_t* array) {
+                return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(array + first));
+            };
+            const __m256i mask = load(e_.line_mask);
+            const __m256i delay = load(e_.line_delay);
+            const __m256i now =
+                _mm256_add_epi32(load(e_.line_wpos), _mm256_set1_epi32(static_cast<int>(t)));
+            const __m256i start = _mm256_and_si256(_mm256_sub_epi32(now, delay), mask);
+            const __m256i last =
+                _mm256_add_epi32(start, _mm256_set1_epi32(static_cast<int>(length) - 1));
+            const __m256i index = _mm256_add_epi32(load(e_.line_offset), start);
+            for (int half = 0; half < 2; ++half) {
+                const __m128i four =
+                    half ? _mm256_extracti128_si256(index, 1) : _mm256_castsi256_si128(index);
+                const __m256i address =
+                    _mm256_add_epi64(_mm256_set1_epi64x(reinterpret_cast<intptr_t>(e_.ring)),
+                                     _mm256_slli_epi64(_mm256_cvtepu32_epi64(four), 2));
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(ws_.rows + first + 4 * half),
+                                    address);
+            }
+            // delay > mask + 1, or the last sample behind the ring's end
+            const __m256i special =
+                _mm256_or_si256(_mm256_cmpgt_epi32(delay, _mm256_sub_epi32(mask, all_ones)),
+                                _mm256_cmpgt_epi32(last, mask));
+            auto lines = static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(special)));
+            for (; lines != 0; lines &= lines - 1)
+                open_special_row(first + static_cast<uint32_t>(__builtin_ctz(lines)), t, length);
+        }
+    }
+
+    __attribute__((noinline)) void open_special_row(uint32_t line, uint32_t t, uint32_t length) {
+        if (overlong(e_, line)) {
+            ws_.rows[line] = e_.tap_block + size_t{line} * n_ + t;
+            return;
+        }
+        const uint32_t mask = e_.line_mask[line];
+        float* row = e_.work_block + size_t{line} * length;
+        copy_from_ring(row, e_.ring + e_.line_offset[line], mask + 1,
+                       (e_.line_wpos[line] + t - e_.line_delay[line]) & mask, length);
+        ws_.rows[line] = row;
+    }
+
+    // Sends one row of the piece at `t` home: into its main ring and, with three stages, into stage 2.
+    void close_row(uint32_t line, uint32_t t, uint32_t length) {
+        const uint32_t mask = e_.line_mask[line];
+        copy_to_ring(e_.ring + e_.line_offset[line], mask + 1, (e_.line_wpos[line] + t) & mask,
+                     ws_.results[line], length);
+        if (K == 3 && line > 0)
+            copy_to_ring(e_.stages[2].ring + size_t{line} * kLongRing, kLongRing,
+                         (e_.stages[2].wpos + t) & (kLongRing - 1), ws_.long_rows[line], length);
+    }
+
+    // A. Meanwhile the piece before goes home, a row a tile, so that its cache misses overlap with
+    // arithmetic.
+    __attribute__((noinline)) void mix_out(uint32_t t0, uint32_t length) {
+        const GainPair gain_left(e_.out_left);
+        const GainPair gain_right(e_.out_right);
+        const __m256 direct_left = _mm256_set1_ps(e_.direct_left);
+        const __m256 direct_right = _mm256_set1_ps(e_.direct_right);
+        uint32_t line_to_close = t0 > 0 ? 0 : BRISEL_LINES;
+        for (size_t p = 0; p < length; p += kTile) {
+            float* out = opaque(ws_.short_rows[0] + kShortRing + p);
+            float* differences = opaque(ws_.differences[0]);
+            const __m256 dry = _mm256_loadu_ps(io_.x_left + t0 + p);
+            __m256 left = _mm256_mul_ps(direct_left, dry);
+            __m256 right = _mm256_mul_ps(direct_right, dry);
+            __m256 x[8];
+#pragma GCC unroll 8
+            for (size_t i = 0; i < 8; ++i) {
+                x[i] = _mm256_loadu_ps(ws_.rows[i] + p);
+                left = _mm256_fmadd_ps(gain_left.of(i), x[i], left);
+                right = _mm256_fmadd_ps(gain_right.of(i), x[i], right);
+            }
+#pragma GCC unroll 8
+            for (size_t i = 0; i < 8; ++i) {
+                const __m256 s = _mm256_loadu_ps(ws_.rows[i + 8] + p);
+                left = _mm256_fmadd_ps(gain_left.of(i), s, left);
+                right = _mm256_fmadd_ps(gain_right.of(i), s, right);
+                _mm256_store_ps(differences + 8 * i, _mm256_sub_ps(x[i], s));
+                x[i] = _mm256_add_ps(x[i], s);
+            }
+            _mm256_storeu_ps(io_.y_left + t0 + p, left);
+            _mm256_storeu_ps(io_.y_right + t0 + p, right);
+            finish_half(x, [&](size_t i) { return out + i * kShortRow; });
+#pragma GCC unroll 8
+            for (size_t i = 0; i < 8; ++i) x[i] = _mm256_load_ps(differences + 8 * i);
+            finish_half(x, [&](size_t i) { return out + (i + 8) * kShortRow; });
+            if (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
+        }
+        while (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
+    }
+
+    // B, B2, C and D.
+    __attribute__((noinline)) void feed_back(uint32_t t0, uint32_t length, __m256 (&memory)[2]) {
+        const GainPair gain_left(kStereoIn ? e_.in_left : e_.in_gain);
+        const GainPair gain_right(e_.in_right);
+        uint32_t p = 0;
+        for (; p < length; p += kTile) {
+            if (K >= 2) into_middle(t0, p);
+            if (K >= 3) into_long(t0, p);
+            if (p > 0) inject(t0, p - kTile, gain_left, gain_right);
+            filter(t0, p, memory);
+        }
+        inject(t0, p - kTile, gain_left, gain_right);
+    }
+
+    // Stage 0's output for line i stands i samples back.
+    const float* short_row(size_t i, uint32_t p) const {
+        return ws_.short_rows[0] + kShortRing + p + i * (kShortRow - 1);
+    }
+
+    // B.
+    inline __attribute__((always_inline)) void into_middle(uint32_t t0, uint32_t p) {
+        const uint32_t w = (e_.stages[1].wpos + t0 + p) & (kMiddleRing - 1);
+        const float* in = opaque(short_row(0, p));
+        float* line0 = opaque(ws_.middle_line0 + w);
+        float* out = opaque(e_.stages[1].ring + w);
+        transform([&](size_t i) { return in + i * (kShortRow - 1); },
+                  [&](size_t i) { return i == 0 ? line0 : out + i * kMiddleRing; });
+    }
+
+    // Stage 1's output.
+    const float* middle_row(size_t i, uint32_t w) const {
+        const size_t r = (w - 16 * static_cast<uint32_t>(i)) & (kMiddleRing - 1);
+        return i == 0 ? ws_.middle_line0 + r : e_.stages[1].ring + i * kMiddleRing + r;
+    }
+
+    // B2.
+    inline __attribute__((always_inline)) void into_long(uint32_t t0, uint32_t p) {
+        const uint32_t w = e_.stages[1].wpos + t0 + p;
+        float* out = opaque(ws_.long_rows[0] + p);
+        transform([&](size_t i) { return middle_row(i, w); },
+                  [&](size_t i) { return out + i * kPiece; });
+    }
+
+    // Stage 2's output; only line 0's is of this piece.
+    const float* long_row(size_t i, uint32_t w, uint32_t p) const {
+        const size_t r = (w - 256 * static_cast<uint32_t>(i)) & (kLongRing - 1);
+        return i == 0 ? ws_.long_rows[0] + p : e_.stages[2].ring + i * kLongRing + r;
+    }
+
+    // C.
+    inline __attribute__((always_inline)) void filter(uint32_t t0, uint32_t p,
+                                                      __m256 (&memory)[2]) {
+        const uint32_t w = K == 1 ? 0 : e_.stages[K - 1].wpos + t0 + p;
+        float* filtered = opaque(ws_.filtered[p / kTile % 2][0][0]);
+#pragma GCC unroll 2
+        for (size_t g = 0; g < 2; ++g) {
+            __m256 m[8];
+            load_transposed8(m, [&](size_t i) {
+                const size_t line = 8 * g + i;
+                return K == 1   ? short_row(line, p)
+                       : K == 2 ? middle_row(line, w)
+                                : long_row(line, w, p);
+            });
+            const __m256 b0 = _mm256_loadu_ps(e_.shelf_b0 + 8 * g);
+            const __m256 a1 = _mm256_loadu_ps(e_.shelf_a1 + 8 * g);
+#pragma GCC unroll 8
+            for (size_t f = 0; f < 8; ++f) {
+                memory[g] = _mm256_fmadd_ps(a1, memory[g], _mm256_mul_ps(b0, m[f]));
+                _mm256_store_ps(filtered + 64 * g + 8 * f, memory[g]);
+            }
+        }
+    }
+
+    // D.
+    inline __attribute__((always_inline)) void
+    inject(uint32_t t0, uint32_t p, const GainPair& gain_left, const GainPair& gain_right) {
+        const float* filtered = opaque(ws_.filtered[p / kTile % 2][0][0]);
+        float* out = opaque(ws_.results[0] + p);
+        const __m256 left = _mm256_loadu_ps(io_.x_left + t0 + p);
+        const __m256 right = kStereoIn ? _mm256_loadu_ps(io_.x_right + t0 + p) : left;
+#pragma GCC unroll 2
+        for (size_t g = 0; g < 2; ++g) {
+            __m256 m[8];
+            load_transposed8(m, [&](size_t f) { return filtered + 64 * g + 8 * f; });
+#pragma GCC unroll 8
+            for (size_t i = 0; i < 8; ++i) {
+                __m256 v = _mm256_fmadd_ps(gain_left.of(i), left, m[i]);
+                if (kStereoIn) v = _mm256_fmadd_ps(gain_right.of(i), right, v);
+                _mm256_store_ps(out + (8 * g + i) * kPiece, v);
+            }
+        }
+    }
+
+    void advance() {
+        for (uint32_t line = 0; line < BRISEL_LINES; ++line)
+            e_.line_wpos[line] = (e_.line_wpos[line] + n_) & e_.line_mask[line];
+        for (int s = 0; s < K; ++s)
+            e_.stages[s].wpos = (e_.stages[s].wpos + n_) & e_.stages[s].mask;
+    }
+
+    ffdn_block_n16& e_;
+    const BlockSignals io_;
+    const uint32_t n_;
+    Workspace ws_;
+};
+
+template <int K>
+void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
+    if (io.x_right)
+        FusedLoop<K, true>(e, io, n).run();
+    else
+        FusedLoop<K, false>(e, io, n).run();
+}
+
+// Every gain equals the one two lines before; NaN equals nothing.
+bool alternates(const float* gains) {
+    const __m256 pair = _mm256_setr_ps(gains[0], gains[1], gains[0], gains[1], gains[0], gains[1],
+                                       gains[0], gains[1]);
+    const __m256 equal = _mm256_and_ps(_mm256_cmp_ps(pair, _mm256_loadu_ps(gains), _CMP_EQ_OQ),
+                                       _mm256_cmp_ps(pair, _mm256_loadu_ps(gains + 8), _CMP_EQ_OQ));
+    return _mm256_movemask_ps(equal) == 0xff;
+}
+
+// The default cascade's stage s, at a position where tiles meet the ring's seam.
+bool default_stage(const ffdn_block_stage& stage, int s) {
+    const __m256i ramp = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    const auto load = [&](size_t first) {
+        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(stage.delays + first));
+    };
+    const __m256i low = _mm256_slli_epi32(ramp, 4 * s);
+    const __m256i high = _mm256_slli_epi32(_mm256_add_epi32(ramp, _mm256_set1_epi32(8)), 4 * s);
+    const __m256i equal =
+        _mm256_and_si256(_mm256_cmpeq_epi32(load(0), low), _mm256_cmpeq_epi32(load(8), high));
+    return _mm256_movemask_epi8(equal) == -1 && stage.wpos % kTile == 0;
+}
+
+} // namespace
+
+bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io) {
+    if (!e.two_band || e.stage_count < 1 || !io.y_right) return false;
+    for (int s = 0; s < e.stage_count; ++s)
+        if (!default_stage(e.stages[s], s)) return false;
+    return alternates(e.out_left) && alternates(e.out_right) &&
+           (io.x_right ? alternates(e.in_left) && alternates(e.in_right) : alternates(e.in_gain));
+}
+
+void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
+    switch (e.stage_count) {
+    case 1:
+        run<1>(e, io, n);
+        break;
+    case 2:
+        run<2>(e, io, n);
+        break;
+    default:
+        run<3>(e, io, n);
+        break;
+    }
+}
+
+} // namespace brisel
