@@ -75,8 +75,9 @@ int32_t process(ffdn_block_n16& e, const BlockSignals& io, int32_t frames) {
     if (frames < 1 || frames > e.block_size || frames % 8 != 0) return -1;
     if (e.mod_enabled && ffdn_block_n16_apply_modulation(&e, frames) != 0) return -1;
     const auto n = static_cast<uint32_t>(frames);
-    for (uint32_t delay : e.line_delay)
-        if (n > delay) return -1;
+    // Modulation may stretch a delay beyond its ring; a block has to fit into both.
+    for (int line = 0; line < BRISEL_LINES; ++line)
+        if (n > e.line_delay[line] || n - 1 > e.line_mask[line]) return -1;
 
     read_overlong_lines(e, n);
     if (brisel::fused_loop_applies(e, io)) {

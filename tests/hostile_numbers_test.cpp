@@ -298,3 +298,28 @@ TEST(HostileNumbers, OffsetStaysInLinesWhoseFilterHasItsPoleAtOne) {
     run(0.1);
     EXPECT_EQ(largest(out_l), 0.0f);
 }
+
+// Deep modulation takes a delay beyond its ring. A block that fits into the delay but not into the ring
+// is refused: it would overrun the storage of all lines.
+TEST(HostileNumbers, BlockLongerThanARingIsRefusedHoweverLongTheDelay) {
+    int32_t delays[BRISEL_LINES];
+    uint32_t sizes[BRISEL_LINES];
+    std::fill_n(delays, BRISEL_LINES, 1000);
+    std::fill_n(sizes, BRISEL_LINES, 4096u);
+    delays[15] = 60;
+    sizes[15] = 64;
+    ffdn_block_n16 e;
+    ASSERT_EQ(ffdn_block_n16_init(&e, delays, sizes, 128, 48000, 1.0f), 0);
+    ASSERT_EQ(ffdn_block_n16_set_modulation(&e, 28, 48000, 1, 100.0f, 3000.0f), 0);
+    const std::vector<float> x(128, 1.0f);
+    std::vector<float> y(128);
+    int beyond = 0, fitting = 0;
+    for (int block = 0; block < 2000; ++block) {
+        EXPECT_EQ(ffdn_block_n16_process(&e, x.data(), y.data(), 72), -1);
+        beyond += e.line_delay[15] >= 72;
+        fitting += ffdn_block_n16_process(&e, x.data(), y.data(), 32) == 0;
+    }
+    EXPECT_GT(beyond, 100);
+    EXPECT_EQ(fitting, 2000);
+    ffdn_block_n16_free(&e);
+}

@@ -161,7 +161,7 @@ BRISEL_API int32_t ffdn_block_n16_set_stereo_inputs(ffdn_block_n16* e, const flo
 /* Renders one block, mono to mono.
  *   x  float[n]
  *   y  float[n], written; must not overlap x
- *   n  a positive multiple of 8, at most block_size and every line's (modulated) delay
+ *   n  a positive multiple of 8, at most block_size, every line's (modulated) delay and ring size
  * Returns   0, or -1 with nothing written and no audio state changed; a refusal by a modulated delay
  *           leaves phases and delays moved.
  * Thread    [audio-thread]; whatever the settings, no call allocates. Set flush-to-zero in the
