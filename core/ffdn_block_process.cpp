@@ -19,6 +19,34 @@ using brisel::overlong;
 // no otherwise than in one pass, but for the overlong lines below.
 constexpr uint32_t kPiece = 256;
 
+// What the lines' current delays mean for a block of n frames.
+struct DelayCheck {
+    bool too_short; // a line does not hold the block
+    bool overlong;  // a line needs the care described at brisel::overlong
+};
+
+DelayCheck check_delays(const ffdn_block_n16& e, uint32_t n) {
+    // Delays and masks are below 2^31: signed comparisons will do.
+    const __m256i frames = _mm256_set1_epi32(static_cast<int32_t>(n));
+    const __m256i last_frame = _mm256_set1_epi32(static_cast<int32_t>(n - 1));
+    const __m256i one = _mm256_set1_epi32(1);
+    __m256i too_short = _mm256_setzero_si256();
+    __m256i overlong = _mm256_setzero_si256();
+    for (size_t line = 0; line < BRISEL_LINES; line += 8) {
+        const auto load = [&](const uint32_t* array) {
+            return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(array + line));
+        };
+        const __m256i delay = load(e.line_delay);
+        const __m256i mask = load(e.line_mask);
+        const __m256i size = _mm256_add_epi32(mask, one);
+        too_short = _mm256_or_si256(too_short, _mm256_cmpgt_epi32(frames, delay));
+        // Modulation may stretch a delay beyond its ring; a block has to fit into both.
+        too_short = _mm256_or_si256(too_short, _mm256_cmpgt_epi32(last_frame, mask));
+        overlong = _mm256_or_si256(overlong, _mm256_cmpgt_epi32(delay, size));
+    }
+    return {!_mm256_testz_si256(too_short, too_short), !_mm256_testz_si256(overlong, overlong)};
+}
+
 void read_overlong_lines(const ffdn_block_n16& e, uint32_t n) {
     for (uint32_t line = 0; line < BRISEL_LINES; ++line) {
         if (!overlong(e, line)) continue;
@@ -75,22 +103,38 @@ int32_t process(ffdn_block_n16& e, const BlockSignals& io, int32_t frames) {
     if (frames < 1 || frames > e.block_size || frames % 8 != 0) return -1;
     if (e.mod_enabled && ffdn_block_n16_apply_modulation(&e, frames) != 0) return -1;
     const auto n = static_cast<uint32_t>(frames);
-    // Modulation may stretch a delay beyond its ring; a block has to fit into both.
-    for (int line = 0; line < BRISEL_LINES; ++line)
-        if (n > e.line_delay[line] || n - 1 > e.line_mask[line]) return -1;
-
-    read_overlong_lines(e, n);
+    const DelayCheck delays = check_delays(e, n);
+    if (delays.too_short) return -1;
+    if (delays.overlong) read_overlong_lines(e, n);
     if (brisel::fused_loop_applies(e, io)) {
         brisel::run_fused_loop(e, io, n);
         return 0;
     }
-    const bool in_pieces = n > kPiece;
     for (uint32_t t = 0; t < n; t += kPiece) {
         const uint32_t piece = std::min(kPiece, n - t);
         fdn_delay_block_read_n16_avx2(e.ring, e.line_offset, e.work_block, piece);
-        if (in_pieces) take_overlong_lines(e, t, piece, n);
+        if (delays.overlong) take_overlong_lines(e, t, piece, n);
         run_piece(e, io.from(t), piece);
         fdn_delay_block_write_n16_avx2(e.ring, e.line_offset, e.work_block, piece);
+    }
+    return 0;
+}
+
+// The definition of the modulation step.
+int32_t modulate_line_by_line(ffdn_block_n16& e, int32_t n) {
+    constexpr float kTwoPi = 6.2831855f;
+    const auto frames = static_cast<float>(n);
+    const auto depth = static_cast<float>(e.mod_depth);
+    for (int i = 0; i < BRISEL_LINES; ++i) {
+        float p = std::fma(frames, e.mod_inc[i], e.mod_phase[i]);
+        if (p >= kTwoPi || p < 0.0f) {
+            p = std::fmod(p, kTwoPi);
+            if (p < 0.0f) p += kTwoPi;
+        }
+        e.mod_phase[i] = p;
+        const int64_t delay = int64_t{e.mod_base_delay[i]} + std::lround(std::sin(p) * depth);
+        if (n > delay) return -1;
+        e.line_delay[i] = static_cast<uint32_t>(delay);
     }
     return 0;
 }
@@ -107,21 +151,6 @@ void add_energy(double& energy, const float* ring, uint32_t wpos, uint32_t mask,
 } // namespace
 
 int32_t ffdn_block_n16_apply_modulation(ffdn_block_n16* e, int32_t n) {
-    constexpr float kTwoPi = 6.2831855f;
-    const auto frames = static_cast<float>(n);
-    const auto depth = static_cast<float>(e->mod_depth);
-    for (int i = 0; i < BRISEL_LINES; ++i) {
-        float p = std::fma(frames, e->mod_inc[i], e->mod_phase[i]);
-        if (p >= kTwoPi || p < 0.0f) {
-            p = std::fmod(p, kTwoPi);
-            if (p < 0.0f) p += kTwoPi;
-        }
-        e->mod_phase[i] = p;
-        const int64_t delay = int64_t{e->mod_base_delay[i]} + std::lround(std::sin(p) * depth);
-        if (n > delay) return -1;
-        e->line_delay[i] = static_cast<uint32_t>(delay);
-    }
-    return 0;
 }
 
 int32_t ffdn_block_n16_process(ffdn_block_n16* e, const float* x, float* y, int32_t n) {

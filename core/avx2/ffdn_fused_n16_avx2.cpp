@@ -28,6 +28,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 #include "core/avx2/fwht16.h"
 #include "core/avx2/runs.h"
@@ -53,7 +54,8 @@ struct alignas(64) Workspace {
     float filtered[2][2][8][8];                // of two tiles: [tile][lines 0-7, 8-15][frame][line]
     float differences[8][8];             // the transform's lower half, while the upper one runs
     float results[BRISEL_LINES][kPiece]; // what the main rings receive
-    const float* rows[BRISEL_LINES];     // this piece's samples out of the main rings
+    float* rows[BRISEL_LINES];           // where this piece's samples stand
+    float* homes[BRISEL_LINES];          // where its results go
 };
 
 // Hides where a pointer comes from. The rows of a tile are then addressed by one register and constant
@@ -87,6 +89,20 @@ inline void transform(In in, Out out) {
     finish_half(x, [&](size_t i) { return out(i + 8); });
 }
 
+// Eight lines' integers.
+inline __m256i load_lines(const uint32_t* lines) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lines));
+}
+
+inline __m256i broadcast(uint32_t x) {
+    return _mm256_set1_epi32(static_cast<int32_t>(x));
+}
+
+// A condition's lanes, a bit each.
+inline uint32_t lanes(__m256i condition) {
+    return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(condition)));
+}
+
 // Gains that alternate from line to line.
 struct GainPair {
     __m256 even;
@@ -100,7 +116,12 @@ struct GainPair {
 template <int K, bool kStereoIn>
 class FusedLoop {
 public:
-    FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) : e_(e), io_(io), n_(n) {}
+    FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) : e_(e), io_(io), n_(n) {
+        for (size_t first = 0; first < BRISEL_LINES; first += 8) {
+            const __m256i size = _mm256_add_epi32(load_lines(e.line_mask + first), broadcast(1));
+            overlong_ |= lanes(_mm256_cmpgt_epi32(load_lines(e.line_delay + first), size)) << first;
+        }
+    }
 
     void run() {
         exchange_history<Direction::kTake>(0);
@@ -112,6 +133,7 @@ public:
             open_piece(t, length);
             mix_out(t, length);
             feed_back(t, length, memory);
+            find_homes(t, length);
         }
         for (uint32_t line = 0; line < BRISEL_LINES; ++line) close_row(line, n_ - length, length);
         _mm256_storeu_ps(e_.shelf_state, memory[0]);
@@ -142,41 +164,39 @@ private:
     }
 
     void keep_history() {
-        for (auto& row : ws_.short_rows) copy_run(row, row + kPiece, kShortRing);
+        for (auto& row : ws_.short_rows) copy_vectors(row, row + kPiece, kShortRing);
+    }
+
+    // The addresses in the main rings of what stands `delay` samples before frame t of each line, a zero
+    // delay for the write position; returns the lines whose `length` samples cross the ring's seam, a
+    // bit each.
+    uint32_t locate(float** to, const uint32_t* delay, uint32_t t, uint32_t length) const {
+        uint32_t crossing = 0;
+        for (uint32_t first = 0; first < BRISEL_LINES; first += 8) {
+            const __m256i mask = load_lines(e_.line_mask + first);
+            __m256i at = _mm256_add_epi32(load_lines(e_.line_wpos + first), broadcast(t));
+            if (delay) at = _mm256_sub_epi32(at, load_lines(delay + first));
+            at = _mm256_and_si256(at, mask);
+            const __m256i last = _mm256_add_epi32(at, broadcast(length - 1));
+            const __m256i index = _mm256_add_epi32(load_lines(e_.line_offset + first), at);
+            const __m256i ring = _mm256_set1_epi64x(reinterpret_cast<intptr_t>(e_.ring));
+            for (int half = 0; half < 2; ++half) {
+                const __m128i four =
+                    half ? _mm256_extracti128_si256(index, 1) : _mm256_castsi256_si128(index);
+                const __m256i bytes = _mm256_slli_epi64(_mm256_cvtepu32_epi64(four), 2);
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(to + first + 4 * half),
+                                    _mm256_add_epi64(ring, bytes));
+            }
+            crossing |= lanes(_mm256_cmpgt_epi32(last, mask)) << first;
+        }
+        return crossing;
     }
 
     // Finds this piece's samples: in place, or copied where they cross a ring's seam.
     void open_piece(uint32_t t, uint32_t length) {
-        const __m256i all_ones = _mm256_set1_epi32(-1);
-        for (uint32_t first = 0; first < BRISEL_LINES; first += 8) {
-            const auto load = [&](const uint32_t* array) {
-                return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(array + first));
-            };
-            const __m256i mask = load(e_.line_mask);
-            const __m256i delay = load(e_.line_delay);
-            const __m256i now =
-                _mm256_add_epi32(load(e_.line_wpos), _mm256_set1_epi32(static_cast<int>(t)));
-            const __m256i start = _mm256_and_si256(_mm256_sub_epi32(now, delay), mask);
-            const __m256i last =
-                _mm256_add_epi32(start, _mm256_set1_epi32(static_cast<int>(length) - 1));
-            const __m256i index = _mm256_add_epi32(load(e_.line_offset), start);
-            for (int half = 0; half < 2; ++half) {
-                const __m128i four =
-                    half ? _mm256_extracti128_si256(index, 1) : _mm256_castsi256_si128(index);
-                const __m256i address =
-                    _mm256_add_epi64(_mm256_set1_epi64x(reinterpret_cast<intptr_t>(e_.ring)),
-                                     _mm256_slli_epi64(_mm256_cvtepu32_epi64(four), 2));
-                _mm256_storeu_si256(reinterpret_cast<__m256i*>(ws_.rows + first + 4 * half),
-                                    address);
-            }
-            // delay > mask + 1, or the last sample behind the ring's end
-            const __m256i special =
-                _mm256_or_si256(_mm256_cmpgt_epi32(delay, _mm256_sub_epi32(mask, all_ones)),
-                                _mm256_cmpgt_epi32(last, mask));
-            auto lines = static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(special)));
-            for (; lines != 0; lines &= lines - 1)
-                open_special_row(first + static_cast<uint32_t>(__builtin_ctz(lines)), t, length);
-        }
+        uint32_t special = locate(ws_.rows, e_.line_delay, t, length) | overlong_;
+        for (; special != 0; special &= special - 1)
+            open_special_row(static_cast<uint32_t>(__builtin_ctz(special)), t, length);
     }
 
     __attribute__((noinline)) void open_special_row(uint32_t line, uint32_t t, uint32_t length) {
@@ -191,14 +211,33 @@ private:
         ws_.rows[line] = row;
     }
 
-    // Sends one row of the piece at `t` home: into its main ring and, with three stages, into stage 2.
-    void close_row(uint32_t line, uint32_t t, uint32_t length) {
-        const uint32_t mask = e_.line_mask[line];
-        copy_to_ring(e_.ring + e_.line_offset[line], mask + 1, (e_.line_wpos[line] + t) & mask,
-                     ws_.results[line], length);
+    // Finds where the results of the piece at `t` go.
+    void find_homes(uint32_t t, uint32_t length) {
+        crossing_homes_ = locate(ws_.homes, nullptr, t, length);
+    }
+
+    // Sends one row of results home: into its main ring and, with three stages, into stage 2. All
+    // positions and lengths are multiples of eight.
+    inline __attribute__((always_inline)) void close_row(uint32_t line, uint32_t t,
+                                                         uint32_t length) {
+        if ((crossing_homes_ >> line & 1) == 0) {
+            copy_vectors(ws_.homes[line], ws_.results[line], length);
+        } else {
+            float* ring = e_.ring + e_.line_offset[line];
+            write_across_seam(ring, e_.line_mask[line], e_.line_wpos[line] + t, ws_.results[line],
+                              length);
+        }
         if (K == 3 && line > 0)
-            copy_to_ring(e_.stages[2].ring + size_t{line} * kLongRing, kLongRing,
-                         (e_.stages[2].wpos + t) & (kLongRing - 1), ws_.long_rows[line], length);
+            write_across_seam(e_.stages[2].ring + size_t{line} * kLongRing, kLongRing - 1,
+                              e_.stages[2].wpos + t, ws_.long_rows[line], length);
+    }
+
+    static void write_across_seam(float* ring, uint32_t mask, uint32_t position, const float* row,
+                                  uint32_t length) {
+        const uint32_t at = position & mask;
+        const uint32_t first = std::min(mask + 1 - at, length);
+        copy_vectors(ring + at, row, first);
+        copy_vectors(ring, row + first, length - first);
     }
 
     // A. Meanwhile the piece before goes home, a row a tile, so that its cache misses overlap with
@@ -245,14 +284,17 @@ private:
     __attribute__((noinline)) void feed_back(uint32_t t0, uint32_t length, __m256 (&memory)[2]) {
         const GainPair gain_left(kStereoIn ? e_.in_left : e_.in_gain);
         const GainPair gain_right(e_.in_right);
+        float* now = ws_.filtered[0][0][0];
+        float* before = ws_.filtered[1][0][0];
         uint32_t p = 0;
         for (; p < length; p += kTile) {
             if (K >= 2) into_middle(t0, p);
             if (K >= 3) into_long(t0, p);
-            if (p > 0) inject(t0, p - kTile, gain_left, gain_right);
-            filter(t0, p, memory);
+            if (p > 0) inject(before, t0, p - kTile, gain_left, gain_right);
+            filter(now, t0, p, memory);
+            std::swap(now, before);
         }
-        inject(t0, p - kTile, gain_left, gain_right);
+        inject(before, t0, p - kTile, gain_left, gain_right);
     }
 
     // Stage 0's output for line i stands i samples back.
@@ -291,10 +333,9 @@ private:
     }
 
     // C.
-    inline __attribute__((always_inline)) void filter(uint32_t t0, uint32_t p,
+    inline __attribute__((always_inline)) void filter(float* filtered, uint32_t t0, uint32_t p,
                                                       __m256 (&memory)[2]) {
         const uint32_t w = K == 1 ? 0 : e_.stages[K - 1].wpos + t0 + p;
-        float* filtered = opaque(ws_.filtered[p / kTile % 2][0][0]);
 #pragma GCC unroll 2
         for (size_t g = 0; g < 2; ++g) {
             __m256 m[8];
@@ -315,9 +356,9 @@ private:
     }
 
     // D.
-    inline __attribute__((always_inline)) void
-    inject(uint32_t t0, uint32_t p, const GainPair& gain_left, const GainPair& gain_right) {
-        const float* filtered = opaque(ws_.filtered[p / kTile % 2][0][0]);
+    inline __attribute__((always_inline)) void inject(const float* filtered, uint32_t t0,
+                                                      uint32_t p, const GainPair& gain_left,
+                                                      const GainPair& gain_right) {
         float* out = opaque(ws_.results[0] + p);
         const __m256 left = _mm256_loadu_ps(io_.x_left + t0 + p);
         const __m256 right = kStereoIn ? _mm256_loadu_ps(io_.x_right + t0 + p) : left;
@@ -335,8 +376,11 @@ private:
     }
 
     void advance() {
-        for (uint32_t line = 0; line < BRISEL_LINES; ++line)
-            e_.line_wpos[line] = (e_.line_wpos[line] + n_) & e_.line_mask[line];
+        for (size_t first = 0; first < BRISEL_LINES; first += 8) {
+            const __m256i next = _mm256_add_epi32(load_lines(e_.line_wpos + first), broadcast(n_));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(e_.line_wpos + first),
+                                _mm256_and_si256(next, load_lines(e_.line_mask + first)));
+        }
         for (int s = 0; s < K; ++s)
             e_.stages[s].wpos = (e_.stages[s].wpos + n_) & e_.stages[s].mask;
     }
@@ -344,6 +388,8 @@ private:
     ffdn_block_n16& e_;
     const BlockSignals io_;
     const uint32_t n_;
+    uint32_t overlong_ = 0;       // lines, a bit each
+    uint32_t crossing_homes_ = 0; // lines, a bit each
     Workspace ws_;
 };
 
@@ -367,14 +413,17 @@ bool alternates(const float* gains) {
 // The default cascade's stage s, at a position where tiles meet the ring's seam.
 bool default_stage(const ffdn_block_stage& stage, int s) {
     const __m256i ramp = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
-    const auto load = [&](size_t first) {
-        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(stage.delays + first));
-    };
     const __m256i low = _mm256_slli_epi32(ramp, 4 * s);
     const __m256i high = _mm256_slli_epi32(_mm256_add_epi32(ramp, _mm256_set1_epi32(8)), 4 * s);
-    const __m256i equal =
-        _mm256_and_si256(_mm256_cmpeq_epi32(load(0), low), _mm256_cmpeq_epi32(load(8), high));
-    return _mm256_movemask_epi8(equal) == -1 && stage.wpos % kTile == 0;
+    const __m256i equal = _mm256_and_si256(_mm256_cmpeq_epi32(load_lines(stage.delays), low),
+                                           _mm256_cmpeq_epi32(load_lines(stage.delays + 8), high));
+    return lanes(equal) == 0xff && stage.wpos % kTile == 0;
+}
+
+// Tiles meet the main rings' seams.
+bool aligned_positions(const ffdn_block_n16& e) {
+    const __m256i both = _mm256_or_si256(load_lines(e.line_wpos), load_lines(e.line_wpos + 8));
+    return _mm256_testz_si256(both, broadcast(kTile - 1));
 }
 
 } // namespace
@@ -383,7 +432,7 @@ bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io) {
     if (!e.two_band || e.stage_count < 1 || !io.y_right) return false;
     for (int s = 0; s < e.stage_count; ++s)
         if (!default_stage(e.stages[s], s)) return false;
-    return alternates(e.out_left) && alternates(e.out_right) &&
+    return aligned_positions(e) && alternates(e.out_left) && alternates(e.out_right) &&
            (io.x_right ? alternates(e.in_left) && alternates(e.in_right) : alternates(e.in_gain));
 }
 

@@ -27,6 +27,14 @@ inline void copy_run(float* to, const float* from, uint32_t count) {
     }
 }
 
+// A run of whole vectors: `count` is a multiple of eight.
+inline void copy_vectors(float* to, const float* from, uint32_t count) {
+    for (; count >= 64; count -= 64, to += 64, from += 64)
+#pragma GCC unroll 8
+        for (size_t t = 0; t < 64; t += 8) _mm256_storeu_ps(to + t, _mm256_loadu_ps(from + t));
+    for (; count > 0; count -= 8, to += 8, from += 8) _mm256_storeu_ps(to, _mm256_loadu_ps(from));
+}
+
 // `count` samples out of a ring, from index `start` on; count <= size.
 inline void copy_from_ring(float* to, const float* ring, uint32_t size, uint32_t start,
                            uint32_t count) {
