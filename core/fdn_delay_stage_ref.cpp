@@ -3,6 +3,7 @@
 #include <brisel/fdn_delay_stage_ref.h>
 
 #include <algorithm>
+#include <cstddef>
 
 #include "core/network_math.h"
 
@@ -11,8 +12,8 @@ namespace {
 // The four arrays that a `lines` argument consists of.
 struct LineArrays {
     explicit LineArrays(uint32_t* lines)
-        : offset(lines), mask(lines + BRISEL_LINES), delay(lines + 2 * BRISEL_LINES),
-          wpos(lines + 3 * BRISEL_LINES) {}
+        : offset(lines), mask(lines + BRISEL_LINES), delay(lines + size_t{2} * BRISEL_LINES),
+          wpos(lines + size_t{3} * BRISEL_LINES) {}
     uint32_t* offset;
     uint32_t* mask;
     uint32_t* delay;

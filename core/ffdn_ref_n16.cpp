@@ -207,8 +207,9 @@ int32_t ffdn_n16_set_cascade(ffdn_n16* f, int32_t K, const int32_t* stage_delays
 
     ffdn_n16_clear_cascade(f);
     switch_two_band_off(*f);
-    for (int32_t k = 0; k < K; ++k) {
-        if (!install_stage(f->stages[k], delays + k * BRISEL_LINES)) {
+    const int32_t* next = delays;
+    for (int32_t k = 0; k < K; ++k, next += BRISEL_LINES) {
+        if (!install_stage(f->stages[k], next)) {
             ffdn_n16_clear_cascade(f);
             return -1;
         }
