@@ -88,6 +88,7 @@ std::vector<const LilvPlugin*> Lv2World::reverbs() const {
     }
     std::ranges::sort(found);
     std::vector<const LilvPlugin*> sorted;
+    sorted.reserve(found.size());
     for (const auto& [name, plugin] : found) sorted.push_back(plugin);
     return sorted;
 }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <fstream>
 #include <string>
@@ -16,8 +17,7 @@ namespace bench {
 // The value below which the share `q` of the samples lies; 0 without samples.
 inline double quantile(std::vector<double> samples, double q) {
     if (samples.empty()) return 0.0;
-    const auto rank =
-        static_cast<std::ptrdiff_t>(q * static_cast<double>(samples.size() - 1) + 0.5);
+    const auto rank = std::lround(q * static_cast<double>(samples.size() - 1));
     std::nth_element(samples.begin(), samples.begin() + rank, samples.end());
     return samples[static_cast<size_t>(rank)];
 }

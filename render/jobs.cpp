@@ -14,7 +14,7 @@ std::string chosen_ending(const fs::path& out, const Options& options) {
     if (fs::is_directory(out))
         throw UsageError(fmt::format("'{}' is a folder: put -o in front of it", out.string()));
     if (!options.format.empty()) return options.format;
-    const std::string ending = out.extension().string();
+    std::string ending = out.extension().string();
     // A device such as /dev/null has no ending to go by.
     if (ending.empty() && is_device(out)) return "wav";
     if (ending.empty())

@@ -45,7 +45,7 @@ const Container* find_container(std::string_view ending) {
     const auto same_letter = [](char a, char b) {
         return a == (b >= 'A' && b <= 'Z' ? b + 32 : b);
     };
-    const auto found = std::ranges::find_if(containers, [&](const Container& c) {
+    const auto* const found = std::ranges::find_if(containers, [&](const Container& c) {
         return std::ranges::equal(c.ending, ending, same_letter);
     });
     return found == containers.end() ? nullptr : &*found;

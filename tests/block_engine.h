@@ -39,7 +39,8 @@ inline Lines equal_lines(int32_t delay) {
 
 inline Lines default_lines() {
     Lines lines;
-    ffdn_n16_default_params(lines.delays.data(), reinterpret_cast<int32_t*>(&lines.ring_sizes[0]));
+    ffdn_n16_default_params(lines.delays.data(),
+                            reinterpret_cast<int32_t*>(lines.ring_sizes.data()));
     return lines;
 }
 

@@ -119,7 +119,7 @@ void change_something(Life& life) {
     const float direct[2] = {random.real(-1, 1), random.chance(0.5f) ? 0.0f : 0.25f};
     const uint64_t seed = random.integer(0, 3);
     const auto depth = static_cast<int32_t>(random.integer(0, 9));
-    const float rate = random.real(0.1f, 60.0f), density = random.real(-0.1f, 1.1f);
+    const float slowest = random.real(0.1f, 60.0f), density = random.real(-0.1f, 1.1f);
 
     switch (random.integer(0, 11)) {
     case 0:
@@ -151,7 +151,7 @@ void change_something(Life& life) {
         });
     case 8:
         return life.set([&](ffdn_block_n16* e) {
-            return ffdn_block_n16_set_modulation(e, depth, kRate, seed, rate, rate * 2);
+            return ffdn_block_n16_set_modulation(e, depth, kRate, seed, slowest, slowest * 2);
         });
     case 9:
         return life.set([&](ffdn_block_n16* e) {

@@ -60,7 +60,7 @@ Difference unequal(const char* what, T got, T expected) {
 Difference differ(const char* what, const float* got, const float* expected, size_t count) {
     if (std::memcmp(got, expected, count * sizeof(float)) == 0) return {};
     for (size_t i = 0; i < count; ++i) {
-        const Difference difference = differs(what, i, got[i], expected[i]);
+        Difference difference = differs(what, i, got[i], expected[i]);
         if (!difference.empty()) return difference;
     }
     return {};
@@ -131,9 +131,9 @@ public:
         }
         if (status != 0) return "block refused";
         for (size_t t = 0; t < static_cast<size_t>(n); ++t) {
-            const Difference difference =
-                path == Path::kMono     ? step_mono(start + t, x_l[t], y_l[t])
-                : path == Path::kStereo ? step_stereo(start + t, x_l[t], y_l[t], y_r[t])
+            Difference difference = path == Path::kMono ? step_mono(start + t, x_l[t], y_l[t])
+                                    : path == Path::kStereo
+                                        ? step_stereo(start + t, x_l[t], y_l[t], y_r[t])
                                         : step_stereo_in(start + t, x_l[t], x_r[t], y_l[t], y_r[t]);
             if (!difference.empty()) return difference;
         }
@@ -251,7 +251,7 @@ private:
         for (size_t i = 0; i < BRISEL_LINES; ++i) {
             float& v = ref_.line_buf[i][(ref_.line_wpos[i] - 1) & ref_.line_mask[i]];
             const float in = ref_.in_gain[i], decay = ref_.decay_gain[i];
-            const Difference difference =
+            Difference difference =
                 differs("reference's line input, frame", frame, v, std::fma(decay, s[i], x * in));
             if (!difference.empty()) return difference;
             v = std::fma(in, x, decay * s[i]);
@@ -320,7 +320,7 @@ Outcome run(const Configuration& c) {
     Pair pair(c);
     for (size_t p = 0; p < c.phases.size(); ++p) {
         const Phase& phase = c.phases[p];
-        const auto found = [&](Difference difference) {
+        const auto found = [&](const Difference& difference) {
             outcome.difference = "phase " + std::to_string(p + 1) + ": " + difference;
             return outcome;
         };

@@ -195,11 +195,11 @@ enum class Centre { kZero, kHalfRate };
 constexpr size_t kStep = 32;
 
 std::vector<double> band_energy(const std::vector<std::vector<float>>& signals, Centre centre) {
-    constexpr int kTaps = 1025;
+    constexpr int kTaps = 1025, kCentre = kTaps / 2;
     constexpr double kPi = std::numbers::pi, kCutoff = 600.0 / kRate;
     std::vector<double> h;
     for (int n = 0; n < kTaps; ++n) {
-        const double t = n - kTaps / 2, w = 2 * kPi * n / (kTaps - 1);
+        const double t = n - kCentre, w = 2 * kPi * n / (kTaps - 1);
         const double window = 0.42 - 0.5 * std::cos(w) + 0.08 * std::cos(2 * w);
         const double low_pass = t == 0 ? 2 * kCutoff : std::sin(2 * kPi * kCutoff * t) / (kPi * t);
         h.push_back(low_pass * window * (centre == Centre::kHalfRate && n % 2 != 0 ? -1 : 1));

@@ -32,20 +32,20 @@ struct Model {
         if (!reverb) return true;
         const auto f = [&](size_t id) { return static_cast<float>(values[id]); };
         const double stages = values[kStages];
-        const qv_reverb_params p = {f(0),
-                                    f(1),
-                                    std::isnan(stages) ? INT32_MIN
-                                                       : static_cast<int32_t>(stages + 0.5),
-                                    0.0f,
-                                    f(3),
-                                    f(4),
-                                    f(5),
-                                    values[kModulate] >= 0.5,
-                                    values[kEarly] >= 0.5,
-                                    f(8),
-                                    f(9),
-                                    f(10),
-                                    f(11)};
+        const qv_reverb_params p = {
+            f(0),
+            f(1),
+            std::isnan(stages) ? INT32_MIN : static_cast<int32_t>(std::floor(stages + 0.5)),
+            0.0f,
+            f(3),
+            f(4),
+            f(5),
+            values[kModulate] >= 0.5,
+            values[kEarly] >= 0.5,
+            f(8),
+            f(9),
+            f(10),
+            f(11)};
         const bool ok = qv_reverb_set(reverb, &p) == 0;
         ++(ok ? accepted : refused);
         return ok;
