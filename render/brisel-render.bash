@@ -1,4 +1,5 @@
 # bash completion of brisel-render: options come from its --help, presets from --list-presets.
+# shellcheck disable=SC2207 # compgen's lines are to be split, and IFS splits nothing else
 _brisel_render() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} program=${COMP_WORDS[0]}
     local IFS=$'\n' type

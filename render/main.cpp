@@ -70,7 +70,7 @@ void make_folder(const fs::path& folder) {
             fmt::format("cannot make the folder '{}': {}", folder.string(), error.message()));
 }
 
-void render_job(Host& host, const Job& job, const RenderSettings& settings,
+void render_job(const Host& host, const Job& job, const RenderSettings& settings,
                 const Options& options) {
     SoundReader in(job.in);
     if (options.output_is_folder) make_folder(options.output);

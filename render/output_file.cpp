@@ -61,9 +61,9 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::commit() {
-    const int descriptor = descriptor_;
+    const int closing = descriptor_;
     descriptor_ = -1;
-    if (close(descriptor) != 0) fail_to_write(target_, errno);
+    if (close(closing) != 0) fail_to_write(target_, errno);
     if (temporary_.empty()) return;
     if (rename(temporary_.c_str(), target_.c_str()) != 0) fail_to_write(target_, errno);
     temporary_.clear();
