@@ -138,7 +138,7 @@ TEST(Hosts, KeepFiftyInstances) {
     const std::vector<float> expected = render(*instances[0], 512);
     for (size_t k = 1; k < kInstances; ++k)
         ASSERT_TRUE(compare::same_bits(render(*instances[k], 512), expected)) << "instance " << k;
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(BRISEL_SANITIZED)
     EXPECT_LT((resident_bytes() - before) / kInstances, kMostBytes);
 #endif
 }

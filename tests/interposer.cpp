@@ -12,6 +12,12 @@
 #include <sys/resource.h>
 #include <ucontext.h>
 
+// What the dynamic linker allocates for itself reaches the leak checker under the interposer's name.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:ld-linux-x86-64\n";
+}
+
 // The allocator proper: that of a sanitizer where one is linked, glibc's otherwise.
 extern "C" {
 void* __libc_malloc(size_t);

@@ -17,7 +17,7 @@ using interposer::in_real_time;
 using interposer::Report;
 using reverb_object::Block;
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(BRISEL_SANITIZED)
 constexpr bool kSanitized = true; // shadow memory is touched in passing
 #else
 constexpr bool kSanitized = false;
