@@ -7,6 +7,7 @@
 #include "brisel/ffdn_block.h"
 #include "brisel/kernels_avx2.h"
 #include "core/avx2/ffdn_fused_n16_avx2.h"
+#include "core/avx2/ffdn_modulation_n16_avx2.h"
 #include "core/avx2/runs.h"
 
 namespace {
@@ -151,6 +152,7 @@ void add_energy(double& energy, const float* ring, uint32_t wpos, uint32_t mask,
 } // namespace
 
 int32_t ffdn_block_n16_apply_modulation(ffdn_block_n16* e, int32_t n) {
+    return brisel::modulate_lines(*e, n) ? 0 : modulate_line_by_line(*e, n);
 }
 
 int32_t ffdn_block_n16_process(ffdn_block_n16* e, const float* x, float* y, int32_t n) {
