@@ -3,6 +3,7 @@
 #include "brisel/ffdn_block.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 #include "brisel/fdn_delay_stage_ref.h"
 #include "brisel/ffdn_defaults_n16.h"
 #include "core/aligned_memory.h"
+#include "core/avx2/decay_gains_n16_avx2.h"
 #include "core/ffdn_block_storage.h"
 #include "core/network_math.h"
 
@@ -32,11 +34,13 @@ namespace {
 constexpr uint32_t kShortestStageRing = 16;
 constexpr int32_t kModulationMargin = 32; // samples between a line's delay and the depth
 
-// Samples of line i's whole loop.
-int32_t loop_length(const ffdn_block_n16& e, int line) {
-    uint32_t length = e.line_delay[line];
-    for (int32_t s = 0; s < e.stage_count; ++s) length += e.stages[s].delays[line];
-    return static_cast<int32_t>(length);
+// Samples of every line's whole loop.
+std::array<int32_t, BRISEL_LINES> loop_lengths(const ffdn_block_n16& e) {
+    std::array<int32_t, BRISEL_LINES> samples;
+    std::copy_n(e.line_delay, BRISEL_LINES, samples.begin());
+    for (int32_t s = 0; s < e.stage_count; ++s)
+        for (size_t i = 0; i < BRISEL_LINES; ++i) samples[i] += e.stages[s].delays[i];
+    return samples;
 }
 
 // No stages and no two-band decay.
@@ -103,9 +107,39 @@ void lay_out_stage(ffdn_block_stage& stage, const uint32_t* delays) {
 }
 
 void set_decay_gains(ffdn_block_n16& e, double sample_rate, float t60) {
-    const double base = t60 > 0.0f ? decay_base(sample_rate, t60) : 1.0;
-    for (int i = 0; i < BRISEL_LINES; ++i)
-        e.decay_gain[i] = static_cast<float>(std::pow(base, loop_length(e, i)));
+    if (t60 > 0.0f)
+        decay_gains(e.decay_gain, sample_rate, t60, loop_lengths(e).data());
+    else
+        std::fill_n(e.decay_gain, BRISEL_LINES, 1.0f);
+}
+
+ModulationDraws draw_modulation(int32_t sample_rate, uint64_t seed, float rate_min,
+                                float rate_max) {
+    auto random = Xorshift64::seeded(seed);
+    const auto uniform = [&random] {
+        return static_cast<double>(random.next() & 0xFFFFFF) * 0x1p-24;
+    };
+    constexpr double kTwoPi = 2.0 * std::numbers::pi;
+    ModulationDraws draws;
+    for (int i = 0; i < BRISEL_LINES; ++i) {
+        const double u_phase = uniform();
+        const double u_rate = uniform();
+        const double hz = std::fma(u_rate, static_cast<double>(rate_max) - rate_min, rate_min);
+        draws.phase[i] = static_cast<float>(u_phase * kTwoPi);
+        draws.inc[i] = static_cast<float>(hz * kTwoPi / sample_rate);
+    }
+    return draws;
+}
+
+bool start_modulation(ffdn_block_n16& e, int32_t depth, const ModulationDraws& draws) {
+    for (uint32_t delay : e.line_delay)
+        if (int64_t{delay} - depth < kModulationMargin) return false;
+    std::memcpy(e.mod_base_delay, e.line_delay, sizeof e.mod_base_delay);
+    std::memcpy(e.mod_phase, draws.phase, sizeof e.mod_phase);
+    std::memcpy(e.mod_inc, draws.inc, sizeof e.mod_inc);
+    e.mod_depth = depth;
+    e.mod_enabled = 1;
+    return true;
 }
 
 } // namespace brisel
@@ -189,16 +223,9 @@ void ffdn_block_n16_clear_cascade(ffdn_block_n16* e) {
 int32_t ffdn_block_n16_set_two_band_t60(ffdn_block_n16* e, int32_t sample_rate, float t60_low,
                                         float t60_high) {
     if (!e || !(t60_low > 0.0f) || !(t60_high > 0.0f) || sample_rate < 1) return -1;
-    const double base_low = brisel::decay_base(sample_rate, t60_low);
-    const double base_high = brisel::decay_base(sample_rate, t60_high);
-    for (int i = 0; i < BRISEL_LINES; ++i) {
-        const int32_t length = loop_length(*e, i);
-        const brisel::ShelfGains shelf =
-            brisel::two_band_shelf(std::pow(base_low, length), std::pow(base_high, length));
-        e->shelf_b0[i] = shelf.b0;
-        e->shelf_a1[i] = shelf.a1;
-        e->shelf_state[i] = 0.0f;
-    }
+    brisel::two_band_gains(e->shelf_b0, e->shelf_a1, sample_rate, t60_low, t60_high,
+                           loop_lengths(*e).data());
+    std::memset(e->shelf_state, 0, sizeof e->shelf_state);
     e->two_band = 1;
     return 0;
 }
@@ -207,25 +234,8 @@ int32_t ffdn_block_n16_set_modulation(ffdn_block_n16* e, int32_t depth, int32_t 
                                       uint64_t seed, float rate_min, float rate_max) {
     if (!e || !(rate_min > 0.0f) || !(rate_min <= rate_max) || depth < 1 || sample_rate < 1)
         return -1;
-    for (uint32_t delay : e->line_delay)
-        if (int64_t{delay} - depth < kModulationMargin) return -1;
-
-    std::memcpy(e->mod_base_delay, e->line_delay, sizeof e->mod_base_delay);
-    auto random = brisel::Xorshift64::seeded(seed);
-    const auto uniform = [&random] {
-        return static_cast<double>(random.next() & 0xFFFFFF) * 0x1p-24;
-    };
-    constexpr double kTwoPi = 2.0 * std::numbers::pi;
-    for (int i = 0; i < BRISEL_LINES; ++i) {
-        const double u_phase = uniform();
-        const double u_rate = uniform();
-        const double hz = std::fma(u_rate, static_cast<double>(rate_max) - rate_min, rate_min);
-        e->mod_phase[i] = static_cast<float>(u_phase * kTwoPi);
-        e->mod_inc[i] = static_cast<float>(hz * kTwoPi / sample_rate);
-    }
-    e->mod_depth = depth;
-    e->mod_enabled = 1;
-    return 0;
+    const auto draws = brisel::draw_modulation(sample_rate, seed, rate_min, rate_max);
+    return brisel::start_modulation(*e, depth, draws) ? 0 : -1;
 }
 
 int32_t ffdn_block_n16_set_stereo_outputs(ffdn_block_n16* e, const float* left, const float* right,

@@ -6,14 +6,6 @@
 
 namespace brisel {
 
-// What hangs off an engine's record. The stage rings not in use stay with the owner.
-struct NetworkStorage {
-    float* ring;
-    float* tap_block;
-    float* work_block;
-    float* stage_rings[BRISEL_MAX_STAGES];
-};
-
 // Everything that ffdn_block_n16_init sets but the decay gains, in a zeroed record. Returns false when
 // the lengths are unusable.
 bool lay_out_lines(ffdn_block_n16& e, const uint32_t* delays, const uint32_t* buffer_sizes,
@@ -24,6 +16,19 @@ void lay_out_stage(ffdn_block_stage& stage, const uint32_t* delays);
 
 // decay_gain of every line, over main delay and stages; t60 <= 0 means no decay.
 void set_decay_gains(ffdn_block_n16& e, double sample_rate, float t60);
+
+// Where each line's modulation starts and how fast it moves, in radians and radians per sample.
+struct ModulationDraws {
+    float phase[BRISEL_LINES];
+    float inc[BRISEL_LINES];
+};
+
+// What ffdn_block_n16_set_modulation draws; its arguments, unchecked.
+ModulationDraws draw_modulation(int32_t sample_rate, uint64_t seed, float rate_min, float rate_max);
+
+// The rest of ffdn_block_n16_set_modulation. Returns false with nothing changed when a line is too
+// short.
+bool start_modulation(ffdn_block_n16& e, int32_t depth, const ModulationDraws& draws);
 
 } // namespace brisel
 

@@ -4,6 +4,7 @@
 #define BRISEL_CORE_NETWORK_MATH_H
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -34,9 +35,7 @@ constexpr bool is_power_of_two(uint32_t n) {
 // The smallest power of two above `delay`, at least `least` (itself a power of two). Delays below
 // 2^31 only.
 constexpr uint32_t ring_size_above(uint32_t delay, uint32_t least = 1) {
-    uint32_t size = least;
-    while (size <= delay) size <<= 1;
-    return size;
+    return std::bit_ceil(std::max(delay + 1, least));
 }
 
 // Decay law: a loop of `samples` samples gets the gain base^samples, so that it falls by 60 dB in

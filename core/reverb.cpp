@@ -70,7 +70,6 @@ bool in_range(const qv_reverb_params& p) {
 struct LineLengths {
     uint32_t delays[BRISEL_LINES];
     uint32_t ring_sizes[BRISEL_LINES];
-    uint64_t total; // floats in all rings
 };
 
 // Line 0 takes `size` seconds, the others grow with the primes.
@@ -78,12 +77,21 @@ LineLengths line_lengths(int32_t sample_rate, float size) {
     const float scale = (static_cast<float>(sample_rate) * size) / static_cast<float>(kPrimes[0]);
     LineLengths lines{};
     for (int i = 0; i < BRISEL_LINES; ++i) {
-        const float length = std::round(static_cast<float>(kPrimes[i]) * scale);
-        lines.delays[i] = static_cast<uint32_t>(std::max(brisel::truncate_to_int32(length), 1));
+        // Rounded half up, in operations that the compiler turns into vector code. Below 2^31: the
+        // longest line takes 0.75 s.
+        const float length = static_cast<float>(kPrimes[i]) * scale;
+        const float whole = std::floor(length);
+        const int32_t samples = static_cast<int32_t>(whole) + (length - whole >= 0.5f);
+        lines.delays[i] = static_cast<uint32_t>(std::max(samples, 1));
         lines.ring_sizes[i] = brisel::ring_size_above(lines.delays[i]);
-        lines.total += lines.ring_sizes[i];
     }
     return lines;
+}
+
+uint64_t total_floats(const LineLengths& lines) {
+    uint64_t total = 0;
+    for (uint32_t size : lines.ring_sizes) total += size;
+    return total;
 }
 
 // Every line has to hold a whole block; line 0 is the shortest.
@@ -103,19 +111,19 @@ bool allocate_storage(ReverbObject& object) {
                            &rev.buf_er_r, &rev.buf_aux, &rev.buf_in_l, &rev.buf_in_r})
         if (!(*buffer = brisel::allocate_floats(frames))) return false;
 
-    brisel::NetworkStorage& network = object.network;
-    network.ring = brisel::allocate_floats(line_lengths(rev.sample_rate, kLongestSize).total);
-    network.tap_block = brisel::allocate_floats(BRISEL_LINES * frames);
-    network.work_block = brisel::allocate_floats(BRISEL_LINES * frames);
-    if (!network.ring || !network.tap_block || !network.work_block) return false;
+    object.ring =
+        brisel::allocate_floats(total_floats(line_lengths(rev.sample_rate, kLongestSize)));
+    object.tap_block = brisel::allocate_floats(BRISEL_LINES * frames);
+    object.work_block = brisel::allocate_floats(BRISEL_LINES * frames);
+    if (!object.ring || !object.tap_block || !object.work_block) return false;
 
     ffdn_n16_cascade_params cascade;
     ffdn_n16_default_cascade_params(BRISEL_MAX_STAGES, cascade.stage_delays[0]);
     for (int s = 0; s < BRISEL_MAX_STAGES; ++s) {
-        ffdn_block_stage stage{};
+        ffdn_block_stage& stage = object.stages[s];
         brisel::lay_out_stage(stage, reinterpret_cast<uint32_t*>(cascade.stage_delays[s]));
-        network.stage_rings[s] = brisel::allocate_floats(uint64_t{BRISEL_LINES} * stage.size);
-        if (!network.stage_rings[s]) return false;
+        stage.ring = brisel::allocate_floats(uint64_t{BRISEL_LINES} * stage.size);
+        if (!stage.ring) return false;
     }
 
     // The latest early reflection there is, and a block.
@@ -125,8 +133,8 @@ bool allocate_storage(ReverbObject& object) {
     return object.er_ring != nullptr;
 }
 
-void clear(float* ring, uint64_t size, uint64_t written) {
-    std::memset(ring, 0, std::min(size, written) * sizeof *ring);
+void clear(float* from, uint64_t count) {
+    std::memset(from, 0, count * sizeof *from);
 }
 
 // Clears what the network in force has written: all rings started at position 0.
@@ -135,14 +143,17 @@ void silence_storage(ReverbObject& object) {
     const uint64_t written = object.frames_written;
     if (written == 0) return; // there may be no network yet
     for (int i = 0; i < BRISEL_LINES; ++i)
-        clear(e.ring + e.line_offset[i], uint64_t{e.line_mask[i]} + 1, written);
+        clear(e.ring + e.line_offset[i], std::min(uint64_t{e.line_mask[i]} + 1, written));
     for (int32_t s = 0; s < e.stage_count; ++s) {
         const ffdn_block_stage& stage = e.stages[s];
-        for (size_t i = 0; i < BRISEL_LINES; ++i)
-            if (stage.delays[i] > 0) clear(stage.ring + i * stage.size, stage.size, written);
+        if (written >= stage.size) {
+            clear(stage.ring, uint64_t{BRISEL_LINES} * stage.size);
+        } else {
+            for (size_t i = 0; i < BRISEL_LINES; ++i) clear(stage.ring + i * stage.size, written);
+        }
     }
     if (object.pub.er_active)
-        clear(object.er_ring, static_cast<uint64_t>(object.pub.er.ring_len), written);
+        clear(object.er_ring, std::min(static_cast<uint64_t>(object.pub.er.ring_len), written));
     object.frames_written = 0;
 }
 
@@ -164,16 +175,11 @@ void build_network(ReverbObject& object, const qv_reverb_params& p, const LineLe
     ffdn_block_n16& e = object.pub.engine;
     e = {};
     brisel::lay_out_lines(e, lines.delays, lines.ring_sizes, rev.max_frames);
-    e.ring = object.network.ring;
-    e.tap_block = object.network.tap_block;
-    e.work_block = object.network.work_block;
+    e.ring = object.ring;
+    e.tap_block = object.tap_block;
+    e.work_block = object.work_block;
 
-    ffdn_n16_cascade_params cascade;
-    ffdn_n16_default_cascade_params(p.cascade_stages, cascade.stage_delays[0]);
-    for (int32_t s = 0; s < p.cascade_stages; ++s) {
-        brisel::lay_out_stage(e.stages[s], reinterpret_cast<uint32_t*>(cascade.stage_delays[s]));
-        e.stages[s].ring = object.network.stage_rings[s];
-    }
+    std::copy_n(object.stages, p.cascade_stages, e.stages);
     e.stage_count = p.cascade_stages;
     brisel::set_decay_gains(e, rev.sample_rate, p.t60);
     const float t60_high = high_band_t60(p);
@@ -185,9 +191,20 @@ void build_network(ReverbObject& object, const qv_reverb_params& p, const LineLe
     ffdn_block_n16_set_stereo_outputs(&e, left, right, 0.0f, 0.0f);
     ffdn_block_n16_set_stereo_inputs(&e, nullptr, nullptr);
     // Lines too short to be modulated stay still.
-    if (p.modulate)
-        ffdn_block_n16_set_modulation(&e, kModulationDepth, rev.sample_rate, kModulationSeed,
-                                      kModulationSlowest, kModulationFastest);
+    if (p.modulate) brisel::start_modulation(e, kModulationDepth, object.modulation);
+}
+
+// Puts the taps of early reflections of `size` seconds into object.taps, unless they are there. Returns
+// false when there are none.
+bool prepare_taps(ReverbObject& object, float size) {
+    if (object.taps_size == size) return true;
+    const qv_reverb& rev = object.pub;
+    ffdn_er taps{};
+    if (!brisel::lay_out_taps(&taps, kErTaps, rev.max_frames, rev.sample_rate, kErSeed, size))
+        return false;
+    object.taps = taps;
+    object.taps_size = size;
+    return true;
 }
 
 } // namespace
@@ -202,6 +219,8 @@ qv_reverb* qv_reverb_create(int32_t sample_rate, int32_t max_frames) {
     rev.max_frames = max_frames;
     rev.sample_rate = sample_rate;
     rev.params = kDefaults;
+    object->modulation = brisel::draw_modulation(sample_rate, kModulationSeed, kModulationSlowest,
+                                                 kModulationFastest);
     if (allocate_storage(*object) && ffdn_eq_init(&rev.eq, sample_rate, kEqLowHz, kEqHighHz) == 0) {
         rev.eq_ready = 1;
         if (qv_reverb_set(&rev, &rev.params) == 0) return &rev;
@@ -217,20 +236,20 @@ int32_t qv_reverb_set(qv_reverb* rev, const qv_reverb_params* params) {
     // Everything that can be refused comes before the first change.
     const LineLengths lines = line_lengths(rev->sample_rate, p.size);
     if (!holds_block(lines, rev->max_frames)) return -1;
-    ffdn_er er{};
-    if (p.er_enable &&
-        !brisel::lay_out_taps(&er, kErTaps, rev->max_frames, rev->sample_rate, kErSeed, p.er_size))
-        return -1;
-
     ReverbObject& object = object_of(rev);
+    if (p.er_enable && !prepare_taps(object, p.er_size)) return -1;
+
     silence_storage(object);
     build_network(object, p, lines);
-    if (p.er_enable) er.ring = object.er_ring;
-    rev->er = er;
+    rev->er = {};
+    if (p.er_enable) {
+        rev->er = object.taps;
+        rev->er.ring = object.er_ring;
+    }
     rev->engine_ready = 1;
     rev->er_active = p.er_enable ? 1 : 0;
     rev->params = p;
-    rev->longest_delay = static_cast<int32_t>(*std::ranges::max_element(lines.delays));
+    rev->longest_delay = static_cast<int32_t>(lines.delays[BRISEL_LINES - 1]);
     ffdn_eq_set_gains(&rev->eq, p.eq_low_db, p.eq_high_db);
     return 0;
 }
@@ -238,11 +257,10 @@ int32_t qv_reverb_set(qv_reverb* rev, const qv_reverb_params* params) {
 void qv_reverb_destroy(qv_reverb* rev) {
     if (!rev) return;
     ReverbObject& object = object_of(rev);
-    for (float* buffer :
-         {rev->buf_wet_l, rev->buf_wet_r, rev->buf_er_in, rev->buf_er_l, rev->buf_er_r,
-          rev->buf_aux, rev->buf_in_l, rev->buf_in_r, object.network.ring, object.network.tap_block,
-          object.network.work_block, object.network.stage_rings[0], object.network.stage_rings[1],
-          object.network.stage_rings[2], object.er_ring})
+    for (float* buffer : {rev->buf_wet_l, rev->buf_wet_r, rev->buf_er_in, rev->buf_er_l,
+                          rev->buf_er_r, rev->buf_aux, rev->buf_in_l, rev->buf_in_r, object.ring,
+                          object.tap_block, object.work_block, object.stages[0].ring,
+                          object.stages[1].ring, object.stages[2].ring, object.er_ring})
         std::free(buffer);
     std::free(&object);
 }

@@ -12,10 +12,18 @@ namespace brisel {
 // settings lays the new network out in it and silences only what was written since the last change:
 // the audio thread may change settings and never meets the allocator or a page fault.
 struct ReverbObject {
-    qv_reverb pub; // first: a pointer to it is a pointer to the object
-    NetworkStorage network;
-    float* er_ring;
+    qv_reverb pub;           // first: a pointer to it is a pointer to the object
+    float* ring;             // of the engine's lines
+    float* tap_block;        // the engine's
+    float* work_block;       // the engine's
+    float* er_ring;          // of the early reflections
     uint64_t frames_written; // since the storage was last silent, in every ring
+
+    // Parts of a network that few settings decide, ready to be copied into it.
+    ffdn_block_stage stages[BRISEL_MAX_STAGES]; // silent; K stages are the first K of them
+    ModulationDraws modulation;
+    ffdn_er taps;    // of early reflections of taps_size, without a ring
+    float taps_size; // seconds; 0 before there are taps
 };
 
 inline ReverbObject& object_of(qv_reverb* rev) {
