@@ -54,6 +54,7 @@ struct alignas(64) Workspace {
     float filtered[2][2][8][8];                // of two tiles: [tile][lines 0-7, 8-15][frame][line]
     float differences[8][8];             // the transform's lower half, while the upper one runs
     float results[BRISEL_LINES][kPiece]; // what the main rings receive
+    float in_gains[2][2][8];             // [side][even, odd line], broadcast
     float* rows[BRISEL_LINES];           // where this piece's samples stand
     float* homes[BRISEL_LINES];          // where its results go
 };
@@ -125,19 +126,16 @@ public:
 
     void run() {
         exchange_history<Direction::kTake>(0);
-        __m256 memory[2] = {_mm256_loadu_ps(e_.shelf_state), _mm256_loadu_ps(e_.shelf_state + 8)};
         uint32_t length = 0;
         for (uint32_t t = 0; t < n_; t += length) {
             length = std::min(kPiece, n_ - t);
             if (t > 0) keep_history();
             open_piece(t, length);
             mix_out(t, length);
-            feed_back(t, length, memory);
+            feed_back(t, length);
             find_homes(t, length);
         }
         for (uint32_t line = 0; line < BRISEL_LINES; ++line) close_row(line, n_ - length, length);
-        _mm256_storeu_ps(e_.shelf_state, memory[0]);
-        _mm256_storeu_ps(e_.shelf_state + 8, memory[1]);
         advance();
         exchange_history<Direction::kGive>(length);
     }
@@ -280,21 +278,42 @@ private:
         while (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
     }
 
+    // What the feedback of a piece needs, in local variables: stores of vectors may alias anything, so
+    // that the compiler would load members again after each of them.
+    struct Piece {
+        float* middle;        // stage 1's rings
+        const float* far;     // stage 2's rings
+        uint32_t middle_wpos; // their positions at the piece's first frame
+        uint32_t far_wpos;
+        const float* x_left; // the piece's input
+        const float* x_right;
+    };
+
     // B, B2, C and D.
-    __attribute__((noinline)) void feed_back(uint32_t t0, uint32_t length, __m256 (&memory)[2]) {
-        const GainPair gain_left(kStereoIn ? e_.in_left : e_.in_gain);
-        const GainPair gain_right(e_.in_right);
+    __attribute__((noinline)) void feed_back(uint32_t t0, uint32_t length) {
+        const Piece piece{e_.stages[1].ring,      e_.stages[2].ring,
+                          e_.stages[1].wpos + t0, e_.stages[2].wpos + t0,
+                          io_.x_left + t0,        kStereoIn ? io_.x_right + t0 : nullptr};
+        const float* gains = kStereoIn ? e_.in_left : e_.in_gain;
+        for (int parity = 0; parity < 2; ++parity) {
+            _mm256_store_ps(ws_.in_gains[0][parity], _mm256_set1_ps(gains[parity]));
+            _mm256_store_ps(ws_.in_gains[1][parity], _mm256_set1_ps(e_.in_right[parity]));
+        }
+        // In registers: a store and a load a tile would lengthen the recursion.
+        __m256 memory[2] = {_mm256_loadu_ps(e_.shelf_state), _mm256_loadu_ps(e_.shelf_state + 8)};
         float* now = ws_.filtered[0][0][0];
         float* before = ws_.filtered[1][0][0];
         uint32_t p = 0;
         for (; p < length; p += kTile) {
-            if (K >= 2) into_middle(t0, p);
-            if (K >= 3) into_long(t0, p);
-            if (p > 0) inject(before, t0, p - kTile, gain_left, gain_right);
-            filter(now, t0, p, memory);
+            if (K >= 2) into_middle(piece, p);
+            if (K >= 3) into_long(piece, p);
+            if (p > 0) inject(piece, before, p - kTile);
+            filter(piece, now, p, memory);
             std::swap(now, before);
         }
-        inject(before, t0, p - kTile, gain_left, gain_right);
+        inject(piece, before, p - kTile);
+        _mm256_storeu_ps(e_.shelf_state, memory[0]);
+        _mm256_storeu_ps(e_.shelf_state + 8, memory[1]);
     }
 
     // Stage 0's output for line i stands i samples back.
@@ -303,47 +322,47 @@ private:
     }
 
     // B.
-    inline __attribute__((always_inline)) void into_middle(uint32_t t0, uint32_t p) {
-        const uint32_t w = (e_.stages[1].wpos + t0 + p) & (kMiddleRing - 1);
+    inline __attribute__((always_inline)) void into_middle(const Piece& piece, uint32_t p) {
+        const uint32_t w = (piece.middle_wpos + p) & (kMiddleRing - 1);
         const float* in = opaque(short_row(0, p));
         float* line0 = opaque(ws_.middle_line0 + w);
-        float* out = opaque(e_.stages[1].ring + w);
+        float* out = opaque(piece.middle + w);
         transform([&](size_t i) { return in + i * (kShortRow - 1); },
                   [&](size_t i) { return i == 0 ? line0 : out + i * kMiddleRing; });
     }
 
     // Stage 1's output.
-    const float* middle_row(size_t i, uint32_t w) const {
-        const size_t r = (w - 16 * static_cast<uint32_t>(i)) & (kMiddleRing - 1);
-        return i == 0 ? ws_.middle_line0 + r : e_.stages[1].ring + i * kMiddleRing + r;
+    const float* middle_row(const Piece& piece, size_t i, uint32_t p) const {
+        const uint32_t delay = 16 * static_cast<uint32_t>(i);
+        const size_t r = (piece.middle_wpos + p - delay) & (kMiddleRing - 1);
+        return i == 0 ? ws_.middle_line0 + r : piece.middle + i * kMiddleRing + r;
     }
 
     // B2.
-    inline __attribute__((always_inline)) void into_long(uint32_t t0, uint32_t p) {
-        const uint32_t w = e_.stages[1].wpos + t0 + p;
+    inline __attribute__((always_inline)) void into_long(const Piece& piece, uint32_t p) {
         float* out = opaque(ws_.long_rows[0] + p);
-        transform([&](size_t i) { return middle_row(i, w); },
+        transform([&](size_t i) { return middle_row(piece, i, p); },
                   [&](size_t i) { return out + i * kPiece; });
     }
 
     // Stage 2's output; only line 0's is of this piece.
-    const float* long_row(size_t i, uint32_t w, uint32_t p) const {
-        const size_t r = (w - 256 * static_cast<uint32_t>(i)) & (kLongRing - 1);
-        return i == 0 ? ws_.long_rows[0] + p : e_.stages[2].ring + i * kLongRing + r;
+    const float* long_row(const Piece& piece, size_t i, uint32_t p) const {
+        const uint32_t delay = 256 * static_cast<uint32_t>(i);
+        const size_t r = (piece.far_wpos + p - delay) & (kLongRing - 1);
+        return i == 0 ? ws_.long_rows[0] + p : piece.far + i * kLongRing + r;
     }
 
     // C.
-    inline __attribute__((always_inline)) void filter(float* filtered, uint32_t t0, uint32_t p,
-                                                      __m256 (&memory)[2]) {
-        const uint32_t w = K == 1 ? 0 : e_.stages[K - 1].wpos + t0 + p;
+    inline __attribute__((always_inline)) void filter(const Piece& piece, float* filtered,
+                                                      uint32_t p, __m256 (&memory)[2]) {
 #pragma GCC unroll 2
         for (size_t g = 0; g < 2; ++g) {
             __m256 m[8];
             load_transposed8(m, [&](size_t i) {
                 const size_t line = 8 * g + i;
                 return K == 1   ? short_row(line, p)
-                       : K == 2 ? middle_row(line, w)
-                                : long_row(line, w, p);
+                       : K == 2 ? middle_row(piece, line, p)
+                                : long_row(piece, line, p);
             });
             const __m256 b0 = _mm256_loadu_ps(e_.shelf_b0 + 8 * g);
             const __m256 a1 = _mm256_loadu_ps(e_.shelf_a1 + 8 * g);
@@ -355,21 +374,25 @@ private:
         }
     }
 
-    // D.
-    inline __attribute__((always_inline)) void inject(const float* filtered, uint32_t t0,
-                                                      uint32_t p, const GainPair& gain_left,
-                                                      const GainPair& gain_right) {
+    // D. The gains come from memory, where a fused operation takes them for nothing: in registers they
+    // would push out the filters' memories.
+    inline __attribute__((always_inline)) void inject(const Piece& piece, const float* filtered,
+                                                      uint32_t p) {
         float* out = opaque(ws_.results[0] + p);
-        const __m256 left = _mm256_loadu_ps(io_.x_left + t0 + p);
-        const __m256 right = kStereoIn ? _mm256_loadu_ps(io_.x_right + t0 + p) : left;
+        const float* gains = opaque(ws_.in_gains[0][0]);
+        const auto gain = [&](size_t side, size_t line) {
+            return _mm256_load_ps(gains + 16 * side + 8 * (line % 2));
+        };
+        const __m256 left = _mm256_loadu_ps(piece.x_left + p);
+        const __m256 right = kStereoIn ? _mm256_loadu_ps(piece.x_right + p) : left;
 #pragma GCC unroll 2
         for (size_t g = 0; g < 2; ++g) {
             __m256 m[8];
             load_transposed8(m, [&](size_t f) { return filtered + 64 * g + 8 * f; });
 #pragma GCC unroll 8
             for (size_t i = 0; i < 8; ++i) {
-                __m256 v = _mm256_fmadd_ps(gain_left.of(i), left, m[i]);
-                if (kStereoIn) v = _mm256_fmadd_ps(gain_right.of(i), right, v);
+                __m256 v = _mm256_fmadd_ps(gain(0, i), left, m[i]);
+                if (kStereoIn) v = _mm256_fmadd_ps(gain(1, i), right, v);
                 _mm256_store_ps(out + (8 * g + i) * kPiece, v);
             }
         }
