@@ -29,17 +29,14 @@ struct Row {
 };
 
 // RECORD(record, bytes, alignment) and FIELD(record, field, type, offset, bytes).
+// clang-format off
 #define RECORD(record, size, alignment)                                                            \
-    Row {                                                                                          \
-#record, nullptr, std::is_standard_layout_v < record>&& std::is_trivial_v < record>,       \
-            alignof(record), sizeof(record), size, alignof(record), alignment                      \
-    }
+    {#record, nullptr, std::is_standard_layout_v<record> && std::is_trivial_v<record>,             \
+     alignof(record), sizeof(record), size, alignof(record), alignment}
 #define FIELD(record, field, type, offset, size)                                                   \
-    Row {                                                                                          \
-#record, #field, std::is_same_v < decltype(record::field), type>,                          \
-            alignof(decltype(record::field)), sizeof(record::field), size,                         \
-            offsetof(record, field), offset                                                        \
-    }
+    {#record, #field, std::is_same_v<decltype(record::field), type>,                               \
+     alignof(decltype(record::field)), sizeof(record::field), size, offsetof(record, field), offset}
+// clang-format on
 
 constexpr Row kTable[] = {
     RECORD(ffdn_n16_params, 128, 4),
