@@ -62,7 +62,7 @@ int32_t install_cascade(ffdn_block_n16& e, uint32_t K, const uint32_t* stage_del
     tear_down_cascade(e);
     for (uint32_t s = 0; s < K; ++s) {
         ffdn_block_stage& stage = e.stages[s];
-        brisel::lay_out_stage(stage, stage_delays + s * BRISEL_LINES);
+        brisel::lay_out_stage(stage, stage_delays + size_t{s} * BRISEL_LINES);
         stage.ring = brisel::allocate_floats(uint64_t{BRISEL_LINES} * stage.size);
         if (!stage.ring) {
             ffdn_block_n16_clear_cascade(&e);
@@ -182,7 +182,7 @@ int32_t ffdn_block_n16_set_cascade(ffdn_block_n16* e, uint32_t K, const uint32_t
     // A copy in any case: the source may lie in the record.
     uint32_t delays[BRISEL_MAX_STAGES * BRISEL_LINES];
     if (stage_delays) {
-        std::memcpy(delays, stage_delays, K * BRISEL_LINES * sizeof *delays);
+        std::memcpy(delays, stage_delays, size_t{K} * BRISEL_LINES * sizeof *delays);
     } else {
         ffdn_n16_default_cascade_params(static_cast<int32_t>(K),
                                         reinterpret_cast<int32_t*>(delays));

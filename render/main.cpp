@@ -93,7 +93,7 @@ void render_job(const Host& host, const Job& job, const RenderSettings& settings
 }
 
 // With several inputs a faulty one does not keep the others from being rendered.
-int render_all(Host& host, const std::vector<Job>& jobs, const RenderSettings& settings,
+int render_all(const Host& host, const std::vector<Job>& jobs, const RenderSettings& settings,
                const Options& options) {
     int result = 0;
     for (const Job& job : jobs) {

@@ -48,7 +48,7 @@ const Container* find_container(std::string_view ending) {
     const auto* const found = std::ranges::find_if(containers, [&](const Container& c) {
         return std::ranges::equal(c.ending, ending, same_letter);
     });
-    return found == containers.end() ? nullptr : &*found;
+    return found == std::end(containers) ? nullptr : found;
 }
 
 // What libsndfile has to say, in the words of the other messages.

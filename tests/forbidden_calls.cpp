@@ -52,7 +52,7 @@ const ForbiddenCall functions[] = {
          keep(aligned);
      }},
     {"pthread_mutex_lock", [] { pthread_mutex_lock(&mutex); }},
-    {"pthread_mutex_trylock", [] { pthread_mutex_trylock(&mutex); }},
+    {"pthread_mutex_trylock", [] { result = pthread_mutex_trylock(&mutex); }},
     {"pthread_mutex_unlock", [] { pthread_mutex_unlock(&mutex); }},
     {"pthread_rwlock_rdlock", [] { pthread_rwlock_rdlock(&rwlock); }},
     {"pthread_rwlock_wrlock",
