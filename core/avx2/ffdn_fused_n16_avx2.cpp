@@ -54,7 +54,8 @@ struct alignas(64) Workspace {
     float filtered[2][2][8][8];                // of two tiles: [tile][lines 0-7, 8-15][frame][line]
     float differences[8][8];             // the transform's lower half, while the upper one runs
     float results[BRISEL_LINES][kPiece]; // what the main rings receive
-    float in_gains[2][2][8];             // [side][even, odd line], broadcast
+    float in_gains[2][BRISEL_LINES][8];  // [side][line], broadcast; two lines are enough if the
+    float out_gains[2][BRISEL_LINES][8]; // gains alternate
     float* rows[BRISEL_LINES];           // where this piece's samples stand
     float* homes[BRISEL_LINES];          // where its results go
 };
@@ -65,29 +66,6 @@ template <typename T>
 inline T* opaque(T* pointer) {
     asm("" : "+r"(pointer));
     return pointer;
-}
-
-// The transform's passes behind the first one, on eight lines, and its scaling.
-template <typename Out>
-inline void finish_half(__m256 (&x)[8], Out out) {
-    const __m256 quarter = _mm256_set1_ps(0.25f);
-    fwht_lower_passes(x);
-#pragma GCC unroll 8
-    for (size_t i = 0; i < 8; ++i) _mm256_storeu_ps(out(i), _mm256_mul_ps(x[i], quarter));
-}
-
-// A tile's transform from 16 rows to 16 others.
-template <typename In, typename Out>
-inline void transform(In in, Out out) {
-    __m256 x[8];
-#pragma GCC unroll 8
-    for (size_t i = 0; i < 8; ++i)
-        x[i] = _mm256_add_ps(_mm256_loadu_ps(in(i)), _mm256_loadu_ps(in(i + 8)));
-    finish_half(x, out);
-#pragma GCC unroll 8
-    for (size_t i = 0; i < 8; ++i)
-        x[i] = _mm256_sub_ps(_mm256_loadu_ps(in(i)), _mm256_loadu_ps(in(i + 8)));
-    finish_half(x, [&](size_t i) { return out(i + 8); });
 }
 
 // Eight lines' integers.
@@ -104,17 +82,7 @@ inline uint32_t lanes(__m256i condition) {
     return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(condition)));
 }
 
-// Gains that alternate from line to line.
-struct GainPair {
-    __m256 even;
-    __m256 odd;
-
-    explicit GainPair(const float* gains)
-        : even(_mm256_set1_ps(gains[0])), odd(_mm256_set1_ps(gains[1])) {}
-    __m256 of(size_t line) const { return line % 2 == 0 ? even : odd; }
-};
-
-template <int K, bool kStereoIn>
+template <int K, bool kStereoIn, bool kAlternating>
 class FusedLoop {
 public:
     FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) : e_(e), io_(io), n_(n) {
@@ -209,22 +177,23 @@ private:
         ws_.rows[line] = row;
     }
 
-    // Finds where the results of the piece at `t` go.
+    // Finds where the results of the piece at `t` go. The few rows that cross a seam go there at once,
+    // and stay where they are when their turn comes.
     void find_homes(uint32_t t, uint32_t length) {
-        crossing_homes_ = locate(ws_.homes, nullptr, t, length);
+        uint32_t crossing = locate(ws_.homes, nullptr, t, length);
+        for (; crossing != 0; crossing &= crossing - 1) {
+            const auto line = static_cast<size_t>(__builtin_ctz(crossing));
+            write_across_seam(e_.ring + e_.line_offset[line], e_.line_mask[line],
+                              e_.line_wpos[line] + t, ws_.results[line], length);
+            ws_.homes[line] = ws_.results[line];
+        }
     }
 
     // Sends one row of results home: into its main ring and, with three stages, into stage 2. All
     // positions and lengths are multiples of eight.
     inline __attribute__((always_inline)) void close_row(uint32_t line, uint32_t t,
                                                          uint32_t length) {
-        if ((crossing_homes_ >> line & 1) == 0) {
-            copy_vectors(ws_.homes[line], ws_.results[line], length);
-        } else {
-            float* ring = e_.ring + e_.line_offset[line];
-            write_across_seam(ring, e_.line_mask[line], e_.line_wpos[line] + t, ws_.results[line],
-                              length);
-        }
+        copy_vectors(ws_.homes[line], ws_.results[line], length);
         if (K == 3 && line > 0)
             write_across_seam(e_.stages[2].ring + size_t{line} * kLongRing, kLongRing - 1,
                               e_.stages[2].wpos + t, ws_.long_rows[line], length);
@@ -238,11 +207,24 @@ private:
         copy_vectors(ring, row + first, length - first);
     }
 
+    static void broadcast_gains(float (&to)[2][BRISEL_LINES][8], const float* left,
+                                const float* right) {
+        for (size_t line = 0; line < (kAlternating ? 2 : BRISEL_LINES); ++line) {
+            _mm256_store_ps(to[0][line], _mm256_set1_ps(left[line]));
+            _mm256_store_ps(to[1][line], _mm256_set1_ps(right[line]));
+        }
+    }
+
+    static __m256 gain_of(const float* gains, size_t side, size_t line) {
+        return _mm256_load_ps(gains + 8 * (side * BRISEL_LINES + (kAlternating ? line % 2 : line)));
+    }
+
     // A. Meanwhile the piece before goes home, a row a tile, so that its cache misses overlap with
     // arithmetic.
     __attribute__((noinline)) void mix_out(uint32_t t0, uint32_t length) {
-        const GainPair gain_left(e_.out_left);
-        const GainPair gain_right(e_.out_right);
+        broadcast_gains(ws_.out_gains, e_.out_left, e_.out_right);
+        const float* gains = opaque(ws_.out_gains[0][0]);
+        const auto gain = [&](size_t side, size_t line) { return gain_of(gains, side, line); };
         const __m256 direct_left = _mm256_set1_ps(e_.direct_left);
         const __m256 direct_right = _mm256_set1_ps(e_.direct_right);
         uint32_t line_to_close = t0 > 0 ? 0 : BRISEL_LINES;
@@ -256,23 +238,23 @@ private:
 #pragma GCC unroll 8
             for (size_t i = 0; i < 8; ++i) {
                 x[i] = _mm256_loadu_ps(ws_.rows[i] + p);
-                left = _mm256_fmadd_ps(gain_left.of(i), x[i], left);
-                right = _mm256_fmadd_ps(gain_right.of(i), x[i], right);
+                left = _mm256_fmadd_ps(gain(0, i), x[i], left);
+                right = _mm256_fmadd_ps(gain(1, i), x[i], right);
             }
 #pragma GCC unroll 8
             for (size_t i = 0; i < 8; ++i) {
                 const __m256 s = _mm256_loadu_ps(ws_.rows[i + 8] + p);
-                left = _mm256_fmadd_ps(gain_left.of(i), s, left);
-                right = _mm256_fmadd_ps(gain_right.of(i), s, right);
+                left = _mm256_fmadd_ps(gain(0, i + 8), s, left);
+                right = _mm256_fmadd_ps(gain(1, i + 8), s, right);
                 _mm256_store_ps(differences + 8 * i, _mm256_sub_ps(x[i], s));
                 x[i] = _mm256_add_ps(x[i], s);
             }
             _mm256_storeu_ps(io_.y_left + t0 + p, left);
             _mm256_storeu_ps(io_.y_right + t0 + p, right);
-            finish_half(x, [&](size_t i) { return out + i * kShortRow; });
+            fwht_finish_half(x, [&](size_t i) { return out + i * kShortRow; });
 #pragma GCC unroll 8
             for (size_t i = 0; i < 8; ++i) x[i] = _mm256_load_ps(differences + 8 * i);
-            finish_half(x, [&](size_t i) { return out + (i + 8) * kShortRow; });
+            fwht_finish_half(x, [&](size_t i) { return out + (i + 8) * kShortRow; });
             if (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
         }
         while (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
@@ -294,11 +276,7 @@ private:
         const Piece piece{e_.stages[1].ring,      e_.stages[2].ring,
                           e_.stages[1].wpos + t0, e_.stages[2].wpos + t0,
                           io_.x_left + t0,        kStereoIn ? io_.x_right + t0 : nullptr};
-        const float* gains = kStereoIn ? e_.in_left : e_.in_gain;
-        for (int parity = 0; parity < 2; ++parity) {
-            _mm256_store_ps(ws_.in_gains[0][parity], _mm256_set1_ps(gains[parity]));
-            _mm256_store_ps(ws_.in_gains[1][parity], _mm256_set1_ps(e_.in_right[parity]));
-        }
+        broadcast_gains(ws_.in_gains, kStereoIn ? e_.in_left : e_.in_gain, e_.in_right);
         // In registers: a store and a load a tile would lengthen the recursion.
         __m256 memory[2] = {_mm256_loadu_ps(e_.shelf_state), _mm256_loadu_ps(e_.shelf_state + 8)};
         float* now = ws_.filtered[0][0][0];
@@ -327,7 +305,7 @@ private:
         const float* in = opaque(short_row(0, p));
         float* line0 = opaque(ws_.middle_line0 + w);
         float* out = opaque(piece.middle + w);
-        transform([&](size_t i) { return in + i * (kShortRow - 1); },
+        fwht_tile([&](size_t i) { return in + i * (kShortRow - 1); },
                   [&](size_t i) { return i == 0 ? line0 : out + i * kMiddleRing; });
     }
 
@@ -341,7 +319,7 @@ private:
     // B2.
     inline __attribute__((always_inline)) void into_long(const Piece& piece, uint32_t p) {
         float* out = opaque(ws_.long_rows[0] + p);
-        transform([&](size_t i) { return middle_row(piece, i, p); },
+        fwht_tile([&](size_t i) { return middle_row(piece, i, p); },
                   [&](size_t i) { return out + i * kPiece; });
     }
 
@@ -380,9 +358,7 @@ private:
                                                       uint32_t p) {
         float* out = opaque(ws_.results[0] + p);
         const float* gains = opaque(ws_.in_gains[0][0]);
-        const auto gain = [&](size_t side, size_t line) {
-            return _mm256_load_ps(gains + 16 * side + 8 * (line % 2));
-        };
+        const auto gain = [&](size_t side, size_t line) { return gain_of(gains, side, line); };
         const __m256 left = _mm256_loadu_ps(piece.x_left + p);
         const __m256 right = kStereoIn ? _mm256_loadu_ps(piece.x_right + p) : left;
 #pragma GCC unroll 2
@@ -391,8 +367,8 @@ private:
             load_transposed8(m, [&](size_t f) { return filtered + 64 * g + 8 * f; });
 #pragma GCC unroll 8
             for (size_t i = 0; i < 8; ++i) {
-                __m256 v = _mm256_fmadd_ps(gain(0, i), left, m[i]);
-                if (kStereoIn) v = _mm256_fmadd_ps(gain(1, i), right, v);
+                __m256 v = _mm256_fmadd_ps(gain(0, 8 * g + i), left, m[i]);
+                if (kStereoIn) v = _mm256_fmadd_ps(gain(1, 8 * g + i), right, v);
                 _mm256_store_ps(out + (8 * g + i) * kPiece, v);
             }
         }
@@ -411,18 +387,9 @@ private:
     ffdn_block_n16& e_;
     const BlockSignals io_;
     const uint32_t n_;
-    uint32_t overlong_ = 0;       // lines, a bit each
-    uint32_t crossing_homes_ = 0; // lines, a bit each
+    uint32_t overlong_ = 0; // lines, a bit each
     Workspace ws_;
 };
-
-template <int K>
-void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
-    if (io.x_right)
-        FusedLoop<K, true>(e, io, n).run();
-    else
-        FusedLoop<K, false>(e, io, n).run();
-}
 
 // Every gain equals the one two lines before; NaN equals nothing.
 bool alternates(const float* gains) {
@@ -449,14 +416,34 @@ bool aligned_positions(const ffdn_block_n16& e) {
     return _mm256_testz_si256(both, broadcast(kTile - 1));
 }
 
+bool all_alternate(const ffdn_block_n16& e, bool stereo_in) {
+    return alternates(e.out_left) && alternates(e.out_right) &&
+           (stereo_in ? alternates(e.in_left) && alternates(e.in_right) : alternates(e.in_gain));
+}
+
+template <int K, bool kStereoIn>
+void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
+    if (all_alternate(e, kStereoIn))
+        FusedLoop<K, kStereoIn, true>(e, io, n).run();
+    else
+        FusedLoop<K, kStereoIn, false>(e, io, n).run();
+}
+
+template <int K>
+void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
+    if (io.x_right)
+        run<K, true>(e, io, n);
+    else
+        run<K, false>(e, io, n);
+}
+
 } // namespace
 
 bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io) {
     if (!e.two_band || e.stage_count < 1 || !io.y_right) return false;
     for (int s = 0; s < e.stage_count; ++s)
         if (!default_stage(e.stages[s], s)) return false;
-    return aligned_positions(e) && alternates(e.out_left) && alternates(e.out_right) &&
-           (io.x_right ? alternates(e.in_left) && alternates(e.in_right) : alternates(e.in_gain));
+    return aligned_positions(e);
 }
 
 void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {

@@ -9,7 +9,7 @@
 namespace brisel {
 
 // Whether the engine has such a shape: one to three stages of the default cascade, two-band decay,
-// stereo output, and gains that alternate between two values from line to line.
+// stereo output.
 bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io);
 
 // Renders n frames, a positive multiple of 8, at most every line's delay. Lines whose modulated delay

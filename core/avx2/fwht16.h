@@ -1,9 +1,10 @@
-// The butterflies of the 16-point Walsh-Hadamard transform on registers: eight lanes are eight frames
-// of one line.
+// The 16-point Walsh-Hadamard transform on tiles: 16 rows, one a line, of eight frames each.
 #ifndef BRISEL_CORE_AVX2_FWHT16_H
 #define BRISEL_CORE_AVX2_FWHT16_H
 
 #include <immintrin.h>
+
+#include <cstddef>
 
 namespace brisel {
 
@@ -22,29 +23,46 @@ inline void fwht_lower_passes(__m256 (&x)[8]) {
     }
 }
 
-// Eight frames of 16 rows, transformed from `in` to `out` (which may be the same rows). The first pass
-// reads memory twice, so that the sums' half is finished while the differences wait: eight and eight
-// registers, no spill.
-inline void fwht_tile(float* out, size_t out_stride, const float* in, size_t in_stride) {
+// What is left of a transform behind its first pass, on the eight sums or the eight differences:
+// `row(i)` gives the address of their i-th row.
+template <typename Row>
+inline void fwht_finish_half(__m256 (&x)[8], Row row) {
     const __m256 quarter = _mm256_set1_ps(0.25f);
-    __m256 sums[8];
-    __m256 differences[8];
+    fwht_lower_passes(x);
 #pragma GCC unroll 8
-    for (size_t line = 0; line < 8; ++line)
-        sums[line] = _mm256_add_ps(_mm256_loadu_ps(in + line * in_stride),
-                                   _mm256_loadu_ps(in + (line + 8) * in_stride));
-    fwht_lower_passes(sums);
+    for (size_t i = 0; i < 8; ++i) _mm256_storeu_ps(row(i), _mm256_mul_ps(x[i], quarter));
+}
+
+// A tile from 16 rows to 16 others. The first pass reads its rows twice, so that eight registers do.
+template <typename In, typename Out>
+inline void fwht_tile(In in, Out out) {
+    __m256 x[8];
 #pragma GCC unroll 8
-    for (size_t line = 0; line < 8; ++line)
-        differences[line] = _mm256_sub_ps(_mm256_loadu_ps(in + line * in_stride),
-                                          _mm256_loadu_ps(in + (line + 8) * in_stride));
+    for (size_t i = 0; i < 8; ++i)
+        x[i] = _mm256_add_ps(_mm256_loadu_ps(in(i)), _mm256_loadu_ps(in(i + 8)));
+    fwht_finish_half(x, out);
 #pragma GCC unroll 8
-    for (size_t line = 0; line < 8; ++line)
-        _mm256_storeu_ps(out + line * out_stride, _mm256_mul_ps(sums[line], quarter));
-    fwht_lower_passes(differences);
+    for (size_t i = 0; i < 8; ++i)
+        x[i] = _mm256_sub_ps(_mm256_loadu_ps(in(i)), _mm256_loadu_ps(in(i + 8)));
+    fwht_finish_half(x, [&](size_t i) { return out(i + 8); });
+}
+
+// A tile in place: the differences wait in a scratch while the sums are finished.
+template <typename Row>
+inline void fwht_tile_in_place(Row row) {
+    alignas(32) float differences[8][8];
+    __m256 x[8];
 #pragma GCC unroll 8
-    for (size_t line = 0; line < 8; ++line)
-        _mm256_storeu_ps(out + (line + 8) * out_stride, _mm256_mul_ps(differences[line], quarter));
+    for (size_t i = 0; i < 8; ++i) {
+        const __m256 first = _mm256_loadu_ps(row(i));
+        const __m256 second = _mm256_loadu_ps(row(i + 8));
+        _mm256_store_ps(differences[i], _mm256_sub_ps(first, second));
+        x[i] = _mm256_add_ps(first, second);
+    }
+    fwht_finish_half(x, row);
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; ++i) x[i] = _mm256_load_ps(differences[i]);
+    fwht_finish_half(x, [&](size_t i) { return row(i + 8); });
 }
 
 } // namespace brisel
