@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "core/avx2/ffdn_eq_avx2.h"
+
 namespace {
 
 enum class Shelf { kLow, kHigh };
@@ -44,14 +46,6 @@ float clamp_gain(float db) {
     return db;
 }
 
-// One biquad in transposed direct form II on one sample; s points to its two memories.
-float biquad(const float* c, float* s, float x) {
-    const float y = std::fma(c[0], x, s[0]);
-    s[0] = std::fma(-c[3], y, std::fma(c[1], x, s[1]));
-    s[1] = std::fma(-c[4], y, c[2] * x);
-    return y;
-}
-
 } // namespace
 
 int32_t ffdn_eq_init(ffdn_eq* eq, int32_t sample_rate, float low_hz, float high_hz) {
@@ -70,20 +64,19 @@ int32_t ffdn_eq_init(ffdn_eq* eq, int32_t sample_rate, float low_hz, float high_
 
 void ffdn_eq_set_gains(ffdn_eq* eq, float low_db, float high_db) {
     if (!eq) return;
-    eq->gain_low_db = clamp_gain(low_db);
-    eq->gain_high_db = clamp_gain(high_db);
-    eq->active = eq->gain_low_db != 0.0f || eq->gain_high_db != 0.0f;
-    design_shelf(eq->low, Shelf::kLow, eq->gain_low_db, eq->low_hz, eq->sample_rate);
-    design_shelf(eq->high, Shelf::kHigh, eq->gain_high_db, eq->high_hz, eq->sample_rate);
+    const float low = clamp_gain(low_db);
+    const float high = clamp_gain(high_db);
+    // The same gain would give the same coefficients. A NaN is never the same.
+    if (low != eq->gain_low_db)
+        design_shelf(eq->low, Shelf::kLow, low, eq->low_hz, eq->sample_rate);
+    if (high != eq->gain_high_db)
+        design_shelf(eq->high, Shelf::kHigh, high, eq->high_hz, eq->sample_rate);
+    eq->gain_low_db = low;
+    eq->gain_high_db = high;
+    eq->active = low != 0.0f || high != 0.0f;
 }
 
 void ffdn_eq_process_stereo(ffdn_eq* eq, float* left, float* right, int32_t frames) {
     if (!eq || eq->active == 0 || frames < 1) return;
-    float s[8];
-    for (int k = 0; k < 8; ++k) s[k] = eq->state[k];
-    for (int32_t t = 0; t < frames; ++t) {
-        left[t] = biquad(eq->high, s + 4, biquad(eq->low, s, left[t]));
-        right[t] = biquad(eq->high, s + 6, biquad(eq->low, s + 2, right[t]));
-    }
-    for (int k = 0; k < 8; ++k) eq->state[k] = s[k];
+    brisel::filter_shelves(*eq, left, right, static_cast<uint32_t>(frames));
 }

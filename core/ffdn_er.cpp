@@ -1,4 +1,4 @@
-// Early reflections: the taps and their processing.
+// Early reflections: the taps, the ring and the processing around core/avx2/ffdn_er_avx2.
 #include "brisel/ffdn_er.h"
 
 #include <algorithm>
@@ -6,6 +6,8 @@
 #include <cstdlib>
 
 #include "core/aligned_memory.h"
+#include "core/avx2/ffdn_er_avx2.h"
+#include "core/avx2/runs.h"
 #include "core/ffdn_er_storage.h"
 #include "core/network_math.h"
 
@@ -48,13 +50,6 @@ void build_taps(int32_t* delays, float* gains, int32_t n, int32_t d_lo, int32_t 
         const float scale = static_cast<float>(1.0 / std::sqrt(energy));
         for (int32_t i = 0; i < n; ++i) gains[i] *= scale;
     }
-}
-
-float tap_sum(const ffdn_er& er, const int32_t* delays, const float* gains) {
-    float sum = 0.0f;
-    for (int32_t k = 0; k < er.n_taps; ++k)
-        sum = std::fma(er.ring[(er.write_pos - delays[k]) & er.ring_mask], gains[k], sum);
-    return sum;
 }
 
 } // namespace
@@ -105,13 +100,12 @@ void ffdn_er_free(ffdn_er* er) {
 int32_t ffdn_er_process_stereo(ffdn_er* er, const float* in, float* out_l, float* out_r,
                                int32_t frames) {
     if (!er || !in || !out_l || !out_r || frames < 1 || frames > er->max_frames) return -1;
-    for (int32_t t = 0; t < frames; ++t) {
-        er->ring[er->write_pos] = in[t];
-        const float left = tap_sum(*er, er->delays_l, er->gains_l);
-        const float right = tap_sum(*er, er->delays_r, er->gains_r);
-        er->write_pos = (er->write_pos + 1) & er->ring_mask;
-        out_l[t] = left;
-        out_r[t] = right;
-    }
+    // The ring is longer than the longest tap by a block at least, so the whole block can go in
+    // first: it overwrites nothing that its own frames have still to read.
+    const auto n = static_cast<uint32_t>(frames);
+    brisel::copy_to_ring(er->ring, static_cast<uint32_t>(er->ring_len),
+                         static_cast<uint32_t>(er->write_pos), in, n);
+    brisel::sum_early_taps(*er, out_l, out_r, n);
+    er->write_pos = (er->write_pos + frames) & er->ring_mask;
     return 0;
 }

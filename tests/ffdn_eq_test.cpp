@@ -100,6 +100,17 @@ TEST(OutputEq, EqualsThePlainLoopAndKeepsItsMemoriesAcrossGains) {
     }
 }
 
+TEST(OutputEq, CoefficientsDependOnTheLastGainsOnly) {
+    Random random(32);
+    const float gains[] = {0.0f, -0.0f, 3.0f, -9.0f, 24.0f, 30.0f, -100.0f, std::nanf("")};
+    ffdn_eq eq = make(48000, 0, 0);
+    for (int k = 0; k < 400; ++k) {
+        const float low = random.pick(gains), high = random.pick(gains);
+        ffdn_eq_set_gains(&eq, low, high);
+        ASSERT_TRUE(compare::same_state(eq, make(48000, low, high))) << low << ", " << high;
+    }
+}
+
 // A NaN or an infinity stays in the channel that it came in by.
 TEST(OutputEq, NonFiniteSamplesStayInTheirChannel) {
     Random random(30);
