@@ -1,0 +1,211 @@
+// The plug-in under a hostile host: any order of calls, event lists of any content, block lengths and
+// channels of any kind, states, texts. Buffers are exactly as long as they must be, so that the address
+// sanitizer sees the first sample too many.
+#include <clap/clap.h>
+
+#include <memory>
+#include <vector>
+
+#include "fuzz/input.h"
+
+extern "C" const clap_plugin_entry_t clap_entry;
+
+namespace {
+
+using fuzz::Input;
+
+// Events of all kinds. A parameter event is as long as one, whatever its header claims, since its kind
+// alone decides; any other is a bare header.
+class Events {
+public:
+    explicit Events(Input& input) : claimed_(input.below(20)) {
+        for (uint32_t k = 0; k < claimed_; ++k) {
+            if (input.below(8) == 0) {
+                events_.push_back(nullptr);
+                continue;
+            }
+            clap_event_param_value_t event = {};
+            event.header.size = input.bits<uint32_t>();
+            event.header.time = input.bits<uint32_t>();
+            event.header.space_id = input.below(4) == 0 ? input.bits<uint16_t>() : 0;
+            event.header.type = input.below(4) == 0 ? input.bits<uint16_t>() : 5;
+            event.param_id = input.below(8) == 0 ? input.bits<uint32_t>() : input.below(13);
+            event.value = input.below(4) == 0 ? input.bits<double>()
+                                              : static_cast<double>(input.real(-30.0f, 30.0f));
+            const bool parameter = event.header.space_id == 0 && event.header.type == 5;
+            const size_t size = parameter ? sizeof event : sizeof event.header;
+            events_.emplace_back(new unsigned char[size]);
+            std::memcpy(events_.back().get(), &event, size);
+        }
+    }
+    const clap_input_events_t* list() const { return &list_; }
+
+private:
+    static uint32_t size(const clap_input_events_t* list) {
+        return static_cast<const Events*>(list->ctx)->claimed_;
+    }
+    static const clap_event_header_t* get(const clap_input_events_t* list, uint32_t index) {
+        return reinterpret_cast<const clap_event_header_t*>(
+            static_cast<const Events*>(list->ctx)->events_.at(index).get());
+    }
+    uint32_t claimed_;
+    std::vector<std::unique_ptr<unsigned char[]>> events_;
+    clap_input_events_t list_ = {this, size, get};
+};
+
+// Ports with 0 to 3 channels, any of which may be missing.
+struct Port {
+    std::vector<std::vector<float>> samples;
+    std::vector<float*> channels;
+    clap_audio_buffer_t buffer = {};
+
+    Port(Input& input, size_t frames) {
+        const uint32_t count = input.below(4);
+        const uint32_t missing = input.bits<uint8_t>();
+        samples.resize(count);
+        for (uint32_t c = 0; c < count; ++c) {
+            samples[c].resize(frames);
+            fuzz::fill(samples[c].data(), frames, input);
+            channels.push_back((missing >> c) & 0x10 && missing & 1 ? nullptr : samples[c].data());
+        }
+        buffer.data32 = missing & 2 && missing & 4 && missing & 8 ? nullptr : channels.data();
+        buffer.channel_count = count;
+        buffer.constant_mask = input.bits<uint8_t>();
+    }
+};
+
+void process(const clap_plugin_t* plugin, uint32_t capacity, Input& input) {
+    const Events events(input);
+    const bool huge = input.below(16) == 0;
+    uint32_t frames = input.flag() ? capacity : input.bits<uint16_t>() % (capacity + 16);
+    if (huge) frames = input.bits<uint32_t>() | 0x10000; // refused before a sample is touched
+    const size_t size = huge ? 0 : frames;
+    Port in(input, size), out(input, size);
+    if (input.flag()) { // in place, as far as the channels go
+        for (size_t c = 0; c < std::min(in.channels.size(), out.channels.size()); ++c)
+            out.channels[c] = in.channels[c];
+    }
+    const uint8_t ports = input.bits<uint8_t>();
+    const clap_process_t call = {input.bits<uint8_t>(),
+                                 frames,
+                                 nullptr,
+                                 &in.buffer,
+                                 &out.buffer,
+                                 ports & 0x80 ? 0u : 1u,
+                                 ports & 0x40 ? 0u : 1u,
+                                 ports & 0x20 ? nullptr : events.list(),
+                                 nullptr};
+    const clap_process_status status = plugin->process(plugin, &call);
+    FUZZ_REQUIRE(status == CLAP_PROCESS_ERROR || status == CLAP_PROCESS_CONTINUE);
+    if (huge || ports & 0xC0) FUZZ_REQUIRE(status == CLAP_PROCESS_ERROR);
+}
+
+void texts(const clap_plugin_t* plugin, Input& input) {
+    const auto* params =
+        static_cast<const clap_plugin_params_t*>(plugin->get_extension(plugin, CLAP_EXT_PARAMS));
+    const uint32_t id = input.below(8) == 0 ? input.bits<uint32_t>() : input.below(13);
+    const uint32_t capacity = input.bits<uint8_t>();
+    double value = input.bits<double>();
+    std::vector<char> text(capacity, '#');
+    const bool shown =
+        params->value_to_text(plugin, id, value, capacity ? text.data() : nullptr, capacity);
+    FUZZ_REQUIRE(shown == (id < 12));
+    if (shown && capacity > 0) {
+        FUZZ_REQUIRE(std::memchr(text.data(), 0, capacity));
+        FUZZ_REQUIRE(params->text_to_value(plugin, id, text.data(), &value));
+    }
+    clap_param_info_t info;
+    FUZZ_REQUIRE(params->get_info(plugin, id, &info) == (id < 12));
+    clap_audio_port_info_t port;
+    const auto* ports = static_cast<const clap_plugin_audio_ports_t*>(
+        plugin->get_extension(plugin, CLAP_EXT_AUDIO_PORTS));
+    FUZZ_REQUIRE(ports->get(plugin, id, input.flag(), &port) == (id == 0));
+}
+
+struct Memory {
+    unsigned char bytes[104];
+    uint64_t at;
+};
+
+int64_t write(const clap_ostream_t* stream, const void* from, uint64_t asked) {
+    auto& memory = *static_cast<Memory*>(stream->ctx);
+    FUZZ_REQUIRE(memory.at + asked <= sizeof memory.bytes);
+    std::memcpy(memory.bytes + memory.at, from, asked);
+    memory.at += asked;
+    return static_cast<int64_t>(asked);
+}
+
+int64_t read(const clap_istream_t* stream, void* to, uint64_t asked) {
+    auto& memory = *static_cast<Memory*>(stream->ctx);
+    const uint64_t n = std::min(asked, sizeof memory.bytes - memory.at);
+    std::memcpy(to, memory.bytes + memory.at, n);
+    memory.at += n;
+    return static_cast<int64_t>(n);
+}
+
+void save_and_load(const clap_plugin_t* plugin) {
+    const auto* state =
+        static_cast<const clap_plugin_state_t*>(plugin->get_extension(plugin, CLAP_EXT_STATE));
+    Memory memory = {};
+    const clap_ostream_t to = {&memory, write};
+    const clap_istream_t from = {&memory, read};
+    FUZZ_REQUIRE(state->save(plugin, &to) && memory.at == sizeof memory.bytes);
+    memory.at = 0;
+    FUZZ_REQUIRE(state->load(plugin, &from));
+}
+
+// Rates that would take more memory than a fuzzer has are brought down; the others stay hostile.
+double any_rate(Input& input) {
+    const double rates[] = {8000, 9001, 12000, 16000, 44100};
+    const double any = input.bits<double>();
+    const uint32_t choice = input.below(8);
+    if (choice < 5) return rates[choice];
+    return any > 50000.0 && any < 2147483648.0 ? 50000.0 : any;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Input input(data, size);
+    const auto* factory =
+        static_cast<const clap_plugin_factory_t*>(clap_entry.get_factory(CLAP_PLUGIN_FACTORY_ID));
+    const clap_plugin_t* plugin =
+        factory->create_plugin(factory, nullptr, "com.tamrockaudio.brisel");
+    FUZZ_REQUIRE(plugin && plugin->init(plugin));
+    uint32_t capacity = 0;
+    for (int calls = 0; calls < 100 && !input.empty(); ++calls) {
+        switch (input.below(8)) {
+        case 0:
+            capacity = input.below(8) == 0 ? input.bits<uint32_t>() : input.bits<uint16_t>() % 600;
+            plugin->activate(plugin, any_rate(input), input.bits<uint32_t>(), capacity);
+            capacity = std::min(capacity, 600u);
+            break;
+        case 1:
+            plugin->stop_processing(plugin);
+            plugin->deactivate(plugin);
+            plugin->reset(plugin);
+            plugin->on_main_thread(plugin);
+            FUZZ_REQUIRE(plugin->start_processing(plugin));
+            break;
+        case 2: {
+            const Events events(input);
+            static_cast<const clap_plugin_params_t*>(plugin->get_extension(plugin, CLAP_EXT_PARAMS))
+                ->flush(plugin, input.below(8) == 0 ? nullptr : events.list(), nullptr);
+            break;
+        }
+        case 3:
+            texts(plugin, input);
+            break;
+        case 4:
+            save_and_load(plugin);
+            FUZZ_REQUIRE(
+                static_cast<const clap_plugin_tail_t*>(plugin->get_extension(plugin, CLAP_EXT_TAIL))
+                    ->get(plugin) <= 2147483648u);
+            break;
+        default:
+            process(plugin, capacity, input);
+        }
+    }
+    plugin->destroy(plugin);
+    return 0;
+}
