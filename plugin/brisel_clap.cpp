@@ -240,7 +240,7 @@ float* channel(const clap_audio_buffer_t& port, uint32_t index) {
 }
 
 // Runs whole groups of eight frames through the engine and passes the last one to seven dry. Allocates
-// only when parameters have changed. [audio-thread]
+// nothing, also when parameters have changed. [audio-thread]
 clap_process_status brisel_process(const clap_plugin_t* plugin, const clap_process_t* process) {
     brisel_plugin* b = self(plugin);
     if (!b->reverb || process->audio_inputs_count == 0 || process->audio_outputs_count == 0)
