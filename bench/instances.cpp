@@ -110,8 +110,8 @@ void process(const clap_plugin_t* plugin, Block& sound) {
 }
 
 void print_life(const Clock& clock) {
-    std::vector<double> scan;
-    for (int k = 0; k < kRepetitions; ++k) scan.push_back(clock.time([] { Library library; }));
+    std::vector<double> scan(kRepetitions);
+    for (double& ns : scan) ns = clock.time([] { const Library library; });
     fmt::print("Scanning the library (load, start, read the descriptor, unload): {:.0f} us.\n\n",
                median(scan) * 1e-3);
 
@@ -190,11 +190,11 @@ void print_many(int count, const Clock& clock) {
     });
     const double after = resident();
     Block sound;
-    std::vector<double> rounds;
-    for (int k = 0; k < 5; ++k) {
-        rounds.push_back(clock.time([&] {
+    std::vector<double> rounds(5);
+    for (double& ns : rounds) {
+        ns = clock.time([&] {
             for (const clap_plugin_t* plugin : plugins) process(plugin, sound);
-        }));
+        });
     }
     fmt::print(
         "\n{} instances at 48000 Hz: {:.0f} MiB, created and activated in {:.0f} ms; a round "

@@ -37,9 +37,11 @@ constexpr int32_t kModulationMargin = 32; // samples between a line's delay and 
 // Samples of every line's whole loop.
 std::array<int32_t, BRISEL_LINES> loop_lengths(const ffdn_block_n16& e) {
     std::array<int32_t, BRISEL_LINES> samples;
-    std::copy_n(e.line_delay, BRISEL_LINES, samples.begin());
-    for (int32_t s = 0; s < e.stage_count; ++s)
-        for (size_t i = 0; i < BRISEL_LINES; ++i) samples[i] += e.stages[s].delays[i];
+    for (size_t i = 0; i < BRISEL_LINES; ++i) {
+        uint32_t length = e.line_delay[i];
+        for (int32_t s = 0; s < e.stage_count; ++s) length += e.stages[s].delays[i];
+        samples[i] = static_cast<int32_t>(length);
+    }
     return samples;
 }
 

@@ -31,12 +31,13 @@ constexpr double kDoubt = 0x1p-39;
 constexpr double kDoubtPerSample = 0x1p-50;
 
 // Coefficients of 2^x by powers of x.
-constexpr auto kTaylor = [] {
+constexpr std::array<double, 12> taylor() {
     std::array<double, 12> terms{1.0};
     for (size_t k = 1; k < terms.size(); ++k)
         terms[k] = terms[k - 1] * std::numbers::ln2 / static_cast<double>(k);
     return terms;
-}();
+}
+constexpr std::array<double, 12> kTaylor = taylor();
 
 // 2^x for |x| <= 1000. The fraction lies within 0.5, where the first term left out is 2^-47.
 __m256d exp2_of(__m256d x) {

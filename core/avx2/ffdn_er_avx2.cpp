@@ -5,6 +5,7 @@
 #include <immintrin.h>
 
 #include <algorithm>
+#include <cstddef>
 
 #include "core/avx2/runs.h"
 
@@ -38,18 +39,18 @@ private:
 template <uint32_t kTile>
 inline void sum_tile(float* out, const StraightRing<kTile>& ring, uint32_t position,
                      const int32_t* delays, const float* gains, int32_t n_taps) {
-    constexpr uint32_t kVectors = kTile / 8;
+    constexpr size_t kVectors = kTile / 8;
     __m256 sum[kVectors];
-    for (__m256& s : sum) s = _mm256_setzero_ps();
+    std::fill_n(sum, kVectors, _mm256_setzero_ps());
     for (int32_t k = 0; k < n_taps; ++k) {
         const float* run = ring.run(position - static_cast<uint32_t>(delays[k]));
         const __m256 gain = _mm256_set1_ps(gains[k]);
 #pragma GCC unroll 8
-        for (uint32_t v = 0; v < kVectors; ++v)
+        for (size_t v = 0; v < kVectors; ++v)
             sum[v] = _mm256_fmadd_ps(_mm256_loadu_ps(run + 8 * v), gain, sum[v]);
     }
 #pragma GCC unroll 8
-    for (uint32_t v = 0; v < kVectors; ++v) _mm256_storeu_ps(out + 8 * v, sum[v]);
+    for (size_t v = 0; v < kVectors; ++v) _mm256_storeu_ps(out + 8 * v, sum[v]);
 }
 
 // Blocks of one tile and more; where they are no multiple of it, the last two tiles overlap.
