@@ -221,8 +221,8 @@ extern "C" void free(void* block) noexcept {
 // ---- Locks and threads -----------------------------------------------------------------------------
 
 // Without contention a lock never reaches the kernel, so the system-call trap alone would not see it.
-#define BRISEL_INTERPOSE(function, specification, parameters, arguments)                           \
-    extern "C" int function parameters specification {                                             \
+#define BRISEL_INTERPOSE(function, qualifiers, parameters, arguments)                              \
+    extern "C" int function parameters qualifiers {                                                \
         note(#function);                                                                           \
         static decltype(&::function) forward;                                                      \
         if (!forward)                                                                              \
