@@ -146,7 +146,7 @@ private:
             const __m256i last = _mm256_add_epi32(at, broadcast(length - 1));
             const __m256i index = _mm256_add_epi32(load_lines(e_.line_offset + first), at);
             const __m256i ring = _mm256_set1_epi64x(reinterpret_cast<intptr_t>(e_.ring));
-            for (int half = 0; half < 2; ++half) {
+            for (size_t half = 0; half < 2; ++half) {
                 const __m128i four =
                     half ? _mm256_extracti128_si256(index, 1) : _mm256_castsi256_si128(index);
                 const __m256i bytes = _mm256_slli_epi64(_mm256_cvtepu32_epi64(four), 2);
