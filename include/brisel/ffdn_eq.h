@@ -37,7 +37,7 @@ BRISEL_API void ffdn_eq_set_gains(ffdn_eq* eq, float low_db, float high_db);
 
 /* Filters one block in place, each channel through the low and then the high shelf (transposed
  * direct form II): y = fma(b0, x, s1);  s1 = fma(-a1, y, fma(b1, x, s2));  s2 = fma(-a2, y, b2 * x).
- *   left, right  float[frames]
+ *   left, right  float[frames], not overlapping
  *   frames       < 1 does nothing
  * Thread    [audio-thread]. */
 BRISEL_API void ffdn_eq_process_stereo(ffdn_eq* eq, float* left, float* right, int32_t frames);
