@@ -23,10 +23,11 @@ TEST_F(Render, RefusalsNameTheReasonAndLeaveNothing) {
     write_text("form.preset", "decay 2 s");
     write_text("bad.auto", "0 mix 0.5\n1s decay\n");
     write_text("short.auto", "0 mix 0.5\n1ms size 5ms\n");
+    write_text("range.auto", "0 size 2s");
     fs::create_symlink("/dev/full", path("full.wav"));
     const std::vector<std::string> inputs = {
-        "in.wav",       "three.wav",   "rate.wav", "high.wav",   "junk.wav", "bad.preset",
-        "range.preset", "form.preset", "bad.auto", "short.auto", "full.wav"};
+        "in.wav",       "three.wav",   "rate.wav", "high.wav",   "junk.wav",   "bad.preset",
+        "range.preset", "form.preset", "bad.auto", "short.auto", "range.auto", "full.wav"};
     const struct {
         const char* arguments;
         int exit_code;
@@ -51,6 +52,8 @@ TEST_F(Render, RefusalsNameTheReasonAndLeaveNothing) {
          "range.preset:1: decay: '12 s' (12 s) is out of range: 0.1 s to 10 s"},
         {"in.wav out.wav --preset form.preset", 1, "form.preset:1: a line is `name = value`"},
         {"in.wav out.wav --automation bad.auto", 1, "bad.auto:2: a line is `time name value`"},
+        {"in.wav out.wav --automation range.auto", 1,
+         "range.auto:1: size: '2s' (2 s) is out of range: 5 ms to 500 ms"},
         {"in.wav out.wav --automation short.auto --block 256", 1,
          "short.auto:2: blocks of 256 frames do not fit"},
         {"in.wav out.wav --early-reflections on --er-size 5ms", 1, "use --er-size 5.1 ms or more"},
@@ -76,6 +79,8 @@ TEST_F(Render, RefusalsNameTheReasonAndLeaveNothing) {
         {"in.wav out.wav --size 40mss", 2,
          "--size: '40mss' is not a time; write it as 40ms or 0.04s"},
         {"in.wav out.wav --modulate maybe", 2, "--modulate: 'maybe' is neither on nor off"},
+        {"in.wav out.wav --tail -1", 2, "--tail: '-1' (-1 s) is out of range: 0 s to 3600 s"},
+        {"in.wav three.wav -o one.wav", 2, "'one.wav' is one file, and there are 2 inputs"},
         {"in.wav out.wav --block 100", 2, "--block: 100 is no multiple of 8"},
         {"in.wav out.wav --wet-only --mix 1", 2, "--wet-only and --mix contradict each other"},
         {"in.wav out.wav --sise 40ms", 2, "--sise"},
