@@ -103,9 +103,10 @@ TEST_F(Render, FullDiskIsNoticedHoweverLateInTheFile) {
         fs::remove(path(out));
         // The last block is written when the file is closed, if not later.
         for (const auto limit : {blocks / 2, blocks}) {
-            const Result result = run("-c 'ulimit -f " + std::to_string(limit) +
-                                          "; exec " BRISEL_RENDER " in.wav " + out + " --tail 0'",
-                                      "/bin/bash");
+            const Result result =
+                run("-c 'ulimit -f " + std::to_string(limit) +
+                        "; exec \"" BRISEL_RENDER "\" in.wav " + out + " --tail 0'",
+                    "/bin/bash");
             EXPECT_EQ(result.exit_code, 1) << out;
             EXPECT_TRUE(contains(result.err, "cannot write '" + out + "'")) << result.err;
             expect_only({"in.wav"});
@@ -241,11 +242,11 @@ TEST_F(Render, InstalledLayoutIsFound) {
 
 TEST_F(Render, ManualAndCompletionKnowEveryOption) {
     std::istringstream help(run("--help").out);
-    write_text("complete.sh", "source " BRISEL_SOURCE "/render/brisel-render.bash\n"
+    write_text("complete.sh", "source '" BRISEL_SOURCE "/render/brisel-render.bash'\n"
                               "COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _brisel_render\n"
                               "printf '%s\\n' \"${COMPREPLY[@]}\"\n");
     const auto complete = [&](const std::string& words) {
-        return run("complete.sh " BRISEL_RENDER " " + words, "/bin/bash").out;
+        return run("complete.sh '" BRISEL_RENDER "' " + words, "/bin/bash").out;
     };
     std::ifstream manual_file(fs::path(BRISEL_RENDER).parent_path() / "brisel-render.1");
     std::string manual(std::istreambuf_iterator<char>(manual_file), {});
