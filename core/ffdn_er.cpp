@@ -20,6 +20,11 @@ constexpr float kEarliest = 0.005f; // seconds
 constexpr int32_t kFewestTaps = 4;
 constexpr int32_t kShortestRing = 32;
 
+// Rounded in single precision.
+int32_t samples_of(float seconds, int32_t sample_rate) {
+    return truncate_to_int32(std::fma(static_cast<float>(sample_rate), seconds, 0.5f));
+}
+
 // u in [0, 1): the top 24 bits of a draw.
 float uniform(Xorshift64& random) {
     return static_cast<float>(random.next() >> 40) * 0x1p-24f;
@@ -56,31 +61,36 @@ void build_taps(int32_t* delays, float* gains, int32_t n, int32_t d_lo, int32_t 
 
 namespace brisel {
 
+int32_t latest_tap(int32_t sample_rate, float size) {
+    const int32_t d_lo = samples_of(kEarliest, sample_rate);
+    const int32_t d_hi = samples_of(size, sample_rate);
+    return d_lo < d_hi ? d_hi : d_lo + 1;
+}
+
 bool lay_out_taps(ffdn_er* er, int32_t n_taps, int32_t max_frames, int32_t sample_rate,
                   uint64_t seed, float size) {
     const bool usable = er && n_taps >= kFewestTaps && n_taps <= FFDN_ER_MAX_TAPS &&
                         size > kEarliest && max_frames > 0 && sample_rate > 0;
     if (!usable) return false;
-    *er = {};
-    er->n_taps = n_taps;
-    er->max_frames = max_frames;
+    ffdn_er made{};
+    made.n_taps = n_taps;
+    made.max_frames = max_frames;
 
-    const auto rate = static_cast<float>(sample_rate);
-    const int32_t d_lo = truncate_to_int32(std::fma(kEarliest, rate, 0.5f));
-    const int32_t d_raw = truncate_to_int32(std::fma(rate, size, 0.5f));
-    const int32_t d_hi = d_lo < d_raw ? d_raw : d_lo + 1;
+    const int32_t d_lo = samples_of(kEarliest, sample_rate);
+    const int32_t d_hi = latest_tap(sample_rate, size);
     Xorshift64 left = Xorshift64::seeded(seed);
-    build_taps(er->delays_l, er->gains_l, n_taps, d_lo, d_hi, left);
+    build_taps(made.delays_l, made.gains_l, n_taps, d_lo, d_hi, left);
     Xorshift64 right{left.state ^ 0xa5a5a5a5deadbeef};
-    build_taps(er->delays_r, er->gains_r, n_taps, d_lo, d_hi, right);
+    build_taps(made.delays_r, made.gains_r, n_taps, d_lo, d_hi, right);
 
     for (int32_t k = 0; k < n_taps; ++k)
-        er->longest_tap = std::max({er->longest_tap, er->delays_l[k], er->delays_r[k]});
-    const int64_t need = int64_t{max_frames} + er->longest_tap;
+        made.longest_tap = std::max({made.longest_tap, made.delays_l[k], made.delays_r[k]});
+    const int64_t need = int64_t{max_frames} + made.longest_tap;
     if (need > int64_t{1} << 30) return false; // no int32_t power of two holds it
-    er->ring_len =
+    made.ring_len =
         static_cast<int32_t>(ring_size_above(static_cast<uint32_t>(need) - 1, kShortestRing));
-    er->ring_mask = er->ring_len - 1;
+    made.ring_mask = made.ring_len - 1;
+    *er = made;
     return true;
 }
 

@@ -58,12 +58,16 @@ bool within(float x, float lowest, float highest) {
     return x >= lowest && x <= highest;
 }
 
+bool early_in_range(const qv_reverb_params& p) {
+    if (!p.er_enable) return !std::isnan(p.er_size) && !std::isnan(p.er_level);
+    return within(p.er_size, kErShortest, kErLongest) && p.er_level >= 0.0f;
+}
+
 bool in_range(const qv_reverb_params& p) {
     return p.size > 0.0f && p.size <= kLongestSize && p.t60 > 0.0f && p.cascade_stages >= 0 &&
            p.cascade_stages <= BRISEL_MAX_STAGES && p.t60_high >= 0.0f &&
            within(p.damp, 0.0f, 1.0f) && within(p.mix, 0.0f, 1.0f) && within(p.width, 0.0f, 1.0f) &&
-           (!p.er_enable || (within(p.er_size, kErShortest, kErLongest) && p.er_level >= 0.0f)) &&
-           within(p.eq_low_db, -kEqLimitDb, kEqLimitDb) &&
+           early_in_range(p) && within(p.eq_low_db, -kEqLimitDb, kEqLimitDb) &&
            within(p.eq_high_db, -kEqLimitDb, kEqLimitDb);
 }
 
@@ -127,9 +131,9 @@ bool allocate_storage(ReverbObject& object) {
     }
 
     // The latest early reflection there is, and a block.
-    const double latest = std::ceil(rev.sample_rate * static_cast<double>(kErLongest));
+    const auto latest = static_cast<uint32_t>(brisel::latest_tap(rev.sample_rate, kErLongest));
     object.er_ring = brisel::allocate_floats(
-        brisel::ring_size_above(static_cast<uint32_t>(latest) + static_cast<uint32_t>(frames), 32));
+        brisel::ring_size_above(latest + static_cast<uint32_t>(frames), 32));
     return object.er_ring != nullptr;
 }
 
@@ -266,7 +270,7 @@ void qv_reverb_destroy(qv_reverb* rev) {
 }
 
 const char* qv_dsp_version(void) {
-    return "0.1.0";
+    return BRISEL_VERSION;
 }
 
 uint32_t qv_dsp_cpu_features(void) {

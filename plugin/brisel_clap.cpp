@@ -462,7 +462,7 @@ constexpr clap_plugin_descriptor_t brisel_desc = {
     .url = "https://tamrockaudio.com",
     .manual_url = "",
     .support_url = "",
-    .version = "0.1.0",
+    .version = BRISEL_VERSION,
     .description = "Research-backed FFDN reverb (Schlecht & Habets 2020)",
     .features = brisel_features,
 };

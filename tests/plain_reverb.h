@@ -114,7 +114,8 @@ inline bool line_delays(const qv_reverb& rev, float size, int32_t (&delays)[kLin
 
 inline bool in_range(const qv_reverb_params& p) {
     const auto within = [](float x, float low, float high) { return x >= low && x <= high; };
-    const bool er = p.er_enable == 0 || (within(p.er_size, 0.001f, 0.5f) && p.er_level >= 0);
+    const bool er = p.er_enable == 0 ? !std::isnan(p.er_size) && !std::isnan(p.er_level)
+                                     : within(p.er_size, 0.001f, 0.5f) && p.er_level >= 0;
     return p.size > 0 && p.size <= 0.5f && p.t60 > 0 && p.cascade_stages >= 0 &&
            p.cascade_stages <= 3 && p.t60_high >= 0 && within(p.damp, 0, 1) &&
            within(p.mix, 0, 1) && within(p.width, 0, 1) && er && within(p.eq_low_db, -24, 24) &&

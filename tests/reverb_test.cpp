@@ -89,10 +89,17 @@ TEST(ReverbSet, RefusesEveryBadFieldAndChangesNothing) {
     EXPECT_EQ(qv_reverb_set(nullptr, &rev->params), -1);
     EXPECT_TRUE(same_reverb(*rev, *untouched));
 
-    // Without early reflections nobody looks at their settings.
+    // Without early reflections their settings may be any numbers.
     qv_reverb_params params = rev->params;
     params.er_enable = 0;
-    params.er_size = kNaN;
+    for (const Reverb* r : {&rev, &untouched}) ASSERT_EQ(qv_reverb_set(r->get(), &params), 0);
+    for (float P::*field : {&P::er_size, &P::er_level}) {
+        P broken = params;
+        broken.*field = kNaN;
+        EXPECT_EQ(qv_reverb_set(rev.get(), &broken), -1);
+    }
+    EXPECT_TRUE(same_reverb(*rev, *untouched));
+    params.er_size = 99.0f;
     params.er_level = -1.0f;
     EXPECT_EQ(qv_reverb_set(rev.get(), &params), 0);
     params = rev->params;

@@ -391,13 +391,16 @@ private:
     Workspace ws_;
 };
 
-// Every gain equals the one two lines before; NaN equals nothing.
+// Every gain equals the one two lines before, to the bit.
 bool alternates(const float* gains) {
-    const __m256 pair = _mm256_setr_ps(gains[0], gains[1], gains[0], gains[1], gains[0], gains[1],
-                                       gains[0], gains[1]);
-    const __m256 equal = _mm256_and_ps(_mm256_cmp_ps(pair, _mm256_loadu_ps(gains), _CMP_EQ_OQ),
-                                       _mm256_cmp_ps(pair, _mm256_loadu_ps(gains + 8), _CMP_EQ_OQ));
-    return _mm256_movemask_ps(equal) == 0xff;
+    const auto bits = [](const float* from) {
+        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
+    };
+    const __m256i first = bits(gains);
+    const __m256i pair = _mm256_permute4x64_epi64(first, 0); // gains 0 and 1, four times
+    const __m256i equal = _mm256_and_si256(_mm256_cmpeq_epi32(pair, first),
+                                           _mm256_cmpeq_epi32(pair, bits(gains + 8)));
+    return lanes(equal) == 0xff;
 }
 
 // The default cascade's stage s, at a position where tiles meet the ring's seam.

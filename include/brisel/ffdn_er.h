@@ -44,7 +44,7 @@ BRISEL_API void ffdn_er_free(ffdn_er* er);
 
 /* Renders one block: each output sample is the sum over the taps of gain * input that many samples
  * ago.
- *   in            float[frames], mono; must not overlap the outputs
+ *   in            float[frames], mono; may be one of the outputs
  *   out_l, out_r  float[frames], overwritten
  *   frames        1 .. max_frames
  * Returns   0, or -1 with nothing changed when an argument breaks a rule or is null.

@@ -35,7 +35,7 @@ typedef struct qv_reverb_params {
     uint32_t modulate;  /* nonzero: slow delay modulation; default 1 */
     uint32_t er_enable; /* nonzero: early reflections; default 0 */
     float er_size;      /* seconds, latest reflection, 0.005 < er_size <= 0.5; default 0.06 */
-    float er_level;     /* linear gain, >= 0; default 0.5 (both looked at only if er_enable) */
+    float er_level;     /* linear gain, >= 0; default 0.5 (without er_enable any number will do) */
     float eq_low_db;    /* dB, low shelf at 250 Hz, -24 .. 24; default 0 */
     float eq_high_db;   /* dB, high shelf at 4500 Hz, -24 .. 24; default 0 */
 } qv_reverb_params;
@@ -108,7 +108,7 @@ BRISEL_API int32_t qv_reverb_process(qv_reverb* rev, const float* in_l, const fl
 BRISEL_API int32_t qv_reverb_flush(qv_reverb* rev, float* out_l, float* out_r,
                                    int32_t max_frames_out);
 
-/* The version of the library, "0.1.0"; static storage. [any-thread] */
+/* The version of the library, such as "0.1.0"; static storage. [any-thread] */
 BRISEL_API const char* qv_dsp_version(void);
 
 /* What the processor offers: bit 0 AVX2, bit 1 AVX-512F. [any-thread] */
