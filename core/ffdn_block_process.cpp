@@ -5,8 +5,8 @@
 #include <cmath>
 
 #include "brisel/ffdn_block.h"
-#include "brisel/kernels_avx2.h"
 #include "core/avx2/ffdn_fused_n16_avx2.h"
+#include "core/avx2/ffdn_generic_n16_avx2.h"
 #include "core/avx2/ffdn_modulation_n16_avx2.h"
 #include "core/avx2/runs.h"
 
@@ -14,11 +14,6 @@ namespace {
 
 using brisel::BlockSignals;
 using brisel::overlong;
-
-// A block runs in pieces of this many frames, so that the 16 rows of a piece stay in the first-level
-// cache. Every line holds at least the whole block, so a piece's reads depend on the writes before it
-// no otherwise than in one pass, but for the overlong lines below.
-constexpr uint32_t kPiece = 256;
 
 // What the lines' current delays mean for a block of n frames.
 struct DelayCheck {
@@ -57,49 +52,6 @@ void read_overlong_lines(const ffdn_block_n16& e, uint32_t n) {
     }
 }
 
-void take_overlong_lines(const ffdn_block_n16& e, uint32_t at, uint32_t n, uint32_t whole) {
-    for (uint32_t line = 0; line < BRISEL_LINES; ++line)
-        if (overlong(e, line))
-            brisel::copy_run(e.work_block + size_t{line} * n,
-                             e.tap_block + size_t{line} * whole + at, n);
-}
-
-void inject_right(ffdn_block_n16& e, const float* x, uint32_t n) {
-    for (uint32_t line = 0; line < BRISEL_LINES; ++line) {
-        const __m256 gain = _mm256_set1_ps(e.in_right[line]);
-        float* row = e.work_block + size_t{line} * n;
-        for (uint32_t t = 0; t < n; t += 8)
-            _mm256_storeu_ps(
-                row + t, _mm256_fmadd_ps(gain, _mm256_loadu_ps(x + t), _mm256_loadu_ps(row + t)));
-    }
-}
-
-// Output and feedback of the `n` frames whose delayed samples stand in work_block; leaves there what
-// goes into the lines.
-void run_piece(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
-    float* work = e.work_block;
-    if (io.y_right) {
-        ffdn_mix_out_stereo_n16_avx2(io.y_left, io.y_right, work, e.out_left, e.out_right,
-                                     &e.direct_left, io.x_left, n);
-    } else {
-        ffdn_mix_out_n16_avx2(io.y_left, work, e.out_gain, &e.direct_gain, io.x_left, n);
-    }
-
-    fwht_n16_block_avx2(work, n);
-    for (int32_t s = 0; s < e.stage_count; ++s) {
-        ffdn_block_stage& stage = e.stages[s];
-        if (s > 0) fwht_n16_block_avx2(work, n);
-        ffdn_postdelay_n16_avx2(work, stage.ring, &stage.wpos, stage.size, stage.delays, n);
-    }
-
-    const float* in_gain = io.x_right ? e.in_left : e.in_gain;
-    if (e.two_band)
-        ffdn_mix_in_jot_n16_avx2(work, work, e.shelf_b0, in_gain, io.x_left, n);
-    else
-        ffdn_mix_in_n16_avx2(work, work, e.decay_gain, in_gain, io.x_left, n);
-    if (io.x_right) inject_right(e, io.x_right, n);
-}
-
 int32_t process(ffdn_block_n16& e, const BlockSignals& io, int32_t frames) {
     if (frames < 1 || frames > e.block_size || frames % 8 != 0) return -1;
     if (e.mod_enabled && ffdn_block_n16_apply_modulation(&e, frames) != 0) return -1;
@@ -107,17 +59,10 @@ int32_t process(ffdn_block_n16& e, const BlockSignals& io, int32_t frames) {
     const DelayCheck delays = check_delays(e, n);
     if (delays.too_short) return -1;
     if (delays.overlong) read_overlong_lines(e, n);
-    if (brisel::fused_loop_applies(e, io)) {
+    if (brisel::fused_loop_applies(e, io))
         brisel::run_fused_loop(e, io, n);
-        return 0;
-    }
-    for (uint32_t t = 0; t < n; t += kPiece) {
-        const uint32_t piece = std::min(kPiece, n - t);
-        fdn_delay_block_read_n16_avx2(e.ring, e.line_offset, e.work_block, piece);
-        if (delays.overlong) take_overlong_lines(e, t, piece, n);
-        run_piece(e, io.from(t), piece);
-        fdn_delay_block_write_n16_avx2(e.ring, e.line_offset, e.work_block, piece);
-    }
+    else
+        brisel::run_generic_loop(e, io, n);
     return 0;
 }
 

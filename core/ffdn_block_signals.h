@@ -11,11 +11,6 @@ struct BlockSignals {
     const float* x_right; // null: mono input
     float* y_left;
     float* y_right; // null: mono output
-
-    BlockSignals from(uint32_t t) const {
-        return {x_left + t, x_right ? x_right + t : nullptr, y_left + t,
-                y_right ? y_right + t : nullptr};
-    }
 };
 
 // Modulation can push a delay past its ring's length. The masked read of a block then starts with the

@@ -30,9 +30,9 @@
 #include <cstddef>
 #include <utility>
 
-#include "core/avx2/fwht16.h"
+#include "core/avx2/main_lines.h"
 #include "core/avx2/runs.h"
-#include "core/avx2/transpose8.h"
+#include "core/avx2/tiles.h"
 
 namespace brisel {
 namespace {
@@ -56,41 +56,15 @@ struct alignas(64) Workspace {
     float results[BRISEL_LINES][kPiece]; // what the main rings receive
     float in_gains[2][BRISEL_LINES][8];  // [side][line], broadcast; two lines are enough if the
     float out_gains[2][BRISEL_LINES][8]; // gains alternate
-    float* rows[BRISEL_LINES];           // where this piece's samples stand
+    const float* rows[BRISEL_LINES];     // where this piece's samples stand
     float* homes[BRISEL_LINES];          // where its results go
 };
-
-// Hides where a pointer comes from. The rows of a tile are then addressed by one register and constant
-// offsets; otherwise the compiler keeps a pointer for each row and runs out of registers.
-template <typename T>
-inline T* opaque(T* pointer) {
-    asm("" : "+r"(pointer));
-    return pointer;
-}
-
-// Eight lines' integers.
-inline __m256i load_lines(const uint32_t* lines) {
-    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lines));
-}
-
-inline __m256i broadcast(uint32_t x) {
-    return _mm256_set1_epi32(static_cast<int32_t>(x));
-}
-
-// A condition's lanes, a bit each.
-inline uint32_t lanes(__m256i condition) {
-    return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(condition)));
-}
 
 template <int K, bool kStereoIn, bool kAlternating>
 class FusedLoop {
 public:
-    FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) : e_(e), io_(io), n_(n) {
-        for (size_t first = 0; first < BRISEL_LINES; first += 8) {
-            const __m256i size = _mm256_add_epi32(load_lines(e.line_mask + first), broadcast(1));
-            overlong_ |= lanes(_mm256_cmpgt_epi32(load_lines(e.line_delay + first), size)) << first;
-        }
-    }
+    FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n)
+        : e_(e), io_(io), n_(n), lines_(e, n) {}
 
     void run() {
         exchange_history<Direction::kTake>(0);
@@ -98,7 +72,7 @@ public:
         for (uint32_t t = 0; t < n_; t += length) {
             length = std::min(kPiece, n_ - t);
             if (t > 0) keep_history();
-            open_piece(t, length);
+            lines_.find_delayed(ws_.rows, t, length);
             mix_out(t, length);
             feed_back(t, length);
             find_homes(t, length);
@@ -133,58 +107,13 @@ private:
         for (auto& row : ws_.short_rows) copy_vectors(row, row + kPiece, kShortRing);
     }
 
-    // The addresses in the main rings of what stands `delay` samples before frame t of each line, a zero
-    // delay for the write position; returns the lines whose `length` samples cross the ring's seam, a
-    // bit each.
-    uint32_t locate(float** to, const uint32_t* delay, uint32_t t, uint32_t length) const {
-        uint32_t crossing = 0;
-        for (uint32_t first = 0; first < BRISEL_LINES; first += 8) {
-            const __m256i mask = load_lines(e_.line_mask + first);
-            __m256i at = _mm256_add_epi32(load_lines(e_.line_wpos + first), broadcast(t));
-            if (delay) at = _mm256_sub_epi32(at, load_lines(delay + first));
-            at = _mm256_and_si256(at, mask);
-            const __m256i last = _mm256_add_epi32(at, broadcast(length - 1));
-            const __m256i index = _mm256_add_epi32(load_lines(e_.line_offset + first), at);
-            const __m256i ring = _mm256_set1_epi64x(reinterpret_cast<intptr_t>(e_.ring));
-            for (size_t half = 0; half < 2; ++half) {
-                const __m128i four =
-                    half ? _mm256_extracti128_si256(index, 1) : _mm256_castsi256_si128(index);
-                const __m256i bytes = _mm256_slli_epi64(_mm256_cvtepu32_epi64(four), 2);
-                _mm256_storeu_si256(reinterpret_cast<__m256i*>(to + first + 4 * half),
-                                    _mm256_add_epi64(ring, bytes));
-            }
-            crossing |= lanes(_mm256_cmpgt_epi32(last, mask)) << first;
-        }
-        return crossing;
-    }
-
-    // Finds this piece's samples: in place, or copied where they cross a ring's seam.
-    void open_piece(uint32_t t, uint32_t length) {
-        uint32_t special = locate(ws_.rows, e_.line_delay, t, length) | overlong_;
-        for (; special != 0; special &= special - 1)
-            open_special_row(static_cast<uint32_t>(__builtin_ctz(special)), t, length);
-    }
-
-    __attribute__((noinline)) void open_special_row(uint32_t line, uint32_t t, uint32_t length) {
-        if (overlong(e_, line)) {
-            ws_.rows[line] = e_.tap_block + size_t{line} * n_ + t;
-            return;
-        }
-        const uint32_t mask = e_.line_mask[line];
-        float* row = e_.work_block + size_t{line} * length;
-        copy_from_ring(row, e_.ring + e_.line_offset[line], mask + 1,
-                       (e_.line_wpos[line] + t - e_.line_delay[line]) & mask, length);
-        ws_.rows[line] = row;
-    }
-
     // Finds where the results of the piece at `t` go. The few rows that cross a seam go there at once,
     // and stay where they are when their turn comes.
     void find_homes(uint32_t t, uint32_t length) {
-        uint32_t crossing = locate(ws_.homes, nullptr, t, length);
+        uint32_t crossing = lines_.find_homes(ws_.homes, t, length);
         for (; crossing != 0; crossing &= crossing - 1) {
-            const auto line = static_cast<size_t>(__builtin_ctz(crossing));
-            write_across_seam(e_.ring + e_.line_offset[line], e_.line_mask[line],
-                              e_.line_wpos[line] + t, ws_.results[line], length);
+            const auto line = static_cast<uint32_t>(__builtin_ctz(crossing));
+            lines_.write(line, ws_.results[line], t, length);
             ws_.homes[line] = ws_.results[line];
         }
     }
@@ -230,31 +159,14 @@ private:
         uint32_t line_to_close = t0 > 0 ? 0 : BRISEL_LINES;
         for (size_t p = 0; p < length; p += kTile) {
             float* out = opaque(ws_.short_rows[0] + kShortRing + p);
-            float* differences = opaque(ws_.differences[0]);
             const __m256 dry = _mm256_loadu_ps(io_.x_left + t0 + p);
             __m256 left = _mm256_mul_ps(direct_left, dry);
             __m256 right = _mm256_mul_ps(direct_right, dry);
-            __m256 x[8];
-#pragma GCC unroll 8
-            for (size_t i = 0; i < 8; ++i) {
-                x[i] = _mm256_loadu_ps(ws_.rows[i] + p);
-                left = _mm256_fmadd_ps(gain(0, i), x[i], left);
-                right = _mm256_fmadd_ps(gain(1, i), x[i], right);
-            }
-#pragma GCC unroll 8
-            for (size_t i = 0; i < 8; ++i) {
-                const __m256 s = _mm256_loadu_ps(ws_.rows[i + 8] + p);
-                left = _mm256_fmadd_ps(gain(0, i + 8), s, left);
-                right = _mm256_fmadd_ps(gain(1, i + 8), s, right);
-                _mm256_store_ps(differences + 8 * i, _mm256_sub_ps(x[i], s));
-                x[i] = _mm256_add_ps(x[i], s);
-            }
+            mix_out_tile<true>(
+                left, right, [&](size_t i) { return ws_.rows[i] + p; }, gain,
+                opaque(ws_.differences[0]), [&](size_t i) { return out + i * kShortRow; });
             _mm256_storeu_ps(io_.y_left + t0 + p, left);
             _mm256_storeu_ps(io_.y_right + t0 + p, right);
-            fwht_finish_half(x, [&](size_t i) { return out + i * kShortRow; });
-#pragma GCC unroll 8
-            for (size_t i = 0; i < 8; ++i) x[i] = _mm256_load_ps(differences + 8 * i);
-            fwht_finish_half(x, [&](size_t i) { return out + (i + 8) * kShortRow; });
             if (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
         }
         while (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
@@ -277,7 +189,6 @@ private:
                           e_.stages[1].wpos + t0, e_.stages[2].wpos + t0,
                           io_.x_left + t0,        kStereoIn ? io_.x_right + t0 : nullptr};
         broadcast_gains(ws_.in_gains, kStereoIn ? e_.in_left : e_.in_gain, e_.in_right);
-        // In registers: a store and a load a tile would lengthen the recursion.
         __m256 memory[2] = {_mm256_loadu_ps(e_.shelf_state), _mm256_loadu_ps(e_.shelf_state + 8)};
         float* now = ws_.filtered[0][0][0];
         float* before = ws_.filtered[1][0][0];
@@ -333,23 +244,11 @@ private:
     // C.
     inline __attribute__((always_inline)) void filter(const Piece& piece, float* filtered,
                                                       uint32_t p, __m256 (&memory)[2]) {
-#pragma GCC unroll 2
-        for (size_t g = 0; g < 2; ++g) {
-            __m256 m[8];
-            load_transposed8(m, [&](size_t i) {
-                const size_t line = 8 * g + i;
-                return K == 1   ? short_row(line, p)
-                       : K == 2 ? middle_row(piece, line, p)
-                                : long_row(piece, line, p);
-            });
-            const __m256 b0 = _mm256_loadu_ps(e_.shelf_b0 + 8 * g);
-            const __m256 a1 = _mm256_loadu_ps(e_.shelf_a1 + 8 * g);
-#pragma GCC unroll 8
-            for (size_t f = 0; f < 8; ++f) {
-                memory[g] = _mm256_fmadd_ps(a1, memory[g], _mm256_mul_ps(b0, m[f]));
-                _mm256_store_ps(filtered + 64 * g + 8 * f, memory[g]);
-            }
-        }
+        filter_tile(filtered, e_.shelf_b0, memory, [&](size_t line) {
+            return K == 1   ? short_row(line, p)
+                   : K == 2 ? middle_row(piece, line, p)
+                            : long_row(piece, line, p);
+        });
     }
 
     // D. The gains come from memory, where a fused operation takes them for nothing: in registers they
@@ -361,25 +260,12 @@ private:
         const auto gain = [&](size_t side, size_t line) { return gain_of(gains, side, line); };
         const __m256 left = _mm256_loadu_ps(piece.x_left + p);
         const __m256 right = kStereoIn ? _mm256_loadu_ps(piece.x_right + p) : left;
-#pragma GCC unroll 2
-        for (size_t g = 0; g < 2; ++g) {
-            __m256 m[8];
-            load_transposed8(m, [&](size_t f) { return filtered + 64 * g + 8 * f; });
-#pragma GCC unroll 8
-            for (size_t i = 0; i < 8; ++i) {
-                __m256 v = _mm256_fmadd_ps(gain(0, 8 * g + i), left, m[i]);
-                if (kStereoIn) v = _mm256_fmadd_ps(gain(1, 8 * g + i), right, v);
-                _mm256_store_ps(out + (8 * g + i) * kPiece, v);
-            }
-        }
+        inject_tile<kStereoIn>(filtered, left, right, gain,
+                               [&](size_t line) { return out + line * kPiece; });
     }
 
     void advance() {
-        for (size_t first = 0; first < BRISEL_LINES; first += 8) {
-            const __m256i next = _mm256_add_epi32(load_lines(e_.line_wpos + first), broadcast(n_));
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(e_.line_wpos + first),
-                                _mm256_and_si256(next, load_lines(e_.line_mask + first)));
-        }
+        lines_.advance();
         for (int s = 0; s < K; ++s)
             e_.stages[s].wpos = (e_.stages[s].wpos + n_) & e_.stages[s].mask;
     }
@@ -387,7 +273,7 @@ private:
     ffdn_block_n16& e_;
     const BlockSignals io_;
     const uint32_t n_;
-    uint32_t overlong_ = 0; // lines, a bit each
+    MainLines lines_;
     Workspace ws_;
 };
 

@@ -6,30 +6,8 @@
 
 namespace brisel {
 
-// Four columns of eight rows of floats, transposed while they are loaded: m[c] receives column
-// `first` + c. `row(r)` gives the address of row r. The halves of rows r and r + 4 meet in the load, so
-// that no shuffle has to cross the 128-bit lanes.
-template <typename Row>
-inline void load_columns(__m256* m, Row row, size_t first) {
-    const auto halves = [&](size_t r) {
-        return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(row(r) + first)),
-                                    _mm_loadu_ps(row(r + 4) + first), 1);
-    };
-    const __m256 r0 = halves(0);
-    const __m256 r1 = halves(1);
-    const __m256 r2 = halves(2);
-    const __m256 r3 = halves(3);
-    const __m256 lo01 = _mm256_unpacklo_ps(r0, r1);
-    const __m256 hi01 = _mm256_unpackhi_ps(r0, r1);
-    const __m256 lo23 = _mm256_unpacklo_ps(r2, r3);
-    const __m256 hi23 = _mm256_unpackhi_ps(r2, r3);
-    m[0] = _mm256_shuffle_ps(lo01, lo23, _MM_SHUFFLE(1, 0, 1, 0));
-    m[1] = _mm256_shuffle_ps(lo01, lo23, _MM_SHUFFLE(3, 2, 3, 2));
-    m[2] = _mm256_shuffle_ps(hi01, hi23, _MM_SHUFFLE(1, 0, 1, 0));
-    m[3] = _mm256_shuffle_ps(hi01, hi23, _MM_SHUFFLE(3, 2, 3, 2));
-}
-
-// All eight columns, by 256-bit loads: half as many, for rows whose addresses cost instructions.
+// Eight columns of eight rows of floats, transposed while they are loaded: m[c] receives column c.
+// `row(r)` gives the address of row r.
 template <typename Row>
 inline void load_transposed8(__m256 (&m)[8], Row row) {
     // quads[h][c]: column c in the lower lane and c + 4 in the upper one, of rows 4 h .. 4 h + 3.

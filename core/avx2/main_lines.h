@@ -1,0 +1,111 @@
+// Where the samples of a piece stand in the main delay lines, for loops that take a block in pieces.
+#ifndef BRISEL_CORE_AVX2_MAIN_LINES_H
+#define BRISEL_CORE_AVX2_MAIN_LINES_H
+
+#include <immintrin.h>
+
+#include "core/avx2/runs.h"
+#include "core/ffdn_block_signals.h"
+
+namespace brisel {
+
+// Eight lines' integers.
+inline __m256i load_lines(const uint32_t* lines) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lines));
+}
+
+inline __m256i broadcast(uint32_t x) {
+    return _mm256_set1_epi32(static_cast<int32_t>(x));
+}
+
+// A condition's lanes, a bit each.
+inline uint32_t lanes(__m256i condition) {
+    return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(condition)));
+}
+
+// The lines during one block of n frames. They move on at the end, by advance(); until then a piece
+// names the frame t at which it starts.
+class MainLines {
+public:
+    MainLines(ffdn_block_n16& e, uint32_t n) : e_(e), n_(n) {
+        for (size_t first = 0; first < BRISEL_LINES; first += 8) {
+            const __m256i size = _mm256_add_epi32(load_lines(e.line_mask + first), broadcast(1));
+            overlong_ |= lanes(_mm256_cmpgt_epi32(load_lines(e.line_delay + first), size)) << first;
+        }
+    }
+
+    // The addresses of the `length` delayed samples of each line: in its ring or, where they cross the
+    // ring's seam, in a copy.
+    void find_delayed(const float** rows, uint32_t t, uint32_t length) const {
+        uint32_t special = locate(rows, e_.line_delay, t, length) | overlong_;
+        for (; special != 0; special &= special - 1) {
+            const auto line = static_cast<uint32_t>(__builtin_ctz(special));
+            rows[line] = copy_of_row(line, t, length);
+        }
+    }
+
+    // The addresses that the lines' new samples go to; returns the lines where these cross the ring's
+    // seam, a bit each.
+    uint32_t find_homes(float** rows, uint32_t t, uint32_t length) const {
+        return locate(rows, nullptr, t, length);
+    }
+
+    // New samples, for a line that crosses its seam.
+    void write(uint32_t line, const float* row, uint32_t t, uint32_t length) const {
+        const uint32_t mask = e_.line_mask[line];
+        copy_to_ring(e_.ring + e_.line_offset[line], mask + 1, (e_.line_wpos[line] + t) & mask, row,
+                     length);
+    }
+
+    void advance() const {
+        for (size_t first = 0; first < BRISEL_LINES; first += 8) {
+            const __m256i next = _mm256_add_epi32(load_lines(e_.line_wpos + first), broadcast(n_));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(e_.line_wpos + first),
+                                _mm256_and_si256(next, load_lines(e_.line_mask + first)));
+        }
+    }
+
+private:
+    // Addresses of what stands `delay` samples before frame t, a null delay for the write position.
+    template <typename Pointer>
+    uint32_t locate(Pointer* to, const uint32_t* delay, uint32_t t, uint32_t length) const {
+        uint32_t crossing = 0;
+        for (uint32_t first = 0; first < BRISEL_LINES; first += 8) {
+            const __m256i mask = load_lines(e_.line_mask + first);
+            __m256i at = _mm256_add_epi32(load_lines(e_.line_wpos + first), broadcast(t));
+            if (delay) at = _mm256_sub_epi32(at, load_lines(delay + first));
+            at = _mm256_and_si256(at, mask);
+            const __m256i last = _mm256_add_epi32(at, broadcast(length - 1));
+            const __m256i index = _mm256_add_epi32(load_lines(e_.line_offset + first), at);
+            const __m256i ring = _mm256_set1_epi64x(reinterpret_cast<intptr_t>(e_.ring));
+            for (size_t half = 0; half < 2; ++half) {
+                const __m128i four =
+                    half ? _mm256_extracti128_si256(index, 1) : _mm256_castsi256_si128(index);
+                const __m256i bytes = _mm256_slli_epi64(_mm256_cvtepu32_epi64(four), 2);
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(to + first + 4 * half),
+                                    _mm256_add_epi64(ring, bytes));
+            }
+            crossing |= lanes(_mm256_cmpgt_epi32(last, mask)) << first;
+        }
+        return crossing;
+    }
+
+    // Overlong lines stand in tap_block already, the whole block; others are copied to work_block.
+    __attribute__((noinline)) const float* copy_of_row(uint32_t line, uint32_t t,
+                                                       uint32_t length) const {
+        if (overlong(e_, line)) return e_.tap_block + size_t{line} * n_ + t;
+        const uint32_t mask = e_.line_mask[line];
+        float* row = e_.work_block + size_t{line} * length;
+        copy_from_ring(row, e_.ring + e_.line_offset[line], mask + 1,
+                       (e_.line_wpos[line] + t - e_.line_delay[line]) & mask, length);
+        return row;
+    }
+
+    ffdn_block_n16& e_;
+    const uint32_t n_;
+    uint32_t overlong_ = 0; // lines, a bit each
+};
+
+} // namespace brisel
+
+#endif
