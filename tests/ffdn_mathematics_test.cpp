@@ -18,6 +18,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/decay_time.h"
+
 namespace {
 
 constexpr int32_t kRate = 48000;
@@ -193,6 +195,7 @@ std::vector<std::vector<float>> line_responses(int32_t K, float t60_low, float t
 // alternating for the upper band.
 enum class Centre { kZero, kHalfRate };
 constexpr size_t kStep = 32;
+constexpr double kStepSeconds = double{kStep} / kRate;
 
 std::vector<double> band_energy(const std::vector<std::vector<float>>& signals, Centre centre) {
     constexpr int kTaps = 1025, kCentre = kTaps / 2;
@@ -216,25 +219,6 @@ std::vector<double> band_energy(const std::vector<std::vector<float>>& signals, 
     return energies;
 }
 
-// Reverberation time after Schroeder: the backward-integrated energy's fall from -5 to -35 dB, fitted
-// by a line.
-double schroeder_t60(const std::vector<double>& energies) {
-    std::vector<double> remaining(energies.size());
-    std::partial_sum(energies.rbegin(), energies.rend(), remaining.rbegin());
-    double n = 0, st = 0, sl = 0, stt = 0, stl = 0;
-    for (size_t k = 0; k < remaining.size(); ++k) {
-        const double level = 10 * std::log10(remaining[k] / remaining[0]);
-        if (level > -5 || level < -35) continue;
-        const double t = static_cast<double>(k * kStep) / kRate;
-        n += 1;
-        st += t;
-        sl += level;
-        stt += t * t;
-        stl += t * level;
-    }
-    return -60 / ((n * stl - st * sl) / (n * stt - st * st));
-}
-
 } // namespace
 
 TEST(TwoBandDecay, GivesTheSetTimesAtLowAndHighFrequenciesWithinFivePercent) {
@@ -245,8 +229,9 @@ TEST(TwoBandDecay, GivesTheSetTimesAtLowAndHighFrequenciesWithinFivePercent) {
         for (int32_t K = 0; K <= 3; ++K) {
             const double seconds = 0.8 * std::max(t60.low, t60.high) + 0.2;
             const auto responses = line_responses(K, t60.low, t60.high, seconds);
-            const double low = schroeder_t60(band_energy(responses, Centre::kZero));
-            const double high = schroeder_t60(band_energy(responses, Centre::kHalfRate));
+            const double low = schroeder_t60(band_energy(responses, Centre::kZero), kStepSeconds);
+            const double high =
+                schroeder_t60(band_energy(responses, Centre::kHalfRate), kStepSeconds);
             EXPECT_NEAR(low, t60.low, 0.05 * t60.low) << "K " << K << ", high " << t60.high;
             EXPECT_NEAR(high, t60.high, 0.05 * t60.high) << "K " << K << ", low " << t60.low;
         }

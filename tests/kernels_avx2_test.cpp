@@ -277,35 +277,3 @@ TEST(KernelsAvx2, StageDelayEqualsItsDefinitionForEveryDelay) {
     check_stage_delay({}, 16, 64, Signal::kNoise, true, random);
     check_stage_delay(progression(65536 - 15, 1), 131072, 256, Signal::kNoise, true, random);
 }
-
-// What the comparison with a definition cannot show: that both mean the right thing.
-TEST(KernelsAvx2, BlockWrittenIsReadBackOneDelayLater) {
-    Random random(3);
-    uint32_t lines[64];
-    for (uint32_t i = 0; i < 16; ++i) {
-        lines[i] = i * 1024;
-        lines[16 + i] = 1023;
-        lines[32 + i] = 200 + 8 * i;
-        lines[48 + i] = 1020;
-    }
-    constexpr uint32_t kTotal = 1024, n = 8;
-    std::vector<float> ring(16 * 1024), block(16 * n);
-    std::vector<std::vector<float>> in(16), out(16);
-    for (uint32_t t = 0; t < kTotal; t += n) {
-        fdn_delay_block_read_n16_avx2(ring.data(), lines, block.data(), n);
-        for (uint32_t i = 0; i < 16; ++i) {
-            out[i].insert(out[i].end(), block.data() + i * n, block.data() + (i + 1) * n);
-        }
-        compare::fill(block, Signal::kNoise, random);
-        fdn_delay_block_write_n16_avx2(ring.data(), lines, block.data(), n);
-        for (uint32_t i = 0; i < 16; ++i) {
-            in[i].insert(in[i].end(), block.data() + i * n, block.data() + (i + 1) * n);
-        }
-    }
-    for (uint32_t i = 0; i < 16; ++i) {
-        const uint32_t delay = 200 + 8 * i;
-        const std::vector<float> expected(in[i].begin(), in[i].end() - delay);
-        EXPECT_TRUE(compare::same_bits(std::span(out[i]).subspan(delay), expected)) << "line " << i;
-        EXPECT_EQ(lines[48 + i], 1020u);
-    }
-}

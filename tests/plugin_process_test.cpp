@@ -2,6 +2,7 @@
 // the dry frames at the end of odd blocks, activation, and the decay that a listener hears.
 
 #include "clap_host.h"
+#include "decay_time.h"
 
 #include <brisel/reverb.h>
 
@@ -317,25 +318,6 @@ TEST(PluginActivation, RefusedForASmallSizeLeavesAnEngineWithItsDefaults) {
     EXPECT_TRUE(p.activate(48000, 240));
 }
 
-// Seconds to fall by 60 dB, from the line through -5 .. -35 dB of the backward-integrated energy.
-double measured_decay(const std::vector<double>& energy, double rate) {
-    std::vector<double> level(energy.size());
-    double rest = 0;
-    for (size_t t = energy.size(); t-- > 0;) level[t] = rest += energy[t];
-    double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
-    for (size_t t = 0; t < level.size(); ++t) {
-        const double dB = 10 * std::log10(level[t] / rest), x = static_cast<double>(t) / rate;
-        if (dB > -5) continue;
-        if (dB < -35) break;
-        n += 1;
-        sx += x;
-        sy += dB;
-        sxx += x * x;
-        sxy += x * dB;
-    }
-    return -60 * (n * sxx - sx * sx) / (n * sxy - sx * sy);
-}
-
 TEST(PluginSound, DecaysInTheSetTimeWithinThreePercent) {
     constexpr double kRate = 48000;
     constexpr uint32_t kBlock = 256;
@@ -355,7 +337,7 @@ TEST(PluginSound, DecaysInTheSetTimeWithinThreePercent) {
                 energy.push_back(double{out_l[t]} * out_l[t] + double{out_r[t]} * out_r[t]);
             left[0] = right[0] = 0;
         }
-        const double seconds = measured_decay(energy, kRate);
+        const double seconds = schroeder_t60(energy, 1 / kRate);
         RecordProperty("decay_" + std::to_string(decay), std::to_string(seconds));
         EXPECT_NEAR(seconds, decay, 0.03 * decay);
     }
