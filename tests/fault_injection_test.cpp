@@ -82,15 +82,14 @@ void take_cascade_and_bands_away(Network& network) {
 TEST(OutOfMemory, ReverbIsNotCreatedAndNothingLeaks) {
     uint64_t n = 1;
     for (;; ++n) {
-        qv_reverb* rev = nullptr;
-        const Outcome got = with_failing_allocation(n, [&] {
-            rev = qv_reverb_create(48000, 512);
-            return 0;
+        const Outcome got = with_failing_allocation(n, [] {
+            qv_reverb* rev = qv_reverb_create(48000, 512);
+            qv_reverb_destroy(rev);
+            return rev ? 0 : -1;
         });
-        EXPECT_EQ(rev == nullptr, got.failed) << "allocation " << n;
-        qv_reverb_destroy(rev);
-        if (!got.failed) break;
+        EXPECT_EQ(got.status, got.failed ? -1 : 0) << "allocation " << n;
         EXPECT_EQ(got.outstanding, 0) << "allocation " << n;
+        if (!got.failed) break;
     }
     EXPECT_GT(n, 10u); // the object and its buffers are pieces of their own
 }
@@ -268,6 +267,14 @@ TEST(OutOfMemory, PluginFailsToActivateAndRecovers) {
         ASSERT_TRUE(plugin.activate(48000, 256));
         EXPECT_TRUE(compare::same_bits(render(plugin), expected));
     }
+
+    // A whole life leaves nothing behind.
+    const Outcome lived = with_failing_allocation(0, [] {
+        Plugin mortal;
+        return mortal.activate(48000, 256) && mortal.activate(44100, 512) ? 0 : -1;
+    });
+    EXPECT_EQ(lived.status, 0);
+    EXPECT_EQ(lived.outstanding, 0);
 
     // The state needs no memory at all.
     Stream saved;

@@ -9,6 +9,9 @@ namespace {
 
 using namespace test_host;
 
+// Everything else in the headers that the tests name shows in a number that they write out.
+static_assert(CLAP_PROCESS_ERROR == 0 && CLAP_PROCESS_CONTINUE == 1);
+
 TEST(PluginEntry, OffersOnePluginThroughItsFactory) {
     EXPECT_EQ(entry().clap_version.major, 1u);
     EXPECT_EQ(entry().clap_version.minor, 2u);
