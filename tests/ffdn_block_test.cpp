@@ -113,6 +113,9 @@ TEST(BlockEngineModulation, DrawsPhasesAndRatesFromTheSeed) {
               0);
     ASSERT_EQ(ffdn_block_n16_set_modulation(defaulted.get(), 8, kRate, 0, 0.3f, 9), 0);
     EXPECT_TRUE(compare::same_state(engine.record, defaulted.record));
+    EXPECT_EQ(engine->mod_depth, 8);
+    EXPECT_EQ(engine->mod_enabled, 1u);
+    EXPECT_TRUE(compare::same_array(engine->mod_base_delay, engine->line_delay));
 
     uint64_t x = 0xc0ffee5c00b1e000;
     const auto draw = [&x] {
