@@ -89,6 +89,10 @@ void reverb(Input& input) {
             const int32_t status = qv_reverb_set(rev, &params);
             FUZZ_REQUIRE(
                 !std::memcmp(&rev->params, status == 0 ? &params : &before, sizeof before));
+            for (const float value :
+                 {params.size, params.t60, params.t60_high, params.damp, params.mix, params.width,
+                  params.er_size, params.er_level, params.eq_low_db, params.eq_high_db})
+                FUZZ_REQUIRE(status == -1 || !std::isnan(value));
             break;
         }
         case 1: {
