@@ -14,6 +14,7 @@
 #include <brisel/fdn_delay_stage_ref.h>
 #include <brisel/ffdn_block.h>
 #include <brisel/ffdn_ref_n16.h>
+#include <brisel/fwht_ref.h>
 #include <brisel/kernels_avx2.h>
 
 #include <charconv>
@@ -428,6 +429,67 @@ std::string run_delay_kernels(uint64_t seed) {
 
 TEST(Differential, DelayKernelsEqualTheReferenceDelayStage) {
     for_each_seed(run_delay_kernels);
+}
+
+// ---- The stage delay kernel ---------------------------------------------------------------------
+
+// The reference's stage loop runs inside a whole step of the network. With main delays of one sample,
+// no decay and no input, a step turns what the lines hold into stage(H * lines) and nothing else; the
+// kernel gets H * lines. Stage delays are shorter than, equal to and longer than the block.
+std::string run_stage_kernel(uint64_t seed) {
+    Random random(seed);
+    const uint32_t n = random.integer(1, random.pick({8u, 40u, 200u}));
+    Delays delays, one, two;
+    one.fill(1);
+    two.fill(2);
+    for (int32_t& d : delays) {
+        const auto block = static_cast<int32_t>(n);
+        d = random.pick(
+            {0, 1, block, integer(random, 0, block), integer(random, block, 3 * block)});
+    }
+    delays[random.integer(0, BRISEL_LINES - 1)] = static_cast<int32_t>(n); // never all 0
+    ffdn_n16 f;
+    EXPECT_EQ(ffdn_n16_init(&f, one.data(), two.data(), 48000, 0.0f), 0);
+    EXPECT_EQ(ffdn_n16_set_post_delays(&f, delays.data(), 48000, 0.0f), 0);
+    std::fill_n(f.in_gain, BRISEL_LINES, -0.0f); // adding -0 keeps the sign of a zero
+
+    const auto size = static_cast<uint32_t>(f.stages[0].size);
+    compare::Guarded ring(size_t{BRISEL_LINES} * size, random.integer(0, 7));
+    uint32_t wpos = random.integer(0, size - 1);
+    f.stages[0].wpos = static_cast<int32_t>(wpos);
+    uint32_t kernel_delays[BRISEL_LINES];
+    std::ranges::copy(delays, kernel_delays);
+
+    Difference d;
+    for (int call = 0; d.empty() && call < 6; ++call) {
+        compare::Guarded block(BRISEL_LINES * n, random.integer(0, 7));
+        std::vector<float> expected(BRISEL_LINES * n);
+        std::vector<float> noise(BRISEL_LINES);
+        for (uint32_t t = 0; t < n; ++t) {
+            fill(noise, Sound::kNoise, random);
+            for (size_t i = 0; i < BRISEL_LINES; ++i) {
+                f.line_buf[i][(f.line_wpos[i] - 1) & 1] = noise[i];
+            }
+            ffdn_n16_process(&f, 0.0f);
+            fwht_ref_n16(noise.data());
+            for (size_t i = 0; i < BRISEL_LINES; ++i) {
+                block.data()[i * n + t] = noise[i];
+                expected[i * n + t] = f.line_buf[i][(f.line_wpos[i] - 1) & 1];
+            }
+        }
+        ffdn_postdelay_n16_avx2(block.data(), ring.data(), &wpos, size, kernel_delays, n);
+        d = differ("stage output", block.data(), expected.data(), expected.size());
+        if (d.empty()) d = differ("ring sample", ring.data(), f.stages[0].ring, ring.size());
+        if (d.empty()) d = unequal("wpos", static_cast<int32_t>(wpos), f.stages[0].wpos);
+        if (!ring.intact() || !block.intact()) d = "written outside a buffer";
+        if (!d.empty()) d += ", call " + std::to_string(call) + " of " + std::to_string(n);
+    }
+    ffdn_n16_free(&f);
+    return d;
+}
+
+TEST(Differential, StageKernelEqualsTheReferencesStageLoop) {
+    for_each_seed(run_stage_kernel);
 }
 
 // ---- Command line -------------------------------------------------------------------------------
