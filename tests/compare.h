@@ -92,6 +92,11 @@ inline std::vector<float> make(size_t count, Signal signal, Random& random) {
     return samples;
 }
 
+inline std::vector<float> noise(size_t count, uint64_t stream) {
+    Random random(stream);
+    return make(count, Signal::kNoise, random);
+}
+
 // `size` floats, `offset` floats behind a 32-byte boundary, between guard bands of a NaN that no
 // computation gives: a write outside shows in intact(), a read outside in the result.
 class Guarded {

@@ -6,10 +6,11 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
-#include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "tests/compare.h"
 
 namespace {
 
@@ -48,13 +49,7 @@ protected:
 // holds one part in N of the energy, where N is the number of frames in flight. The changes add up like
 // a random walk: after M transforms of frames to u * sqrt(M) / N. Six standard deviations are allowed.
 TEST_P(Losslessness, EnergyStaysForTenMinutes) {
-    std::mt19937 random(1);
-    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
-    std::vector<float> x(kBlock);
-    for (int block = 0; block < 50; ++block) {
-        for (float& v : x) v = uniform(random);
-        run(x, 1);
-    }
+    for (uint64_t block = 0; block < 50; ++block) run(compare::noise(kBlock, block), 1);
     const double start = ffdn_block_n16_state_energy(&e_);
     EXPECT_GT(start, 1.0);
 

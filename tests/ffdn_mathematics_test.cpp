@@ -12,27 +12,20 @@
 #include <complex>
 #include <numbers>
 #include <numeric>
-#include <random>
 #include <span>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "tests/compare.h"
 #include "tests/decay_time.h"
 
 namespace {
 
+using compare::noise;
 constexpr int32_t kRate = 48000;
 constexpr int32_t kBlock = 512;
 constexpr double kUnitRoundoff = 0x1p-24; // of a float, rounding to nearest
-
-std::vector<float> noise(size_t n, uint32_t seed) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
-    std::vector<float> x(n);
-    for (float& v : x) v = uniform(random);
-    return x;
-}
 
 double energy(std::span<const float> x) {
     return std::transform_reduce(x.begin(), x.end(), 0.0, std::plus<>(),

@@ -11,13 +11,15 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "tests/compare.h"
+
 namespace {
 
+using compare::noise;
 constexpr int32_t kRate = 48000;
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
@@ -26,14 +28,6 @@ using Delays = std::array<int32_t, BRISEL_LINES>;
 
 uint32_t bits(float x) {
     return std::bit_cast<uint32_t>(x);
-}
-
-std::vector<float> noise(size_t n, uint32_t seed) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
-    std::vector<float> x(n);
-    for (float& v : x) v = uniform(random);
-    return x;
 }
 
 Frame gains(uint32_t seed) {

@@ -5,10 +5,11 @@
 #include <array>
 #include <bit>
 #include <cmath>
-#include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "tests/compare.h"
 
 namespace {
 
@@ -46,11 +47,9 @@ TEST(FwhtRef, IsTheScaledHadamardMatrixInNaturalOrder) {
 }
 
 TEST(FwhtRef, AddsInTheOrderOfItsSpans) {
-    std::mt19937 random(1);
-    std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
-    for (int round = 0; round < 200; ++round) {
+    for (uint64_t round = 0; round < 200; ++round) {
         Frame input;
-        for (float& v : input) v = uniform(random);
+        std::ranges::copy(compare::noise(input.size(), round), input.begin());
         Frame sixteen = input, general = input, recursive = input;
         fwht_ref_n16(sixteen.data());
         fwht_ref(general.data(), 16);
