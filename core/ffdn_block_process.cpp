@@ -8,44 +8,45 @@
 #include "core/avx2/ffdn_fused_n16_avx2.h"
 #include "core/avx2/ffdn_generic_n16_avx2.h"
 #include "core/avx2/ffdn_modulation_n16_avx2.h"
+#include "core/avx2/main_lines.h"
 #include "core/avx2/runs.h"
 
 namespace {
 
 using brisel::BlockSignals;
-using brisel::overlong;
+using brisel::broadcast;
+using brisel::lanes;
+using brisel::load_lines;
 
 // What the lines' current delays mean for a block of n frames.
 struct DelayCheck {
-    bool too_short; // a line does not hold the block
-    bool overlong;  // a line needs the care described at brisel::overlong
+    bool too_short;    // a line does not hold the block
+    uint32_t overlong; // lines whose delay is longer than their ring, a bit each
 };
 
 DelayCheck check_delays(const ffdn_block_n16& e, uint32_t n) {
     // Delays and masks are below 2^31: signed comparisons will do.
-    const __m256i frames = _mm256_set1_epi32(static_cast<int32_t>(n));
-    const __m256i last_frame = _mm256_set1_epi32(static_cast<int32_t>(n - 1));
-    const __m256i one = _mm256_set1_epi32(1);
+    const __m256i frames = broadcast(n);
+    const __m256i last_frame = broadcast(n - 1);
     __m256i too_short = _mm256_setzero_si256();
-    __m256i overlong = _mm256_setzero_si256();
-    for (size_t line = 0; line < BRISEL_LINES; line += 8) {
-        const auto load = [&](const uint32_t* array) {
-            return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(array + line));
-        };
-        const __m256i delay = load(e.line_delay);
-        const __m256i mask = load(e.line_mask);
-        const __m256i size = _mm256_add_epi32(mask, one);
+    uint32_t overlong = 0;
+    for (uint32_t line = 0; line < BRISEL_LINES; line += 8) {
+        const __m256i delay = load_lines(e.line_delay + line);
+        const __m256i mask = load_lines(e.line_mask + line);
+        const __m256i size = _mm256_add_epi32(mask, broadcast(1));
         too_short = _mm256_or_si256(too_short, _mm256_cmpgt_epi32(frames, delay));
         // Modulation may stretch a delay beyond its ring; a block has to fit into both.
         too_short = _mm256_or_si256(too_short, _mm256_cmpgt_epi32(last_frame, mask));
-        overlong = _mm256_or_si256(overlong, _mm256_cmpgt_epi32(delay, size));
+        overlong |= lanes(_mm256_cmpgt_epi32(delay, size)) << line;
     }
-    return {!_mm256_testz_si256(too_short, too_short), !_mm256_testz_si256(overlong, overlong)};
+    return {!_mm256_testz_si256(too_short, too_short), overlong};
 }
 
-void read_overlong_lines(const ffdn_block_n16& e, uint32_t n) {
-    for (uint32_t line = 0; line < BRISEL_LINES; ++line) {
-        if (!overlong(e, line)) continue;
+// The masked read of such a line starts with the newest samples: it is read whole, into tap_block,
+// before anything is written.
+void read_overlong_lines(const ffdn_block_n16& e, uint32_t n, uint32_t overlong) {
+    for (; overlong != 0; overlong &= overlong - 1) {
+        const auto line = static_cast<uint32_t>(__builtin_ctz(overlong));
         const uint32_t start = (e.line_wpos[line] - e.line_delay[line]) & e.line_mask[line];
         brisel::copy_from_ring(e.tap_block + size_t{line} * n, e.ring + e.line_offset[line],
                                e.line_mask[line] + 1, start, n);
@@ -58,11 +59,11 @@ int32_t process(ffdn_block_n16& e, const BlockSignals& io, int32_t frames) {
     const auto n = static_cast<uint32_t>(frames);
     const DelayCheck delays = check_delays(e, n);
     if (delays.too_short) return -1;
-    if (delays.overlong) read_overlong_lines(e, n);
+    read_overlong_lines(e, n, delays.overlong);
     if (brisel::fused_loop_applies(e, io))
-        brisel::run_fused_loop(e, io, n);
+        brisel::run_fused_loop(e, io, n, delays.overlong);
     else
-        brisel::run_generic_loop(e, io, n);
+        brisel::run_generic_loop(e, io, n, delays.overlong);
     return 0;
 }
 

@@ -13,12 +13,6 @@ struct BlockSignals {
     float* y_right; // null: mono output
 };
 
-// Modulation can push a delay past its ring's length. The masked read of a block then starts with the
-// newest samples.
-inline bool overlong(const ffdn_block_n16& e, uint32_t line) {
-    return e.line_delay[line] > e.line_mask[line] + 1;
-}
-
 } // namespace brisel
 
 #endif

@@ -52,8 +52,7 @@ struct alignas(64) Workspace {
     float middle_line0[kMiddleRing];           // line 0 is not delayed and must not touch its rings
     float long_rows[BRISEL_LINES][kPiece];     // what stage 2 receives in this piece
     float filtered[2][2][8][8];                // of two tiles: [tile][lines 0-7, 8-15][frame][line]
-    float differences[8][8];             // the transform's lower half, while the upper one runs
-    float results[BRISEL_LINES][kPiece]; // what the main rings receive
+    float results[BRISEL_LINES][kPiece];       // what the main rings receive
     float in_gains[2][BRISEL_LINES][8];  // [side][line], broadcast; two lines are enough if the
     float out_gains[2][BRISEL_LINES][8]; // gains alternate
     const float* rows[BRISEL_LINES];     // where this piece's samples stand
@@ -63,8 +62,8 @@ struct alignas(64) Workspace {
 template <int K, bool kStereoIn, bool kAlternating>
 class FusedLoop {
 public:
-    FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n)
-        : e_(e), io_(io), n_(n), lines_(e, n) {}
+    FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong)
+        : e_(e), io_(io), n_(n), lines_(e, n, overlong) {}
 
     void run() {
         exchange_history<Direction::kTake>(0);
@@ -153,22 +152,14 @@ private:
     __attribute__((noinline)) void mix_out(uint32_t t0, uint32_t length) {
         broadcast_gains(ws_.out_gains, e_.out_left, e_.out_right);
         const float* gains = opaque(ws_.out_gains[0][0]);
-        const auto gain = [&](size_t side, size_t line) { return gain_of(gains, side, line); };
-        const __m256 direct_left = _mm256_set1_ps(e_.direct_left);
-        const __m256 direct_right = _mm256_set1_ps(e_.direct_right);
         uint32_t line_to_close = t0 > 0 ? 0 : BRISEL_LINES;
-        for (size_t p = 0; p < length; p += kTile) {
-            float* out = opaque(ws_.short_rows[0] + kShortRing + p);
-            const __m256 dry = _mm256_loadu_ps(io_.x_left + t0 + p);
-            __m256 left = _mm256_mul_ps(direct_left, dry);
-            __m256 right = _mm256_mul_ps(direct_right, dry);
-            mix_out_tile<true>(
-                left, right, [&](size_t i) { return ws_.rows[i] + p; }, gain,
-                opaque(ws_.differences[0]), [&](size_t i) { return out + i * kShortRow; });
-            _mm256_storeu_ps(io_.y_left + t0 + p, left);
-            _mm256_storeu_ps(io_.y_right + t0 + p, right);
-            if (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
-        }
+        mix_out_piece<true, kShortRow>(
+            ws_.rows, [&](size_t side, size_t line) { return gain_of(gains, side, line); },
+            {e_.direct_left, e_.direct_right}, io_.x_left + t0, io_.y_left + t0, io_.y_right + t0,
+            ws_.short_rows[0] + kShortRing, length,
+            [&] {
+                if (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
+            });
         while (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
     }
 
@@ -311,19 +302,19 @@ bool all_alternate(const ffdn_block_n16& e, bool stereo_in) {
 }
 
 template <int K, bool kStereoIn>
-void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
+void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
     if (all_alternate(e, kStereoIn))
-        FusedLoop<K, kStereoIn, true>(e, io, n).run();
+        FusedLoop<K, kStereoIn, true>(e, io, n, overlong).run();
     else
-        FusedLoop<K, kStereoIn, false>(e, io, n).run();
+        FusedLoop<K, kStereoIn, false>(e, io, n, overlong).run();
 }
 
 template <int K>
-void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
+void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
     if (io.x_right)
-        run<K, true>(e, io, n);
+        run<K, true>(e, io, n, overlong);
     else
-        run<K, false>(e, io, n);
+        run<K, false>(e, io, n, overlong);
 }
 
 } // namespace
@@ -335,16 +326,16 @@ bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io) {
     return aligned_positions(e);
 }
 
-void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
+void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
     switch (e.stage_count) {
     case 1:
-        run<1>(e, io, n);
+        run<1>(e, io, n, overlong);
         break;
     case 2:
-        run<2>(e, io, n);
+        run<2>(e, io, n, overlong);
         break;
     default:
-        run<3>(e, io, n);
+        run<3>(e, io, n, overlong);
         break;
     }
 }

@@ -12,9 +12,8 @@ namespace brisel {
 // stereo output.
 bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io);
 
-// Renders n frames, a positive multiple of 8, at most every line's delay. Lines whose modulated delay
-// exceeds their ring stand in tap_block already, n samples a row (see the caller).
-void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n);
+// Renders n frames, a positive multiple of 8, at most every line's delay. `overlong`: see MainLines.
+void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong);
 
 } // namespace brisel
 

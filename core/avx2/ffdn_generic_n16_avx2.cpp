@@ -34,7 +34,6 @@ constexpr size_t kRow = 2 * kPiece + 16;
 struct alignas(64) Workspace {
     float rows[2][BRISEL_LINES][kRow];
     float filtered[2][2][8][8];         // of two tiles: [tile][lines 0-7, 8-15][frame][line]
-    float differences[8][8];            // see mix_out_tile
     float in_gains[2][BRISEL_LINES][8]; // [side][line], broadcast
     float out_gains[2][BRISEL_LINES][8];
     const float* delayed[BRISEL_LINES]; // what the next pass reads
@@ -44,8 +43,8 @@ struct alignas(64) Workspace {
 template <bool kStereoOut, bool kStereoIn, bool kTwoBand>
 class GenericLoop {
 public:
-    GenericLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n)
-        : e_(e), io_(io), n_(n), lines_(e, n) {
+    GenericLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong)
+        : e_(e), io_(io), n_(n), lines_(e, n, overlong) {
         broadcast_gains(ws_.out_gains[0], kStereoOut ? e.out_left : e.out_gain);
         if (kStereoOut) broadcast_gains(ws_.out_gains[1], e.out_right);
         broadcast_gains(ws_.in_gains[0], kStereoIn ? e.in_left : e.in_gain);
@@ -92,23 +91,11 @@ private:
     // A.
     __attribute__((noinline)) void mix_out(uint32_t t, uint32_t length) {
         const float* gains = opaque(ws_.out_gains[0][0]);
-        const __m256 direct_left = _mm256_set1_ps(kStereoOut ? e_.direct_left : e_.direct_gain);
-        const __m256 direct_right = _mm256_set1_ps(e_.direct_right);
-        const float* x = io_.x_left + t;
-        float* y_left = io_.y_left + t;
-        float* y_right = kStereoOut ? io_.y_right + t : nullptr;
-        for (size_t p = 0; p < length; p += kTile) {
-            float* out = opaque(front_[0] + kPiece + p);
-            const __m256 dry = _mm256_loadu_ps(x + p);
-            __m256 left = _mm256_mul_ps(direct_left, dry);
-            __m256 right = _mm256_mul_ps(direct_right, dry);
-            mix_out_tile<kStereoOut>(
-                left, right, [&](size_t i) { return ws_.delayed[i] + p; },
-                [&](size_t side, size_t line) { return gain_of(gains, side, line); },
-                opaque(ws_.differences[0]), [&](size_t i) { return out + i * kRow; });
-            _mm256_storeu_ps(y_left + p, left);
-            if (kStereoOut) _mm256_storeu_ps(y_right + p, right);
-        }
+        mix_out_piece<kStereoOut, kRow>(
+            ws_.delayed, [&](size_t side, size_t line) { return gain_of(gains, side, line); },
+            {kStereoOut ? e_.direct_left : e_.direct_gain, e_.direct_right}, io_.x_left + t,
+            io_.y_left + t, kStereoOut ? io_.y_right + t : nullptr, front_[0] + kPiece, length,
+            [] {});
     }
 
     // B.
@@ -231,22 +218,22 @@ private:
 };
 
 template <bool kStereoOut, bool kStereoIn>
-void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
+void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
     if (e.two_band)
-        GenericLoop<kStereoOut, kStereoIn, true>(e, io, n).run();
+        GenericLoop<kStereoOut, kStereoIn, true>(e, io, n, overlong).run();
     else
-        GenericLoop<kStereoOut, kStereoIn, false>(e, io, n).run();
+        GenericLoop<kStereoOut, kStereoIn, false>(e, io, n, overlong).run();
 }
 
 } // namespace
 
-void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n) {
+void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
     if (!io.y_right)
-        run<false, false>(e, io, n);
+        run<false, false>(e, io, n, overlong);
     else if (io.x_right)
-        run<true, true>(e, io, n);
+        run<true, true>(e, io, n, overlong);
     else
-        run<true, false>(e, io, n);
+        run<true, false>(e, io, n, overlong);
 }
 
 } // namespace brisel

@@ -24,13 +24,21 @@ inline void fwht_lower_passes(__m256 (&x)[8]) {
 }
 
 // What is left of a transform behind its first pass, on the eight sums or the eight differences:
-// `row(i)` gives the address of their i-th row.
-template <typename Row>
-inline void fwht_finish_half(__m256 (&x)[8], Row row) {
+// `row(i)` gives the address of their i-th row. `between(i)` is work of the caller's behind the i-th.
+template <typename Row, typename Between>
+inline void fwht_finish_half(__m256 (&x)[8], Row row, Between between) {
     const __m256 quarter = _mm256_set1_ps(0.25f);
     fwht_lower_passes(x);
 #pragma GCC unroll 8
-    for (size_t i = 0; i < 8; ++i) _mm256_storeu_ps(row(i), _mm256_mul_ps(x[i], quarter));
+    for (size_t i = 0; i < 8; ++i) {
+        _mm256_storeu_ps(row(i), _mm256_mul_ps(x[i], quarter));
+        between(i);
+    }
+}
+
+template <typename Row>
+inline void fwht_finish_half(__m256 (&x)[8], Row row) {
+    fwht_finish_half(x, row, [](size_t) {});
 }
 
 // A tile from 16 rows to 16 others. The first pass reads its rows twice, so that eight registers do.

@@ -24,15 +24,12 @@ inline uint32_t lanes(__m256i condition) {
 }
 
 // The lines during one block of n frames. They move on at the end, by advance(); until then a piece
-// names the frame t at which it starts.
+// names the frame t at which it starts. `overlong` names the lines, a bit each, that stand in tap_block
+// already, n samples a row.
 class MainLines {
 public:
-    MainLines(ffdn_block_n16& e, uint32_t n) : e_(e), n_(n) {
-        for (size_t first = 0; first < BRISEL_LINES; first += 8) {
-            const __m256i size = _mm256_add_epi32(load_lines(e.line_mask + first), broadcast(1));
-            overlong_ |= lanes(_mm256_cmpgt_epi32(load_lines(e.line_delay + first), size)) << first;
-        }
-    }
+    MainLines(ffdn_block_n16& e, uint32_t n, uint32_t overlong)
+        : e_(e), n_(n), overlong_(overlong) {}
 
     // The addresses of the `length` delayed samples of each line: in its ring or, where they cross the
     // ring's seam, in a copy.
@@ -90,10 +87,10 @@ private:
         return crossing;
     }
 
-    // Overlong lines stand in tap_block already, the whole block; others are copied to work_block.
+    // Overlong lines have one for the whole block; others are copied to work_block.
     __attribute__((noinline)) const float* copy_of_row(uint32_t line, uint32_t t,
                                                        uint32_t length) const {
-        if (overlong(e_, line)) return e_.tap_block + size_t{line} * n_ + t;
+        if (overlong_ >> line & 1) return e_.tap_block + size_t{line} * n_ + t;
         const uint32_t mask = e_.line_mask[line];
         float* row = e_.work_block + size_t{line} * length;
         copy_from_ring(row, e_.ring + e_.line_offset[line], mask + 1,
@@ -103,7 +100,7 @@ private:
 
     ffdn_block_n16& e_;
     const uint32_t n_;
-    uint32_t overlong_ = 0; // lines, a bit each
+    const uint32_t overlong_;
 };
 
 } // namespace brisel

@@ -28,11 +28,13 @@ inline void copy_run(float* to, const float* from, uint32_t count) {
 }
 
 // A run of whole vectors: `count` is a multiple of eight.
-inline void copy_vectors(float* to, const float* from, uint32_t count) {
-    for (; count >= 64; count -= 64, to += 64, from += 64)
+inline __attribute__((always_inline)) void copy_vectors(float* to, const float* from,
+                                                        size_t count) {
+    size_t t = 0;
+    for (; t + 64 <= count; t += 64)
 #pragma GCC unroll 8
-        for (size_t t = 0; t < 64; t += 8) _mm256_storeu_ps(to + t, _mm256_loadu_ps(from + t));
-    for (; count > 0; count -= 8, to += 8, from += 8) _mm256_storeu_ps(to, _mm256_loadu_ps(from));
+        for (size_t k = t; k < t + 64; k += 8) _mm256_storeu_ps(to + k, _mm256_loadu_ps(from + k));
+    for (; t < count; t += 8) _mm256_storeu_ps(to + t, _mm256_loadu_ps(from + t));
 }
 
 // `count` samples out of a ring, from index `start` on; count <= size.

@@ -21,30 +21,59 @@ inline T* opaque(T* pointer) {
     return pointer;
 }
 
-// Adds the lines to the output sums, in line order, and transforms them. The transform's differences
-// wait in `scratch`, 8 x 8 floats, while its sums are finished.
-template <bool kStereo, typename Row, typename Gain, typename Out>
-inline __attribute__((always_inline)) void mix_out_tile(__m256& left, __m256& right, Row row,
-                                                        Gain gain, float* scratch, Out out) {
-    __m256 x[8];
+// A piece's output sums and its transform: rows in, rows of kOutRow floats out.
+//
+// A sum takes its lines in their order, as 16 operations that wait for each other. Its first half is
+// computed a tile ahead, between the transform's stores, so that two tiles' sums run at a time.
+// `after_tile()` is work of the caller's.
+template <bool kStereo, size_t kOutRow, typename Gain, typename AfterTile>
+inline __attribute__((always_inline)) void
+mix_out_piece(const float* const* rows, Gain gain, const float (&direct)[2], const float* x,
+              float* y_left, float* y_right, float* out, size_t length, AfterTile after_tile) {
+    alignas(32) float differences[8][8]; // wait here while the transform's sums are finished
+    const __m256 direct_left = _mm256_set1_ps(direct[0]);
+    const __m256 direct_right = _mm256_set1_ps(direct[1]);
+    __m256 left;
+    __m256 right;
+    const auto begin_sums = [&](size_t p) {
+        const __m256 dry = _mm256_loadu_ps(x + p);
+        left = _mm256_mul_ps(direct_left, dry);
+        right = _mm256_mul_ps(direct_right, dry);
+    };
+    const auto add_line = [&](size_t line, __m256 s) {
+        left = _mm256_fmadd_ps(gain(0, line), s, left);
+        if (kStereo) right = _mm256_fmadd_ps(gain(1, line), s, right);
+    };
+    begin_sums(0);
 #pragma GCC unroll 8
-    for (size_t i = 0; i < 8; ++i) {
-        x[i] = _mm256_loadu_ps(row(i));
-        left = _mm256_fmadd_ps(gain(0, i), x[i], left);
-        if (kStereo) right = _mm256_fmadd_ps(gain(1, i), x[i], right);
+    for (size_t i = 0; i < 8; ++i) add_line(i, _mm256_loadu_ps(rows[i]));
+
+    for (size_t p = 0; p < length; p += 8) {
+        float* to = opaque(out + p);
+        float* scratch = opaque(differences[0]);
+        __m256 sums[8];
+#pragma GCC unroll 8
+        for (size_t i = 0; i < 8; ++i) {
+            const __m256 first = _mm256_loadu_ps(rows[i] + p);
+            const __m256 second = _mm256_loadu_ps(rows[i + 8] + p);
+            add_line(i + 8, second);
+            _mm256_store_ps(scratch + 8 * i, _mm256_sub_ps(first, second));
+            sums[i] = _mm256_add_ps(first, second);
+        }
+        _mm256_storeu_ps(y_left + p, left);
+        if (kStereo) _mm256_storeu_ps(y_right + p, right);
+
+        const size_t next = p + 8 < length ? p + 8 : p; // behind the last tile, to no end
+        begin_sums(next);
+        fwht_finish_half(
+            sums, [&](size_t i) { return to + i * kOutRow; },
+            [&](size_t i) { add_line(i, _mm256_loadu_ps(rows[i] + next)); });
+        __m256 waiting[8];
+#pragma GCC unroll 8
+        for (size_t i = 0; i < 8; ++i) waiting[i] = _mm256_load_ps(scratch + 8 * i);
+        fwht_finish_half(waiting, [&](size_t i) { return to + (i + 8) * kOutRow; });
+        after_tile();
     }
-#pragma GCC unroll 8
-    for (size_t i = 0; i < 8; ++i) {
-        const __m256 s = _mm256_loadu_ps(row(i + 8));
-        left = _mm256_fmadd_ps(gain(0, i + 8), s, left);
-        if (kStereo) right = _mm256_fmadd_ps(gain(1, i + 8), s, right);
-        _mm256_store_ps(scratch + 8 * i, _mm256_sub_ps(x[i], s));
-        x[i] = _mm256_add_ps(x[i], s);
-    }
-    fwht_finish_half(x, out);
-#pragma GCC unroll 8
-    for (size_t i = 0; i < 8; ++i) x[i] = _mm256_load_ps(scratch + 8 * i);
-    fwht_finish_half(x, [&](size_t i) { return out(i + 8); });
 }
 
 // Two-band filter, frame by frame in the transposed tile: filtered[lines 0-7, 8-15][frame][line].
@@ -76,10 +105,12 @@ inline __attribute__((always_inline)) void inject_tile(const float* filtered, __
         __m256 m[8];
         load_transposed8(m, [&](size_t f) { return filtered + 64 * g + 8 * f; });
 #pragma GCC unroll 8
-        for (size_t i = 0; i < 8; ++i) {
-            __m256 v = _mm256_fmadd_ps(gain(0, 8 * g + i), left, m[i]);
-            if (kStereo) v = _mm256_fmadd_ps(gain(1, 8 * g + i), right, v);
-            _mm256_storeu_ps(out(8 * g + i), v);
+        for (size_t k = 0; k < 8; ++k) {
+            const size_t i = k / 2 + k % 2 * 4; // as the transposition delivers them
+            const size_t line = 8 * g + i;
+            __m256 v = _mm256_fmadd_ps(gain(0, line), left, m[i]);
+            if (kStereo) v = _mm256_fmadd_ps(gain(1, line), right, v);
+            _mm256_storeu_ps(out(line), v);
         }
     }
 }
