@@ -127,13 +127,13 @@ TEST(ReverbProcess, EqualsTheDefinitionWithLongBlocksUntilTheTailIsGone) {
 
 TEST(ReverbProcess, RefusalsWriteAndChangeNothing) {
     const Reverb rev = create(48000, 256), untouched = create(48000, 256);
-    std::vector<float> in(272, 0.5f), out(272, 7.0f);
+    std::vector<float> in(4096, 0.5f), out(4096, 7.0f);
     for (const Reverb* r : {&rev, &untouched}) {
         std::vector<float> warm(256);
         ASSERT_EQ(qv_reverb_process(r->get(), in.data(), in.data(), warm.data(), warm.data(), 256),
                   0);
     }
-    for (int32_t frames : {-8, 0, 4, 12, 255, 264}) {
+    for (int32_t frames : {-8, 0, 4, 12, 255, 264, 4096}) {
         EXPECT_EQ(
             qv_reverb_process(rev.get(), in.data(), in.data(), out.data(), out.data(), frames), -1)
             << frames;
@@ -146,7 +146,7 @@ TEST(ReverbProcess, RefusalsWriteAndChangeNothing) {
     EXPECT_EQ(qv_reverb_flush(rev.get(), out.data(), out.data(), 0), -1);
     EXPECT_EQ(qv_reverb_flush(rev.get(), out.data(), out.data(), -1), -1);
     EXPECT_EQ(qv_reverb_flush(rev.get(), out.data(), out.data(), 7), 0);
-    EXPECT_EQ(out, std::vector<float>(272, 7.0f));
+    EXPECT_EQ(out, std::vector<float>(4096, 7.0f));
     EXPECT_TRUE(same_reverb(*rev, *untouched));
 }
 
