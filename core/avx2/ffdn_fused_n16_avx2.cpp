@@ -76,7 +76,7 @@ public:
             feed_back(t, length);
             find_homes(t, length);
         }
-        for (uint32_t line = 0; line < BRISEL_LINES; ++line) close_row(line, n_ - length, length);
+        close_piece(n_ - length, length);
         advance();
         exchange_history<Direction::kGive>(length);
     }
@@ -125,6 +125,19 @@ private:
         if (K == 3 && line > 0)
             write_across_seam(e_.stages[2].ring + size_t{line} * kLongRing, kLongRing - 1,
                               e_.stages[2].wpos + t, ws_.long_rows[line], length);
+    }
+
+    // Straight code for the usual lengths, 2 % of the time of a block of 64 frames.
+    void close_piece(uint32_t t, uint32_t length) {
+        const auto close_rows = [&](uint32_t n) __attribute__((always_inline)) {
+            for (uint32_t line = 0; line < BRISEL_LINES; ++line) close_row(line, t, n);
+        };
+        if (length == kPiece)
+            close_rows(kPiece);
+        else if (length == kPiece / 2)
+            close_rows(kPiece / 2);
+        else
+            close_rows(length);
     }
 
     static void write_across_seam(float* ring, uint32_t mask, uint32_t position, const float* row,
