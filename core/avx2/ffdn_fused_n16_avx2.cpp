@@ -56,7 +56,7 @@ struct alignas(64) Workspace {
     float in_gains[2][BRISEL_LINES][8];  // [side][line], broadcast; two lines are enough if the
     float out_gains[2][BRISEL_LINES][8]; // gains alternate
     const float* rows[BRISEL_LINES];     // where this piece's samples stand
-    float* homes[BRISEL_LINES];          // where its results go
+    float* homes[2][BRISEL_LINES];       // where its results go
 };
 
 template <int K, bool kStereoIn, bool kAlternating>
@@ -72,9 +72,11 @@ public:
             length = std::min(kPiece, n_ - t);
             if (t > 0) keep_history();
             lines_.find_delayed(ws_.rows, t, length);
-            mix_out(t, length);
+            const uint32_t crossing = lines_.find_homes(ws_.homes[1], t, length);
+            lines_.far() ? mix_out<true>(t, length) : mix_out<false>(t, length);
             feed_back(t, length);
-            find_homes(t, length);
+            std::copy_n(ws_.homes[1], BRISEL_LINES, ws_.homes[0]);
+            close_crossing_rows(crossing, t, length);
         }
         close_piece(n_ - length, length);
         advance();
@@ -106,14 +108,12 @@ private:
         for (auto& row : ws_.short_rows) copy_vectors(row, row + kPiece, kShortRing);
     }
 
-    // Finds where the results of the piece at `t` go. The few rows that cross a seam go there at once,
-    // and stay where they are when their turn comes.
-    void find_homes(uint32_t t, uint32_t length) {
-        uint32_t crossing = lines_.find_homes(ws_.homes, t, length);
+    // The few rows that cross a seam go home at once, and stay where they are when their turn comes.
+    void close_crossing_rows(uint32_t crossing, uint32_t t, uint32_t length) {
         for (; crossing != 0; crossing &= crossing - 1) {
             const auto line = static_cast<uint32_t>(__builtin_ctz(crossing));
             lines_.write(line, ws_.results[line], t, length);
-            ws_.homes[line] = ws_.results[line];
+            ws_.homes[0][line] = ws_.results[line];
         }
     }
 
@@ -121,7 +121,7 @@ private:
     // positions and lengths are multiples of eight.
     inline __attribute__((always_inline)) void close_row(uint32_t line, uint32_t t,
                                                          uint32_t length) {
-        copy_vectors(ws_.homes[line], ws_.results[line], length);
+        copy_vectors(ws_.homes[0][line], ws_.results[line], length);
         if (K == 3 && line > 0)
             write_across_seam(e_.stages[2].ring + size_t{line} * kLongRing, kLongRing - 1,
                               e_.stages[2].wpos + t, ws_.long_rows[line], length);
@@ -162,6 +162,7 @@ private:
 
     // A. Meanwhile the piece before goes home, a row a tile, so that its cache misses overlap with
     // arithmetic.
+    template <bool kFar>
     __attribute__((noinline)) void mix_out(uint32_t t0, uint32_t length) {
         broadcast_gains(ws_.out_gains, e_.out_left, e_.out_right);
         const float* gains = opaque(ws_.out_gains[0][0]);
@@ -170,7 +171,11 @@ private:
             ws_.rows, [&](size_t side, size_t line) { return gain_of(gains, side, line); },
             {e_.direct_left, e_.direct_right}, io_.x_left + t0, io_.y_left + t0, io_.y_right + t0,
             ws_.short_rows[0] + kShortRing, length,
-            [&] {
+            [&](size_t p) {
+                if (kFar) {
+                    MainLines::fetch_ahead(ws_.rows, p);
+                    MainLines::fetch_ahead(ws_.homes[1], p);
+                }
                 if (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
             });
         while (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);

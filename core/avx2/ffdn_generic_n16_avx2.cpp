@@ -91,11 +91,14 @@ private:
     // A.
     __attribute__((noinline)) void mix_out(uint32_t t, uint32_t length) {
         const float* gains = opaque(ws_.out_gains[0][0]);
+        const bool far = lines_.far();
         mix_out_piece<kStereoOut, kRow>(
             ws_.delayed, [&](size_t side, size_t line) { return gain_of(gains, side, line); },
             {kStereoOut ? e_.direct_left : e_.direct_gain, e_.direct_right}, io_.x_left + t,
             io_.y_left + t, kStereoOut ? io_.y_right + t : nullptr, front_[0] + kPiece, length,
-            [] {});
+            [&](size_t p) {
+                if (far) MainLines::fetch_ahead(ws_.delayed, p);
+            });
     }
 
     // B.

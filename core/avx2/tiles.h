@@ -25,7 +25,7 @@ inline T* opaque(T* pointer) {
 //
 // A sum takes its lines in their order, as 16 operations that wait for each other. Its first half is
 // computed a tile ahead, between the transform's stores, so that two tiles' sums run at a time.
-// `after_tile()` is work of the caller's.
+// `after_tile(p)` is work of the caller's behind the tile at p.
 template <bool kStereo, size_t kOutRow, typename Gain, typename AfterTile>
 inline __attribute__((always_inline)) void
 mix_out_piece(const float* const* rows, Gain gain, const float (&direct)[2], const float* x,
@@ -72,7 +72,7 @@ mix_out_piece(const float* const* rows, Gain gain, const float (&direct)[2], con
 #pragma GCC unroll 8
         for (size_t i = 0; i < 8; ++i) waiting[i] = _mm256_load_ps(scratch + 8 * i);
         fwht_finish_half(waiting, [&](size_t i) { return to + (i + 8) * kOutRow; });
-        after_tile();
+        after_tile(p);
     }
 }
 
