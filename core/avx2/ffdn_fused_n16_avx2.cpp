@@ -56,7 +56,8 @@ struct alignas(64) Workspace {
     float in_gains[2][BRISEL_LINES][8];  // [side][line], broadcast; two lines are enough if the
     float out_gains[2][BRISEL_LINES][8]; // gains alternate
     const float* rows[BRISEL_LINES];     // where this piece's samples stand
-    float* homes[2][BRISEL_LINES];       // where its results go
+    float* next_homes[BRISEL_LINES];     // where its results will go
+    float* homes[BRISEL_LINES];          // where the results that are there go
 };
 
 template <int K, bool kStereoIn, bool kAlternating>
@@ -72,10 +73,10 @@ public:
             length = std::min(kPiece, n_ - t);
             if (t > 0) keep_history();
             lines_.find_delayed(ws_.rows, t, length);
-            const uint32_t crossing = lines_.find_homes(ws_.homes[1], t, length);
+            const uint32_t crossing = lines_.find_homes(ws_.next_homes, t, length);
             lines_.far() ? mix_out<true>(t, length) : mix_out<false>(t, length);
             feed_back(t, length);
-            std::copy_n(ws_.homes[1], BRISEL_LINES, ws_.homes[0]);
+            std::copy_n(ws_.next_homes, BRISEL_LINES, ws_.homes);
             close_crossing_rows(crossing, t, length);
         }
         close_piece(n_ - length, length);
@@ -113,7 +114,7 @@ private:
         for (; crossing != 0; crossing &= crossing - 1) {
             const auto line = static_cast<uint32_t>(__builtin_ctz(crossing));
             lines_.write(line, ws_.results[line], t, length);
-            ws_.homes[0][line] = ws_.results[line];
+            ws_.homes[line] = ws_.results[line];
         }
     }
 
@@ -121,7 +122,7 @@ private:
     // positions and lengths are multiples of eight.
     inline __attribute__((always_inline)) void close_row(uint32_t line, uint32_t t,
                                                          uint32_t length) {
-        copy_vectors(ws_.homes[0][line], ws_.results[line], length);
+        copy_vectors(ws_.homes[line], ws_.results[line], length);
         if (K == 3 && line > 0)
             write_across_seam(e_.stages[2].ring + size_t{line} * kLongRing, kLongRing - 1,
                               e_.stages[2].wpos + t, ws_.long_rows[line], length);
@@ -174,7 +175,7 @@ private:
             [&](size_t p) {
                 if (kFar) {
                     MainLines::fetch_ahead(ws_.rows, p);
-                    MainLines::fetch_ahead(ws_.homes[1], p);
+                    MainLines::fetch_ahead(ws_.next_homes, p);
                 }
                 if (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
             });

@@ -51,15 +51,14 @@ public:
     // write: a block takes 1.2 to 1.5 times as long unless fetch_ahead helps.
     bool far() const { return e_.ring_len >= 1u << 20; }
 
-    // Asks for half of the lines' samples some tiles behind tile p of `rows`, for the other half at the
-    // next tile: two tiles share a cache line. A line that will be written is fetched first, too.
+    // Asks for what lies 192 frames behind tile p of `rows`: for half of the lines, since two tiles share
+    // a cache line, and the other half's turn is the next tile. Lines to be written are fetched, too. A
+    // few tiles at a time: all of a piece at once is no help.
     static inline __attribute__((always_inline)) void fetch_ahead(const float* const* rows,
                                                                   size_t p) {
-        constexpr size_t kAhead = 96; // frames
 #pragma GCC unroll 8
         for (size_t k = 0; k < 8; ++k)
-            _mm_prefetch(reinterpret_cast<const char*>(rows[(p & 8) + k] + p + kAhead),
-                         _MM_HINT_T1);
+            _mm_prefetch(reinterpret_cast<const char*>(rows[(p & 8) + k] + p + 192), _MM_HINT_T1);
     }
 
     // New samples, for a line that crosses its seam.
