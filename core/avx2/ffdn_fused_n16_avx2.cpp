@@ -13,6 +13,8 @@
 //   C   the last stage's delays; transposition; two-band filter, frame by frame
 //   D   transposition back; injection
 //
+// With broadband decay C and D are one step without transpositions.
+//
 // What makes it fast, beside the kernels' own work:
 //   - A block's samples pass through the first-level cache only: A reads the main rings in place, and
 //     the results go back in runs of 128 samples. All 16 write positions are equal modulo 4 KiB, that
@@ -60,7 +62,7 @@ struct alignas(64) Workspace {
     float* homes[BRISEL_LINES];          // where the results that are there go
 };
 
-template <int K, bool kStereoIn, bool kAlternating>
+template <int K, bool kTwoBand, bool kStereoIn, bool kAlternating>
 class FusedLoop {
 public:
     FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong)
@@ -199,13 +201,19 @@ private:
                           e_.stages[1].wpos + t0, e_.stages[2].wpos + t0,
                           io_.x_left + t0,        kStereoIn ? io_.x_right + t0 : nullptr};
         broadcast_gains(ws_.in_gains, kStereoIn ? e_.in_left : e_.in_gain, e_.in_right);
+        if (!kTwoBand) {
+            for (uint32_t p = 0; p < length; p += kTile) {
+                into_last_stage(piece, p);
+                decay(piece, p);
+            }
+            return;
+        }
         __m256 memory[2] = {_mm256_loadu_ps(e_.shelf_state), _mm256_loadu_ps(e_.shelf_state + 8)};
         float* now = ws_.filtered[0][0][0];
         float* before = ws_.filtered[1][0][0];
         uint32_t p = 0;
         for (; p < length; p += kTile) {
-            if (K >= 2) into_middle(piece, p);
-            if (K >= 3) into_long(piece, p);
+            into_last_stage(piece, p);
             if (p > 0) inject(piece, before, p - kTile);
             filter(piece, now, p, memory);
             std::swap(now, before);
@@ -213,6 +221,12 @@ private:
         inject(piece, before, p - kTile);
         _mm256_storeu_ps(e_.shelf_state, memory[0]);
         _mm256_storeu_ps(e_.shelf_state + 8, memory[1]);
+    }
+
+    // B and B2, as far as there are such stages.
+    inline __attribute__((always_inline)) void into_last_stage(const Piece& piece, uint32_t p) {
+        if (K >= 2) into_middle(piece, p);
+        if (K >= 3) into_long(piece, p);
     }
 
     // Stage 0's output for line i stands i samples back.
@@ -251,14 +265,19 @@ private:
         return i == 0 ? ws_.long_rows[0] + p : piece.far + i * kLongRing + r;
     }
 
+    // The last stage's output.
+    inline __attribute__((always_inline)) const float* last_row(const Piece& piece, size_t line,
+                                                                uint32_t p) const {
+        return K == 1   ? short_row(line, p)
+               : K == 2 ? middle_row(piece, line, p)
+                        : long_row(piece, line, p);
+    }
+
     // C.
     inline __attribute__((always_inline)) void filter(const Piece& piece, float* filtered,
                                                       uint32_t p, __m256 (&memory)[2]) {
-        filter_tile(filtered, e_.shelf_b0, memory, [&](size_t line) {
-            return K == 1   ? short_row(line, p)
-                   : K == 2 ? middle_row(piece, line, p)
-                            : long_row(piece, line, p);
-        });
+        filter_tile(filtered, e_.shelf_b0, memory,
+                    [&](size_t line) { return last_row(piece, line, p); });
     }
 
     // D. The gains come from memory, where a fused operation takes them for nothing: in registers they
@@ -267,11 +286,25 @@ private:
                                                       uint32_t p) {
         float* out = opaque(ws_.results[0] + p);
         const float* gains = opaque(ws_.in_gains[0][0]);
-        const auto gain = [&](size_t side, size_t line) { return gain_of(gains, side, line); };
-        const __m256 left = _mm256_loadu_ps(piece.x_left + p);
-        const __m256 right = kStereoIn ? _mm256_loadu_ps(piece.x_right + p) : left;
-        inject_tile<kStereoIn>(filtered, left, right, gain,
-                               [&](size_t line) { return out + line * kPiece; });
+        inject_tile<kStereoIn>(
+            filtered, _mm256_loadu_ps(piece.x_left + p), right_input(piece, p),
+            [&](size_t side, size_t line) { return gain_of(gains, side, line); },
+            [&](size_t line) { return out + line * kPiece; });
+    }
+
+    // C and D with broadband decay.
+    inline __attribute__((always_inline)) void decay(const Piece& piece, uint32_t p) {
+        float* out = opaque(ws_.results[0] + p);
+        const float* gains = opaque(ws_.in_gains[0][0]);
+        decay_tile<kStereoIn>(
+            e_.decay_gain, _mm256_loadu_ps(piece.x_left + p), right_input(piece, p),
+            [&](size_t line) { return last_row(piece, line, p); },
+            [&](size_t side, size_t line) { return gain_of(gains, side, line); },
+            [&](size_t line) { return out + line * kPiece; });
+    }
+
+    static __m256 right_input(const Piece& piece, uint32_t p) {
+        return kStereoIn ? _mm256_loadu_ps(piece.x_right + p) : _mm256_setzero_ps();
     }
 
     void advance() {
@@ -320,17 +353,25 @@ bool all_alternate(const ffdn_block_n16& e, bool stereo_in) {
            (stereo_in ? alternates(e.in_left) && alternates(e.in_right) : alternates(e.in_gain));
 }
 
-template <int K, bool kStereoIn>
+template <int K, bool kTwoBand, bool kStereoIn>
 void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
     if (all_alternate(e, kStereoIn))
-        FusedLoop<K, kStereoIn, true>(e, io, n, overlong).run();
+        FusedLoop<K, kTwoBand, kStereoIn, true>(e, io, n, overlong).run();
     else
-        FusedLoop<K, kStereoIn, false>(e, io, n, overlong).run();
+        FusedLoop<K, kTwoBand, kStereoIn, false>(e, io, n, overlong).run();
+}
+
+template <int K, bool kTwoBand>
+void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
+    if (io.x_right)
+        run<K, kTwoBand, true>(e, io, n, overlong);
+    else
+        run<K, kTwoBand, false>(e, io, n, overlong);
 }
 
 template <int K>
 void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
-    if (io.x_right)
+    if (e.two_band)
         run<K, true>(e, io, n, overlong);
     else
         run<K, false>(e, io, n, overlong);
@@ -339,7 +380,7 @@ void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlon
 } // namespace
 
 bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io) {
-    if (!e.two_band || e.stage_count < 1 || !io.y_right) return false;
+    if (e.stage_count < 1 || !io.y_right) return false;
     for (int s = 0; s < e.stage_count; ++s)
         if (!default_stage(e.stages[s], s)) return false;
     return aligned_positions(e);

@@ -1,6 +1,5 @@
 // The feedback loop of a whole block in one function, for the shapes that a reverb runs all the time.
-// It computes the same bits as the sequence of kernels in core/ffdn_block_process.cpp, which serves
-// every other shape.
+// It computes the same bits as the generic loop, which serves every other shape.
 #ifndef BRISEL_CORE_AVX2_FFDN_FUSED_N16_AVX2_H
 #define BRISEL_CORE_AVX2_FFDN_FUSED_N16_AVX2_H
 
@@ -8,8 +7,7 @@
 
 namespace brisel {
 
-// Whether the engine has such a shape: one to three stages of the default cascade, two-band decay,
-// stereo output.
+// Whether the engine has such a shape: one to three stages of the default cascade, stereo output.
 bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io);
 
 // Renders n frames, a positive multiple of 8, at most every line's delay. `overlong`: see MainLines.

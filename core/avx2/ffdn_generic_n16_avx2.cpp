@@ -184,18 +184,15 @@ private:
     }
 
     void feed_back_one_band(const float* x_left, const float* x_right, uint32_t length) {
-        for (size_t line = 0; line < BRISEL_LINES; ++line) {
-            const __m256 decay = _mm256_set1_ps(e_.decay_gain[line]);
-            const __m256 left = gain_of(ws_.in_gains[0][0], 0, line);
-            const __m256 right = kStereoIn ? gain_of(ws_.in_gains[0][0], 1, line) : left;
-            const float* from = ws_.delayed[line];
-            float* to = back_[line] + kPiece;
-            for (size_t p = 0; p < length; p += kTile) {
-                __m256 v = _mm256_mul_ps(_mm256_loadu_ps(from + p), decay);
-                v = _mm256_fmadd_ps(left, _mm256_loadu_ps(x_left + p), v);
-                if (kStereoIn) v = _mm256_fmadd_ps(right, _mm256_loadu_ps(x_right + p), v);
-                _mm256_storeu_ps(to + p, v);
-            }
+        const float* gains = opaque(ws_.in_gains[0][0]);
+        for (size_t p = 0; p < length; p += kTile) {
+            const __m256 left = _mm256_loadu_ps(x_left + p);
+            const __m256 right = kStereoIn ? _mm256_loadu_ps(x_right + p) : left;
+            float* out = opaque(back_[0] + kPiece + p);
+            decay_tile<kStereoIn>(
+                e_.decay_gain, left, right, [&](size_t line) { return ws_.delayed[line] + p; },
+                [&](size_t side, size_t line) { return gain_of(gains, side, line); },
+                [&](size_t line) { return out + line * kRow; });
         }
     }
 

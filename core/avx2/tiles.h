@@ -96,6 +96,19 @@ inline __attribute__((always_inline)) void filter_tile(float* filtered, const fl
     }
 }
 
+// Broadband decay and input: `decay` holds the 16 gains.
+template <bool kStereo, typename Row, typename Gain, typename Out>
+inline __attribute__((always_inline)) void decay_tile(const float* decay, __m256 left, __m256 right,
+                                                      Row row, Gain gain, Out out) {
+#pragma GCC unroll 16
+    for (size_t line = 0; line < 16; ++line) {
+        __m256 v = _mm256_mul_ps(_mm256_loadu_ps(row(line)), _mm256_set1_ps(decay[line]));
+        v = _mm256_fmadd_ps(gain(0, line), left, v);
+        if (kStereo) v = _mm256_fmadd_ps(gain(1, line), right, v);
+        _mm256_storeu_ps(out(line), v);
+    }
+}
+
 // Adds the input to a filtered tile and turns it back into rows.
 template <bool kStereo, typename Gain, typename Out>
 inline __attribute__((always_inline)) void inject_tile(const float* filtered, __m256 left,
