@@ -76,7 +76,10 @@ public:
             if (t > 0) keep_history();
             lines_.find_delayed(ws_.rows, t, length);
             const uint32_t crossing = lines_.find_homes(ws_.next_homes, t, length);
-            lines_.far() ? mix_out<true>(t, length) : mix_out<false>(t, length);
+            if (lines_.far())
+                mix_out<true>(t, length);
+            else
+                mix_out<false>(t, length);
             feed_back(t, length);
             std::copy_n(ws_.next_homes, BRISEL_LINES, ws_.homes);
             close_crossing_rows(crossing, t, length);
