@@ -16,6 +16,7 @@
 #include "core/avx2/decay_gains_n16_avx2.h"
 #include "core/ffdn_block_storage.h"
 #include "core/network_math.h"
+#include "core/stereo_gains.h"
 
 // The delay kernels take the first four arrays as one, the two-band kernel the three shelf arrays,
 // the stereo output kernel the pair of direct gains.
@@ -74,18 +75,6 @@ int32_t install_cascade(ffdn_block_n16& e, uint32_t K, const uint32_t* stage_del
     e.stage_count = static_cast<int32_t>(K);
     brisel::set_decay_gains(e, sample_rate, t60);
     return 0;
-}
-
-using DefaultGains = void (*)(float* left, float* right);
-
-// Gains from the caller or the default design, by way of copies: the sources may be the record's own
-// vectors.
-ffdn_n16_stereo_gains choose_gains(const float* left, const float* right, DefaultGains defaults) {
-    ffdn_n16_stereo_gains gains;
-    defaults(gains.left, gains.right);
-    if (left) std::memcpy(gains.left, left, sizeof gains.left);
-    if (right) std::memcpy(gains.right, right, sizeof gains.right);
-    return gains;
 }
 
 } // namespace
@@ -243,9 +232,8 @@ int32_t ffdn_block_n16_set_modulation(ffdn_block_n16* e, int32_t depth, int32_t 
 int32_t ffdn_block_n16_set_stereo_outputs(ffdn_block_n16* e, const float* left, const float* right,
                                           float direct_left, float direct_right) {
     if (!e) return -1;
-    const ffdn_n16_stereo_gains gains = choose_gains(left, right, ffdn_n16_default_stereo_outputs);
-    std::memcpy(e->out_left, gains.left, sizeof e->out_left);
-    std::memcpy(e->out_right, gains.right, sizeof e->out_right);
+    brisel::set_stereo_gains(e->out_left, e->out_right, left, right,
+                             ffdn_n16_default_stereo_outputs);
     e->direct_left = direct_left;
     e->direct_right = direct_right;
     e->stereo_out_set = 1;
@@ -254,9 +242,7 @@ int32_t ffdn_block_n16_set_stereo_outputs(ffdn_block_n16* e, const float* left, 
 
 int32_t ffdn_block_n16_set_stereo_inputs(ffdn_block_n16* e, const float* left, const float* right) {
     if (!e) return -1;
-    const ffdn_n16_stereo_gains gains = choose_gains(left, right, ffdn_n16_default_stereo_inputs);
-    std::memcpy(e->in_left, gains.left, sizeof e->in_left);
-    std::memcpy(e->in_right, gains.right, sizeof e->in_right);
+    brisel::set_stereo_gains(e->in_left, e->in_right, left, right, ffdn_n16_default_stereo_inputs);
     e->stereo_in_set = 1;
     return 0;
 }

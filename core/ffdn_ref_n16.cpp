@@ -23,6 +23,7 @@
 
 #include "core/aligned_memory.h"
 #include "core/network_math.h"
+#include "core/stereo_gains.h"
 
 namespace {
 
@@ -267,12 +268,8 @@ int32_t ffdn_n16_set_two_band_t60(ffdn_n16* f, int32_t sample_rate, float t60_lo
 int32_t ffdn_n16_set_stereo_outputs(ffdn_n16* f, const float* left, const float* right,
                                     float direct_left, float direct_right) {
     if (f == nullptr) return -1;
-    ffdn_n16_stereo_gains gains;
-    ffdn_n16_default_stereo_outputs(gains.left, gains.right);
-    if (left != nullptr) std::copy_n(left, BRISEL_LINES, gains.left);
-    if (right != nullptr) std::copy_n(right, BRISEL_LINES, gains.right);
-    std::copy_n(gains.left, BRISEL_LINES, f->out_left);
-    std::copy_n(gains.right, BRISEL_LINES, f->out_right);
+    brisel::set_stereo_gains(f->out_left, f->out_right, left, right,
+                             ffdn_n16_default_stereo_outputs);
     f->direct_left = direct_left;
     f->direct_right = direct_right;
     f->stereo_out_set = 1;
@@ -281,12 +278,7 @@ int32_t ffdn_n16_set_stereo_outputs(ffdn_n16* f, const float* left, const float*
 
 int32_t ffdn_n16_set_stereo_inputs(ffdn_n16* f, const float* left, const float* right) {
     if (f == nullptr) return -1;
-    ffdn_n16_stereo_gains gains;
-    ffdn_n16_default_stereo_inputs(gains.left, gains.right);
-    if (left != nullptr) std::copy_n(left, BRISEL_LINES, gains.left);
-    if (right != nullptr) std::copy_n(right, BRISEL_LINES, gains.right);
-    std::copy_n(gains.left, BRISEL_LINES, f->in_left);
-    std::copy_n(gains.right, BRISEL_LINES, f->in_right);
+    brisel::set_stereo_gains(f->in_left, f->in_right, left, right, ffdn_n16_default_stereo_inputs);
     f->stereo_in_set = 1;
     return 0;
 }
