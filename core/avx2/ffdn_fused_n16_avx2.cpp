@@ -172,18 +172,23 @@ private:
     __attribute__((noinline)) void mix_out(uint32_t t0, uint32_t length) {
         broadcast_gains(ws_.out_gains, e_.out_left, e_.out_right);
         const float* gains = opaque(ws_.out_gains[0][0]);
+        // Alternating gains stay in registers, as far as these reach.
+        const __m256 pair[2][2] = {{gain_of(gains, 0, 0), gain_of(gains, 0, 1)},
+                                   {gain_of(gains, 1, 0), gain_of(gains, 1, 1)}};
+        const auto gain = [&](size_t side, size_t line) {
+            return kAlternating ? pair[side][line % 2] : gain_of(gains, side, line);
+        };
         uint32_t line_to_close = t0 > 0 ? 0 : BRISEL_LINES;
-        mix_out_piece<true, kShortRow>(
-            ws_.rows, [&](size_t side, size_t line) { return gain_of(gains, side, line); },
-            {e_.direct_left, e_.direct_right}, io_.x_left + t0, io_.y_left + t0, io_.y_right + t0,
-            ws_.short_rows[0] + kShortRing, length,
-            [&](size_t p) {
-                if (kFar) {
-                    MainLines::fetch_ahead(ws_.rows, p);
-                    MainLines::fetch_ahead(ws_.next_homes, p);
-                }
-                if (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
-            });
+        mix_out_piece<true, kShortRow>(ws_.rows, gain, {e_.direct_left, e_.direct_right},
+                                       io_.x_left + t0, io_.y_left + t0, io_.y_right + t0,
+                                       ws_.short_rows[0] + kShortRing, length, [&](size_t p) {
+                                           if (kFar) {
+                                               MainLines::fetch_ahead(ws_.rows, p);
+                                               MainLines::fetch_ahead(ws_.next_homes, p);
+                                           }
+                                           if (line_to_close < BRISEL_LINES)
+                                               close_row(line_to_close++, t0 - kPiece, kPiece);
+                                       });
         while (line_to_close < BRISEL_LINES) close_row(line_to_close++, t0 - kPiece, kPiece);
     }
 

@@ -25,11 +25,11 @@ inline T* opaque(T* pointer) {
 //
 // A sum takes its lines in their order, as 16 operations that wait for each other. Its first half is
 // computed a tile ahead, between the transform's stores, so that two tiles' sums run at a time.
-// `after_tile(p)` is work of the caller's behind the tile at p.
-template <bool kStereo, size_t kOutRow, typename Gain, typename AfterTile>
+// `between_halves(p)` is work of the caller's between the halves of the tile at p.
+template <bool kStereo, size_t kOutRow, typename Gain, typename Between>
 inline __attribute__((always_inline)) void
 mix_out_piece(const float* const* rows, Gain gain, const float (&direct)[2], const float* x,
-              float* y_left, float* y_right, float* out, size_t length, AfterTile after_tile) {
+              float* y_left, float* y_right, float* out, size_t length, Between between_halves) {
     alignas(32) float differences[8][8]; // wait here while the transform's sums are finished
     const __m256 direct_left = _mm256_set1_ps(direct[0]);
     const __m256 direct_right = _mm256_set1_ps(direct[1]);
@@ -68,11 +68,11 @@ mix_out_piece(const float* const* rows, Gain gain, const float (&direct)[2], con
         fwht_finish_half(
             sums, [&](size_t i) { return to + i * kOutRow; },
             [&](size_t i) { add_line(i, _mm256_loadu_ps(rows[i] + next)); });
+        between_halves(p);
         __m256 waiting[8];
 #pragma GCC unroll 8
         for (size_t i = 0; i < 8; ++i) waiting[i] = _mm256_load_ps(scratch + 8 * i);
         fwht_finish_half(waiting, [&](size_t i) { return to + (i + 8) * kOutRow; });
-        after_tile(p);
     }
 }
 
