@@ -32,6 +32,11 @@ def decibels(power):
     return 10 * np.log10(np.maximum(power, 1e-30))
 
 
+def hertz(frequency):
+    """A frequency as people write it: 500 Hz, 2 kHz."""
+    return f"{frequency:g} Hz" if frequency < 1000 else f"{frequency / 1000:g} kHz"
+
+
 def octave_centres(rate):
     """The octave bands that lie wholly below half the sample rate."""
     return [centre for centre in OCTAVES if centre * np.sqrt(2) < rate / 2]

@@ -10,8 +10,7 @@ import numpy as np
 from scipy import signal
 
 from . import analysis
-from .analysis import decibels
-from .report import hertz
+from .analysis import decibels, hertz
 
 LEFT, RIGHT, BOTH, SET = "#1f77b4", "#d95f02", "#333333", "#999999"
 FLOOR = -90  # dB, the bottom of pictures that show levels

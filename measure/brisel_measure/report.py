@@ -9,16 +9,12 @@ import numpy as np
 import soundfile
 
 from . import analysis
-from .analysis import decibels
+from .analysis import decibels, hertz
 
 # Nominal centres of the third octaves from 63 Hz to 20 kHz.
 THIRDS = [c * 10**e for e in (1, 2, 3, 4) for c in (1, 1.25, 1.6, 2, 2.5, 3.15, 4, 5, 6.3, 8)][
     8:34
 ]
-
-
-def hertz(frequency):
-    return f"{frequency:g} Hz" if frequency < 1000 else f"{frequency / 1000:g} kHz"
 
 
 def late_part(response, mixing_time):
