@@ -159,8 +159,10 @@ TEST(PluginLoad, IsScannedWithoutATrace) {
     std::sort(milliseconds.begin(), milliseconds.end());
     std::printf("scan: %.3f ms the first time, %.3f ms median, %.3f ms longest of %zu\n", first,
                 milliseconds[milliseconds.size() / 2], milliseconds.back(), milliseconds.size());
+#if !defined(BRISEL_SANITIZED) // a sanitizer registers all code when it is loaded
     // A hundred times what it takes, and the least of them: what else runs does not decide.
     EXPECT_LT(milliseconds.front(), 10.0);
+#endif
 }
 
 } // namespace
