@@ -177,6 +177,46 @@ void print_changes(const Clock& clock) {
     }
 }
 
+// Nanoseconds a frame of one reverb that has the caches to itself.
+double render_alone(const Library& library, int32_t rate, float size, const Clock& clock) {
+    const auto set = library.function<decltype(qv_reverb_set)>("qv_reverb_set");
+    const auto render = library.function<decltype(qv_reverb_process)>("qv_reverb_process");
+    qv_reverb* rev =
+        library.function<decltype(qv_reverb_create)>("qv_reverb_create")(rate, kFrames);
+    if (!rev) fail("no reverb");
+    qv_reverb_params params = rev->params;
+    params.size = size;
+    if (set(rev, &params) != 0) fail("settings are refused");
+    Block sound;
+    const auto sound_for = [&](double seconds) {
+        const int blocks = static_cast<int>(seconds * rate / kFrames);
+        for (int b = 0; b < blocks; ++b)
+            render(rev, sound.in[0], sound.in[1], sound.out[0], sound.out[1], kFrames);
+        return blocks;
+    };
+    sound_for(2.0); // every line has been through its ring
+    std::vector<double> times(kRepetitions);
+    for (double& ns : times) {
+        int blocks = 0;
+        const double took = clock.time([&] { blocks = sound_for(0.2); });
+        ns = took / (blocks * static_cast<double>(kFrames));
+    }
+    library.function<decltype(qv_reverb_destroy)>("qv_reverb_destroy")(rev);
+    return median(times);
+}
+
+void print_sizes(const Clock& clock) {
+    const Library library;
+    fmt::print("\n| one reverb alone, ns/frame, size | 0.02 s | 0.04 s | 0.1 s | 0.5 s |\n");
+    fmt::print("|---|---|---|---|---|\n");
+    for (int32_t rate : {48000, 192000}) {
+        fmt::print("| {} Hz |", rate);
+        for (float size : {0.02f, 0.04f, 0.1f, 0.5f})
+            fmt::print(" {:.2f} |", render_alone(library, rate, size, clock));
+        fmt::print("\n");
+    }
+}
+
 void print_many(int count, const Clock& clock) {
     const Library library;
     std::vector<const clap_plugin_t*> plugins(static_cast<size_t>(count));
@@ -210,8 +250,9 @@ void print_many(int count, const Clock& clock) {
 
 int main(int argc, char** argv) {
     int count = 100;
-    CLI::App app("What instances cost: library scan, life, memory, changes of settings.",
-                 "bench_instances");
+    CLI::App app(
+        "What instances cost: library scan, life, memory, changes of settings, time by size.",
+        "bench_instances");
     app.add_option("--count", count, "instances alive at the same time")
         ->check(CLI::Range(1, 10000))
         ->capture_default_str();
@@ -226,5 +267,6 @@ int main(int argc, char** argv) {
                kRepetitions);
     print_life(clock);
     print_changes(clock);
+    print_sizes(clock);
     print_many(count, clock);
 }
