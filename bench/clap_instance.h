@@ -13,6 +13,18 @@
 
 namespace bench {
 
+// A host that offers no extensions.
+inline const clap_host_t kHost = {{1, 2, 0},
+                                  nullptr,
+                                  "Brisel benchmarks",
+                                  "Tamrock Audio",
+                                  "",
+                                  "0",
+                                  [](auto*, auto*) -> const void* { return nullptr; },
+                                  [](auto*) {},
+                                  [](auto*) {},
+                                  [](auto*) {}};
+
 class ClapInstance {
 public:
     // Ends the program with a message when the file holds no usable plug-in.
@@ -25,7 +37,7 @@ public:
             static_cast<const clap_plugin_factory_t*>(entry_->get_factory(CLAP_PLUGIN_FACTORY_ID));
         const auto* descriptor = factory ? factory->get_plugin_descriptor(factory, 0) : nullptr;
         if (!descriptor) fail(file + " offers no plug-in");
-        plugin_ = factory->create_plugin(factory, &host_, descriptor->id);
+        plugin_ = factory->create_plugin(factory, &kHost, descriptor->id);
         if (!plugin_ || !plugin_->init(plugin_) ||
             !plugin_->activate(plugin_, sample_rate, frames, frames) ||
             !plugin_->start_processing(plugin_)) {
@@ -89,16 +101,6 @@ private:
     const clap_plugin_entry_t* entry_ = nullptr;
     const clap_plugin_t* plugin_ = nullptr;
     clap_event_param_value_t event_ = {};
-    clap_host_t host_ = {{1, 2, 0},
-                         nullptr,
-                         "Brisel benchmarks",
-                         "Tamrock Audio",
-                         "",
-                         "0",
-                         [](auto*, auto*) -> const void* { return nullptr; },
-                         [](auto*) {},
-                         [](auto*) {},
-                         [](auto*) {}};
 };
 
 } // namespace bench

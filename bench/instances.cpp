@@ -1,6 +1,7 @@
 // bench_instances: what an instance costs besides its sound: scanning the library, creating, activating
-// and destroying an instance, its memory, and a change of settings after some sound, which has to
-// silence what the sound has left. The program is not linked to the library: it loads it as a host.
+// and destroying an instance, its memory, a change of settings after some sound, which has to silence
+// what the sound has left, and the time of a frame by Size. The program is not linked to the library: it
+// loads it as a host.
 #include <fmt/format.h>
 #include <immintrin.h>
 #include <malloc.h>
@@ -13,6 +14,7 @@
 #include <CLI/CLI.hpp>
 #include <fstream>
 
+#include "bench/clap_instance.h"
 #include "bench/statistics.h"
 
 namespace {
@@ -54,7 +56,7 @@ public:
     }
     const clap_plugin_t* create() const {
         const char* id = factory_->get_plugin_descriptor(factory_, 0)->id;
-        const clap_plugin_t* plugin = factory_->create_plugin(factory_, &host_, id);
+        const clap_plugin_t* plugin = factory_->create_plugin(factory_, &kHost, id);
         if (!plugin || !plugin->init(plugin)) fail("no instance");
         return plugin;
     }
@@ -63,16 +65,6 @@ private:
     void* handle_;
     const clap_plugin_entry_t* entry_ = nullptr;
     const clap_plugin_factory_t* factory_ = nullptr;
-    clap_host_t host_ = {{1, 2, 0},
-                         nullptr,
-                         "Brisel benchmarks",
-                         "Tamrock Audio",
-                         "",
-                         "0",
-                         [](auto*, auto*) -> const void* { return nullptr; },
-                         [](auto*) {},
-                         [](auto*) {},
-                         [](auto*) {}};
 };
 
 void activate(const clap_plugin_t* plugin, int32_t rate) {
@@ -134,31 +126,54 @@ void print_life(const Clock& clock) {
     }
 }
 
+// One reverb of a size, through the library's C API.
+class OneReverb {
+public:
+    OneReverb(const Library& library, int32_t rate, float size)
+        : set_(library.function<decltype(qv_reverb_set)>("qv_reverb_set")),
+          process_(library.function<decltype(qv_reverb_process)>("qv_reverb_process")),
+          destroy_(library.function<decltype(qv_reverb_destroy)>("qv_reverb_destroy")),
+          rev_(library.function<decltype(qv_reverb_create)>("qv_reverb_create")(rate, kFrames)) {
+        if (!rev_) fail("no reverb");
+        params = rev_->params;
+        params.size = size;
+    }
+    ~OneReverb() { destroy_(rev_); }
+    OneReverb(const OneReverb&) = delete;
+    OneReverb& operator=(const OneReverb&) = delete;
+
+    void set() {
+        if (set_(rev_, &params) != 0) fail("settings are refused");
+    }
+    void render(uint32_t frames) {
+        for (uint32_t t = 0; t < frames; t += kFrames) {
+            const uint32_t n = std::min(kFrames, frames - t);
+            process_(rev_, sound_.in[0], sound_.in[1], sound_.out[0], sound_.out[1],
+                     static_cast<int32_t>(n));
+        }
+    }
+
+    qv_reverb_params params; // in force after set()
+
+private:
+    decltype(qv_reverb_set)* set_;
+    decltype(qv_reverb_process)* process_;
+    decltype(qv_reverb_destroy)* destroy_;
+    qv_reverb* rev_;
+    Block sound_;
+};
+
 // Median time of one change of settings that follows `frames` frames of sound.
 double change_after(const Library& library, int32_t rate, float size, uint32_t frames,
                     const Clock& clock) {
-    const auto set = library.function<decltype(qv_reverb_set)>("qv_reverb_set");
-    const auto render = library.function<decltype(qv_reverb_process)>("qv_reverb_process");
-    qv_reverb* rev =
-        library.function<decltype(qv_reverb_create)>("qv_reverb_create")(rate, kFrames);
-    if (!rev) fail("no reverb");
-    qv_reverb_params params = rev->params;
-    params.size = size;
-    Block sound;
+    OneReverb reverb(library, rate, size);
     std::vector<double> times;
     for (int k = 0; k <= kRepetitions; ++k) {
-        params.t60 = 1.0f + 0.1f * static_cast<float>(k);
-        const double ns = clock.time([&] {
-            if (set(rev, &params) != 0) fail("settings are refused");
-        });
+        reverb.params.t60 = 1.0f + 0.1f * static_cast<float>(k);
+        const double ns = clock.time([&] { reverb.set(); });
         if (k > 0) times.push_back(ns); // the first one follows no sound
-        for (uint32_t t = 0; t < frames; t += kFrames) {
-            const uint32_t n = std::min(kFrames, frames - t);
-            render(rev, sound.in[0], sound.in[1], sound.out[0], sound.out[1],
-                   static_cast<int32_t>(n));
-        }
+        reverb.render(frames);
     }
-    library.function<decltype(qv_reverb_destroy)>("qv_reverb_destroy")(rev);
     return median(times);
 }
 
@@ -179,29 +194,13 @@ void print_changes(const Clock& clock) {
 
 // Nanoseconds a frame of one reverb that has the caches to itself.
 double render_alone(const Library& library, int32_t rate, float size, const Clock& clock) {
-    const auto set = library.function<decltype(qv_reverb_set)>("qv_reverb_set");
-    const auto render = library.function<decltype(qv_reverb_process)>("qv_reverb_process");
-    qv_reverb* rev =
-        library.function<decltype(qv_reverb_create)>("qv_reverb_create")(rate, kFrames);
-    if (!rev) fail("no reverb");
-    qv_reverb_params params = rev->params;
-    params.size = size;
-    if (set(rev, &params) != 0) fail("settings are refused");
-    Block sound;
-    const auto sound_for = [&](double seconds) {
-        const int blocks = static_cast<int>(seconds * rate / kFrames);
-        for (int b = 0; b < blocks; ++b)
-            render(rev, sound.in[0], sound.in[1], sound.out[0], sound.out[1], kFrames);
-        return blocks;
-    };
-    sound_for(2.0); // every line has been through its ring
+    OneReverb reverb(library, rate, size);
+    reverb.set();
+    const auto second = static_cast<uint32_t>(rate);
+    reverb.render(2 * second); // every line has been through its ring
+    const uint32_t frames = second / 5 / kFrames * kFrames;
     std::vector<double> times(kRepetitions);
-    for (double& ns : times) {
-        int blocks = 0;
-        const double took = clock.time([&] { blocks = sound_for(0.2); });
-        ns = took / (blocks * static_cast<double>(kFrames));
-    }
-    library.function<decltype(qv_reverb_destroy)>("qv_reverb_destroy")(rev);
+    for (double& ns : times) ns = clock.time([&] { reverb.render(frames); }) / frames;
     return median(times);
 }
 
