@@ -2,9 +2,9 @@
 // runs. Under the thread sanitizer the test shows any data that both touch without order.
 #include <thread>
 
-#include "tests/live/live_host.h"
+#include "tests/live/strict_host.h"
 
-using namespace live_host;
+using namespace strict_host;
 
 TEST(ThreadsLive, MainThreadReadsAndLoadsWhileAudioRuns) {
     compare::Random random(1);

@@ -1,7 +1,7 @@
 // A strict host of brisel-live.clap: it offers what hosts offer, notes every call back and the thread it
 // came on, and checks each block as a validator does.
-#ifndef BRISEL_TESTS_LIVE_LIVE_HOST_H
-#define BRISEL_TESTS_LIVE_LIVE_HOST_H
+#ifndef BRISEL_TESTS_LIVE_STRICT_HOST_H
+#define BRISEL_TESTS_LIVE_STRICT_HOST_H
 
 #include <dlfcn.h>
 
@@ -16,7 +16,7 @@
 #include "live/clap/plugin.h"
 #include "tests/compare.h"
 
-namespace live_host {
+namespace strict_host {
 
 using namespace brisel::live;
 using Frames = std::vector<float>;
@@ -287,6 +287,6 @@ private:
     clap_host_t host_;
 };
 
-} // namespace live_host
+} // namespace strict_host
 
 #endif

@@ -6,12 +6,12 @@
 
 #include <unistd.h>
 
-#include "tests/live/live_host.h"
+#include "tests/live/strict_host.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using namespace live_host;
+using namespace strict_host;
 using compare::Random;
 using compare::Signal;
 
