@@ -6,7 +6,7 @@
 
 #include "bench/clap_instance.h"
 #include "bench/contest.h"
-#include "tests/plain_reverb.h"
+#include "bench/plain_reverb.h"
 
 namespace bench {
 

