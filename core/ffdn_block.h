@@ -1,6 +1,6 @@
 // The pieces of an engine's set-up that do not allocate, for an owner that brings the storage itself.
-#ifndef BRISEL_CORE_FFDN_BLOCK_STORAGE_H
-#define BRISEL_CORE_FFDN_BLOCK_STORAGE_H
+#ifndef BRISEL_CORE_FFDN_BLOCK_H
+#define BRISEL_CORE_FFDN_BLOCK_H
 
 #include "brisel/ffdn_block.h"
 
