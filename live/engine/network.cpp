@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "brisel/ffdn_defaults_n16.h"
-#include "core/ffdn_block_signals.h"
-#include "core/ffdn_block_storage.h"
+#include "core/avx2/runs.h"
+#include "core/ffdn_block.h"
 #include "core/network_math.h"
 #include "live/engine/ring.h"
 

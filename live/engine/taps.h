@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <span>
 
-#include "core/ffdn_block_storage.h"
+#include "core/ffdn_block.h"
 #include "live/engine/late.h"
 #include "live/engine/motion.h"
 

@@ -1,10 +1,10 @@
 // The reverb object as the library allocates it: the public record and, behind it, what only the
 // library knows.
-#ifndef BRISEL_CORE_REVERB_OBJECT_H
-#define BRISEL_CORE_REVERB_OBJECT_H
+#ifndef BRISEL_CORE_REVERB_H
+#define BRISEL_CORE_REVERB_H
 
 #include "brisel/reverb.h"
-#include "core/ffdn_block_storage.h"
+#include "core/ffdn_block.h"
 
 namespace brisel {
 

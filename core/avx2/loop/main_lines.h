@@ -1,11 +1,11 @@
-// Where the samples of a piece stand in the main delay lines, for loops that take a block in pieces.
-#ifndef BRISEL_CORE_AVX2_MAIN_LINES_H
-#define BRISEL_CORE_AVX2_MAIN_LINES_H
+// Where the samples of a piece stand in the main delay lines.
+#ifndef BRISEL_CORE_AVX2_LOOP_MAIN_LINES_H
+#define BRISEL_CORE_AVX2_LOOP_MAIN_LINES_H
 
 #include <immintrin.h>
 
+#include "brisel/ffdn_block.h"
 #include "core/avx2/runs.h"
-#include "core/ffdn_block_signals.h"
 
 namespace brisel {
 
@@ -23,33 +23,31 @@ inline uint32_t lanes(__m256i condition) {
     return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(condition)));
 }
 
-// The lines during one block of n frames. They move on at the end, by advance(); until then a piece
-// names the frame t at which it starts. `prepared` names the lines, a bit each, that stand in tap_block
-// already, n samples a row.
+// The lines during one block of n frames. Their write positions stay where they are until the block's
+// end; a piece names the frame t at which it starts. `prepared`: see feedback_loop.h.
 class MainLines {
 public:
     MainLines(ffdn_block_n16& e, uint32_t n, uint32_t prepared)
         : e_(e), n_(n), prepared_(prepared) {}
 
-    // The addresses of the `length` delayed samples of each line: in its ring or, where they cross the
-    // ring's seam, in a copy.
-    void find_delayed(const float** rows, uint32_t t, uint32_t length) const {
-        uint32_t special = locate(rows, e_.line_delay, t, length) | prepared_;
-        for (; special != 0; special &= special - 1) {
-            const auto line = static_cast<uint32_t>(__builtin_ctz(special));
-            rows[line] = copy_of_row(line, t, length);
+    // The addresses of the `length` delayed samples of each line: in its ring, in tap_block if it is
+    // prepared or, where they wrap, in a copy.
+    void find_reads(const float** rows, uint32_t t, uint32_t length) const {
+        uint32_t elsewhere = locate(rows, e_.line_delay, t, length) | prepared_;
+        for (; elsewhere != 0; elsewhere &= elsewhere - 1) {
+            const auto line = static_cast<uint32_t>(__builtin_ctz(elsewhere));
+            rows[line] = row_outside_ring(line, t, length);
         }
     }
 
-    // The addresses that the lines' new samples go to; returns the lines where these cross the ring's
-    // seam, a bit each.
-    uint32_t find_homes(float** rows, uint32_t t, uint32_t length) const {
+    // The addresses that the lines' new samples go to; returns the lines where these wrap, a bit each.
+    uint32_t find_writes(float** rows, uint32_t t, uint32_t length) const {
         return locate(rows, nullptr, t, length);
     }
 
     // Where the rings exceed the second-level cache, the processor loses track of what 16 lines read and
     // write: a block takes 1.2 to 1.5 times as long unless fetch_ahead helps.
-    bool far() const { return e_.ring_len >= 1u << 20; }
+    bool exceed_cache() const { return e_.ring_len >= 1u << 20; }
 
     // Asks for what lies 192 frames behind tile p of `rows`: for half of the lines, since two tiles share
     // a cache line, and the other half's turn is the next tile. Lines to be written are fetched, too. A
@@ -61,26 +59,18 @@ public:
             _mm_prefetch(reinterpret_cast<const char*>(rows[(p & 8) + k] + p + 192), _MM_HINT_T1);
     }
 
-    // New samples, for a line that crosses its seam.
-    void write(uint32_t line, const float* row, uint32_t t, uint32_t length) const {
+    // New samples, for a line where they wrap.
+    void write_wrapped(uint32_t line, const float* row, uint32_t t, uint32_t length) const {
         const uint32_t mask = e_.line_mask[line];
         copy_to_ring(e_.ring + e_.line_offset[line], mask + 1, (e_.line_wpos[line] + t) & mask, row,
                      length);
-    }
-
-    void advance() const {
-        for (size_t first = 0; first < BRISEL_LINES; first += 8) {
-            const __m256i next = _mm256_add_epi32(load_lines(e_.line_wpos + first), broadcast(n_));
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(e_.line_wpos + first),
-                                _mm256_and_si256(next, load_lines(e_.line_mask + first)));
-        }
     }
 
 private:
     // Addresses of what stands `delay` samples before frame t, a null delay for the write position.
     template <typename Pointer>
     uint32_t locate(Pointer* to, const uint32_t* delay, uint32_t t, uint32_t length) const {
-        uint32_t crossing = 0;
+        uint32_t wrapping = 0;
         for (uint32_t first = 0; first < BRISEL_LINES; first += 8) {
             const __m256i mask = load_lines(e_.line_mask + first);
             __m256i at = _mm256_add_epi32(load_lines(e_.line_wpos + first), broadcast(t));
@@ -96,14 +86,14 @@ private:
                 _mm256_storeu_si256(reinterpret_cast<__m256i*>(to + first + 4 * half),
                                     _mm256_add_epi64(ring, bytes));
             }
-            crossing |= lanes(_mm256_cmpgt_epi32(last, mask)) << first;
+            wrapping |= lanes(_mm256_cmpgt_epi32(last, mask)) << first;
         }
-        return crossing;
+        return wrapping;
     }
 
-    // Prepared lines have one for the whole block; others are copied to work_block.
-    __attribute__((noinline)) const float* copy_of_row(uint32_t line, uint32_t t,
-                                                       uint32_t length) const {
+    // Prepared lines have a row for the whole block; others are copied to work_block.
+    __attribute__((noinline)) const float* row_outside_ring(uint32_t line, uint32_t t,
+                                                            uint32_t length) const {
         if (prepared_ >> line & 1) return e_.tap_block + size_t{line} * n_ + t;
         const uint32_t mask = e_.line_mask[line];
         float* row = e_.work_block + size_t{line} * length;

@@ -1,8 +1,8 @@
+// The decay law over 16 loops at once.
+//
 // pow costs 12 ns, and a network takes 48 of them. Here four lines at a time get a power whose error
-// is known, and where both ends of the interval that it leaves round to the same float, that float is
-// the result. About one line in a thousand is left in doubt and goes to the plain formula.
-#include "core/avx2/decay_gains_n16_avx2.h"
-
+// is bounded, and where both ends of the interval that the bound leaves round to the same float, that
+// float is the result. For about one line in a thousand they do not: it falls back to the plain formula.
 #include <immintrin.h>
 
 #include <array>
@@ -10,6 +10,7 @@
 #include <numbers>
 
 #include "brisel/export.h"
+#include "core/avx2/units.h"
 #include "core/network_math.h"
 
 namespace brisel {
@@ -27,8 +28,8 @@ constexpr double kDeepest = -1000.0;
 // passes to the power; exp2_of and the rounding of pow add less than 2^-46. In all a gain is off by
 // less than e = loop * 2^-52 + 2^-41 of itself; b0 = 2 g_low g_high / (g_low + g_high) by less than 3 e
 // of itself; a1 = (g_low - g_high) / (g_low + g_high) by less than 3 e absolutely. The limit is 4 e.
-constexpr double kDoubt = 0x1p-39;
-constexpr double kDoubtPerSample = 0x1p-50;
+constexpr double kTolerance = 0x1p-39;
+constexpr double kTolerancePerSample = 0x1p-50;
 
 // Coefficients of 2^x by powers of x.
 constexpr std::array<double, 12> taylor() {
@@ -52,15 +53,15 @@ __m256d exp2_of(__m256d x) {
         _mm256_add_epi64(_mm256_castpd_si256(sum), _mm256_slli_epi64(exponent, 52)));
 }
 
-// Four loops of the network, in samples, and how much doubt they leave.
+// Four loops of the network, in samples, and the tolerance of their gains.
 struct Loops {
     __m256d samples;
-    __m256d doubt;
+    __m256d tolerance;
 
     explicit Loops(const int32_t* loop)
         : samples(_mm256_cvtepi32_pd(_mm_loadu_si128(reinterpret_cast<const __m128i*>(loop)))),
-          doubt(_mm256_fmadd_pd(samples, _mm256_set1_pd(kDoubtPerSample), _mm256_set1_pd(kDoubt))) {
-    }
+          tolerance(_mm256_fmadd_pd(samples, _mm256_set1_pd(kTolerancePerSample),
+                                    _mm256_set1_pd(kTolerance))) {}
 };
 
 // log2 of decay_base, without its rounding.
@@ -81,7 +82,7 @@ Powers powers(double log2_base, const Loops& loops) {
 }
 
 // Stores value +/- error as floats and returns, a bit a line, where both ends agree.
-int round_if_decided(float* to, __m256d value, __m256d error) {
+int round_if_certain(float* to, __m256d value, __m256d error) {
     const __m128 low = _mm256_cvtpd_ps(_mm256_sub_pd(value, error));
     const __m128 high = _mm256_cvtpd_ps(_mm256_add_pd(value, error));
     _mm_storeu_ps(to, low);
@@ -91,29 +92,29 @@ int round_if_decided(float* to, __m256d value, __m256d error) {
 
 // Calls `plain(line)` for the lines of the group that starts at `first` whose bit is not set.
 template <typename Plain>
-void settle(int decided, int first, Plain plain) {
-    if (decided == (1 << kLanes) - 1) return;
+void fall_back(int certain, int first, Plain plain) {
+    if (certain == (1 << kLanes) - 1) return;
     for (int lane = 0; lane < kLanes; ++lane)
-        if (!(decided >> lane & 1)) plain(first + lane);
+        if (!(certain >> lane & 1)) plain(first + lane);
 }
 
 } // namespace
 
-void decay_gains(float* gain, double sample_rate, double t60, const int32_t* loop) {
+void ffdn_decay_gains_avx2(float* gain, double sample_rate, double t60, const int32_t* loop) {
     const double log2_base = log2_decay_base(sample_rate, t60);
     for (int first = 0; first < BRISEL_LINES; first += kLanes) {
         const Loops loops(loop + first);
         const Powers g = powers(log2_base, loops);
-        const int decided =
-            round_if_decided(gain + first, g.value, _mm256_mul_pd(g.value, loops.doubt));
-        settle(g.usable & decided, first, [&](int i) {
-            gain[i] = static_cast<float>(std::pow(decay_base(sample_rate, t60), loop[i]));
+        const int certain =
+            round_if_certain(gain + first, g.value, _mm256_mul_pd(g.value, loops.tolerance));
+        fall_back(g.usable & certain, first, [&](int line) {
+            gain[line] = static_cast<float>(std::pow(decay_base(sample_rate, t60), loop[line]));
         });
     }
 }
 
-void two_band_gains(float* b0, float* a1, double sample_rate, double t60_low, double t60_high,
-                    const int32_t* loop) {
+void ffdn_decay_two_band_avx2(float* b0, float* a1, double sample_rate, double t60_low,
+                              double t60_high, const int32_t* loop) {
     const double log2_low = log2_decay_base(sample_rate, t60_low);
     const double log2_high = log2_decay_base(sample_rate, t60_high);
     const __m256d one = _mm256_set1_pd(1.0);
@@ -126,14 +127,14 @@ void two_band_gains(float* b0, float* a1, double sample_rate, double t60_low, do
         const __m256d b =
             _mm256_mul_pd(_mm256_add_pd(low.value, low.value), _mm256_mul_pd(high.value, inverse));
         const __m256d a = _mm256_mul_pd(_mm256_sub_pd(low.value, high.value), inverse);
-        const int decided = round_if_decided(b0 + first, b, _mm256_mul_pd(b, loops.doubt)) &
-                            round_if_decided(a1 + first, a, loops.doubt);
-        settle(low.usable & high.usable & decided, first, [&](int i) {
+        const int certain = round_if_certain(b0 + first, b, _mm256_mul_pd(b, loops.tolerance)) &
+                            round_if_certain(a1 + first, a, loops.tolerance);
+        fall_back(low.usable & high.usable & certain, first, [&](int line) {
             const ShelfGains shelf =
-                two_band_shelf(std::pow(decay_base(sample_rate, t60_low), loop[i]),
-                               std::pow(decay_base(sample_rate, t60_high), loop[i]));
-            b0[i] = shelf.b0;
-            a1[i] = shelf.a1;
+                two_band_shelf(std::pow(decay_base(sample_rate, t60_low), loop[line]),
+                               std::pow(decay_base(sample_rate, t60_high), loop[line]));
+            b0[line] = shelf.b0;
+            a1[line] = shelf.a1;
         });
     }
 }

@@ -1,7 +1,7 @@
 // The pieces of the early reflections' set-up that do not allocate, for an owner that brings the ring
 // itself.
-#ifndef BRISEL_CORE_FFDN_ER_STORAGE_H
-#define BRISEL_CORE_FFDN_ER_STORAGE_H
+#ifndef BRISEL_CORE_FFDN_ER_H
+#define BRISEL_CORE_FFDN_ER_H
 
 #include "brisel/ffdn_er.h"
 
