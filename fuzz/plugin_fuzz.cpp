@@ -1,80 +1,19 @@
 // The plug-in under a hostile host: any order of calls, event lists of any content, block lengths and channels
 // of any kind, texts, states through streams that misbehave. Buffers are exactly as long as they must be, so
 // that the address sanitizer sees the first sample too many.
-#include <memory>
-
-#include "fuzz/input.h"
+#include "fuzz/hostile_host.h"
 #include "tests/clap_host.h"
 
 namespace {
 
 using fuzz::Input;
+using fuzz::Port;
 
 constexpr double kMin[12] = {0.005, 0.1, 0, 0, 0, 0, 0, 0, 0.001, 0, -24, -24};
 constexpr double kMax[12] = {0.5, 10, 3, 1, 1, 1, 1, 1, 0.5, 1, 24, 24};
 
-// Events of all kinds. A parameter event is as long as one, whatever its header claims, since its kind
-// alone decides; any other is a bare header.
-class Events {
-public:
-    explicit Events(Input& input) : claimed_(input.below(20)) {
-        for (uint32_t k = 0; k < claimed_; ++k) {
-            if (input.below(8) == 0) {
-                events_.push_back(nullptr);
-                continue;
-            }
-            clap_event_param_value_t event = {};
-            event.header.size = input.bits<uint32_t>();
-            event.header.time = input.bits<uint32_t>();
-            event.header.space_id = input.below(4) == 0 ? input.bits<uint16_t>() : 0;
-            event.header.type = input.below(4) == 0 ? input.bits<uint16_t>() : 5;
-            event.param_id = input.below(8) == 0 ? input.bits<uint32_t>() : input.below(13);
-            event.value = input.below(4) == 0 ? input.bits<double>()
-                                              : static_cast<double>(input.real(-30.0f, 30.0f));
-            const bool parameter = event.header.space_id == 0 && event.header.type == 5;
-            const size_t size = parameter ? sizeof event : sizeof event.header;
-            events_.emplace_back(new unsigned char[size]);
-            std::memcpy(events_.back().get(), &event, size);
-        }
-    }
-    const clap_input_events_t* list() const { return &list_; }
-
-private:
-    static uint32_t size(const clap_input_events_t* list) {
-        return static_cast<const Events*>(list->ctx)->claimed_;
-    }
-    static const clap_event_header_t* get(const clap_input_events_t* list, uint32_t index) {
-        return reinterpret_cast<const clap_event_header_t*>(
-            static_cast<const Events*>(list->ctx)->events_.at(index).get());
-    }
-    uint32_t claimed_;
-    std::vector<std::unique_ptr<unsigned char[]>> events_;
-    clap_input_events_t list_ = {this, size, get};
-};
-
-// Ports with 0 to 3 channels, any of which may be missing.
-struct Port {
-    std::vector<std::vector<float>> samples;
-    std::vector<float*> channels;
-    clap_audio_buffer_t buffer = {};
-
-    Port(Input& input, size_t frames) {
-        const uint32_t count = input.below(4);
-        const uint32_t missing = input.bits<uint8_t>();
-        samples.resize(count);
-        for (uint32_t c = 0; c < count; ++c) {
-            samples[c].resize(frames);
-            fuzz::fill(samples[c].data(), frames, input);
-            channels.push_back((missing >> c) & 0x10 && missing & 1 ? nullptr : samples[c].data());
-        }
-        buffer.data32 = missing & 2 && missing & 4 && missing & 8 ? nullptr : channels.data();
-        buffer.channel_count = count;
-        buffer.constant_mask = input.bits<uint8_t>();
-    }
-};
-
 void process(const clap_plugin_t* plugin, uint32_t capacity, Input& input) {
-    const Events events(input);
+    const fuzz::Events events(input, 12, false);
     const bool huge = input.below(16) == 0;
     uint32_t frames = input.flag() ? capacity : input.bits<uint16_t>() % (capacity + 16);
     if (huge) frames = input.bits<uint32_t>() | 0x10000; // refused before a sample is touched
@@ -179,7 +118,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             FUZZ_REQUIRE(p.plugin->start_processing(p.plugin));
             break;
         case 2: {
-            const Events events(input);
+            const fuzz::Events events(input, 12, false);
             p.params->flush(p.plugin, input.below(8) == 0 ? nullptr : events.list(), nullptr);
             break;
         }
