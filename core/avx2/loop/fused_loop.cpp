@@ -90,6 +90,7 @@ public:
 
 private:
     enum class Direction { kTake, kGive };
+    static constexpr size_t kGainPeriod = kAlternating ? 2 : BRISEL_LINES;
 
     // Between stage 0's rings, whose position is a multiple of eight, and the 16 samples that stand
     // before frame `end` of its rows, oldest first.
@@ -245,7 +246,7 @@ private:
     const BlockSignals io_;
     const uint32_t n_;
     MainLines lines_;
-    Workspace<kAlternating ? 2 : BRISEL_LINES> ws_;
+    Workspace<kGainPeriod> ws_;
 };
 
 // Every gain equals the one two lines before, to the bit.
@@ -283,7 +284,8 @@ bool all_alternate(const ffdn_block_n16& e, bool stereo_in) {
 
 // The instances' numbers: number of stages, two bands, stereo input, alternating gains.
 template <size_t shape>
-using FusedShape = FusedLoop<1 + shape / 8, (shape & 4) != 0, (shape & 2) != 0, (shape & 1) != 0>;
+using FusedShape =
+    FusedLoop<1 + shape / 8, (shape / 4 % 2 > 0), (shape / 2 % 2 > 0), (shape % 2 > 0)>;
 constexpr auto kLoops = loop_table<FusedShape>(std::make_index_sequence<24>());
 
 } // namespace

@@ -163,13 +163,14 @@ private:
 
 // The instances' numbers: mono to mono, mono to stereo, stereo to stereo; two bands.
 template <size_t shape>
-using GenericShape = GenericLoop<shape / 2 >= 1, shape / 2 == 2, shape % 2 != 0>;
+using GenericShape = GenericLoop<(shape / 2 > 0), (shape / 2 > 1), (shape % 2 > 0)>;
 constexpr auto kLoops = loop_table<GenericShape>(std::make_index_sequence<6>());
 
 } // namespace
 
 void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
-    const size_t shape = (!io.y_right ? 0 : io.x_right ? 4 : 2) + (e.two_band ? 1 : 0);
+    const size_t channels = !io.y_right ? 0 : io.x_right ? 2 : 1;
+    const size_t shape = 2 * channels + (e.two_band ? 1 : 0);
     kLoops[shape](e, io, n, prepared);
 }
 
