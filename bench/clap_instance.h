@@ -1,6 +1,6 @@
-// brisel.clap, loaded and driven as a host does: the library, and instances of the plug-in in it with
-// stereo in, stereo out, blocks of one length, parameter events when asked for. What goes wrong ends the
-// program with a message.
+// brisel.clap, loaded and driven as a host does: the library, and instances of the plug-in in it
+// with stereo in, stereo out, blocks of one length, parameter events when asked for. What goes
+// wrong ends the program with a message.
 #ifndef BRISEL_BENCH_CLAP_INSTANCE_H
 #define BRISEL_BENCH_CLAP_INSTANCE_H
 

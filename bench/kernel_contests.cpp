@@ -1,9 +1,8 @@
 // Contests of single kernels: in place, from equal buffers, on work that neither grows nor decays.
-#include <brisel/kernels_avx2.h>
-
 #include <array>
 
 #include "bench/contest.h"
+#include "brisel/kernels_avx2.h"
 #include "tests/plain.h"
 
 namespace bench {

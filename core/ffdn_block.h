@@ -1,5 +1,5 @@
-// What an owner of an engine uses that brings the storage itself: the pieces of the set-up that do not
-// allocate, and a block without checks.
+// What an owner of an engine uses that brings the storage itself: the pieces of the set-up that do
+// not allocate, and a block without checks.
 #ifndef BRISEL_CORE_FFDN_BLOCK_H
 #define BRISEL_CORE_FFDN_BLOCK_H
 
@@ -8,8 +8,8 @@
 
 namespace brisel {
 
-// Everything that ffdn_block_n16_init sets but the decay gains, in a zeroed record. Returns false when
-// the lengths are unusable.
+// Everything that ffdn_block_n16_init sets but the decay gains, in a zeroed record. Returns false
+// when the lengths are unusable.
 bool lay_out_lines(ffdn_block_n16& e, const uint32_t* delays, const uint32_t* buffer_sizes,
                    int32_t block_size);
 

@@ -12,8 +12,8 @@ namespace brisel {
 
 namespace {
 
-// A ring's samples as straight runs of one tile. Runs that wrap are found in a copy of the ring's end
-// and beginning, made once a block.
+// A ring's samples as straight runs of one tile. Runs that wrap are found in a copy of the ring's
+// end and beginning, made once a block.
 template <uint32_t kTile>
 class StraightRing {
 public:

@@ -154,19 +154,37 @@ def page(found, images):
         f'<img alt="{name}" src="data:image/png;base64,{base64.b64encode(data).decode()}">'
         for name, data in images.items()
     )
-    return f"""<!doctype html> <html lang="en"><head><meta charset="utf-8"><title>Brisel:
-{options}</title><style> body {{ font: 15px/1.5 sans-serif; max-width: 64em; margin: 2em auto;
-padding: 0 1em; color: #222 }} table {{ border-collapse: collapse; margin: 1em 0 }} th, td {{
-padding: .2em .8em; text-align: right; border-bottom: 1px solid #ddd }} td:first-child,
-th:first-child {{ text-align: left }} img {{ max-width: 100%; display: block; margin: 1em 0 }}
-</style></head><body> <h1>Brisel: {options}</h1> <p>The response to an impulse at {found["rate_hz"]}
-Hz, wet only. Decay times, clarity and definition follow ISO 3382-1, counted from the onset, with
-the energies of both channels added; <i>set</i> is the T30 of an octave that decays just as Decay
-and Damp ask. Echo density follows Abel and Huang (2006), window {1000 * mixed["window_s"]:.0f} ms;
-the mixing time is when it first reaches {mixed["threshold"]}, counted from the impulse.</p>
+    return f"""<!doctype html>
+<html lang="en">
+<head>
+<meta charset="utf-8">
+<title>Brisel: {options}</title>
+<style>
+  body {{ font: 15px/1.5 sans-serif; color: #222 }}
+  body {{ max-width: 64em; margin: 2em auto; padding: 0 1em }}
+  table {{ border-collapse: collapse; margin: 1em 0 }}
+  th, td {{ padding: .2em .8em; text-align: right; border-bottom: 1px solid #ddd }}
+  td:first-child, th:first-child {{ text-align: left }}
+  img {{ max-width: 100%; display: block; margin: 1em 0 }}
+</style>
+</head>
+<body>
+<h1>Brisel: {options}</h1>
+
+<p>The response to an impulse at {found["rate_hz"]} Hz, wet only. Decay times, clarity and
+definition follow ISO 3382-1, counted from the onset, with the energies of both channels added;
+<i>set</i> is the T30 of an octave that decays just as Decay and Damp ask. Echo density follows Abel
+and Huang (2006), window {1000 * mixed["window_s"]:.0f} ms; the mixing time is when it first
+reaches {mixed["threshold"]}, counted from the impulse.</p>
+
 {table(["octave", "set (s)", "EDT (s)", "T20 (s)", "T30 (s)", "C80 (dB)", "D50 (%)"], bands)}
-{table(["", ""], single)} {shown} <h2>Settings</h2> {table(["setting", "value"], settings)}
-</body></html>
+{table(["", ""], single)}
+{shown}
+
+<h2>Settings</h2>
+{table(["setting", "value"], settings)}
+</body>
+</html>
 """
 
 
