@@ -1,10 +1,12 @@
-#include "automation.h"
+#include "render/automation.h"
 
-#include "errors.h"
-#include "text_lines.h"
+#include "render/errors.h"
+#include "render/text_lines.h"
 
 #include <algorithm>
 #include <fmt/format.h>
+
+namespace brisel::render {
 
 namespace {
 
@@ -49,3 +51,5 @@ Automation read_automation(const std::filesystem::path& file,
     std::ranges::stable_sort(steps, {}, &AutomationStep::seconds);
     return steps;
 }
+
+} // namespace brisel::render

@@ -1,6 +1,6 @@
-#include "clap_host.h"
+#include "render/clap_host.h"
 
-#include "errors.h"
+#include "render/errors.h"
 
 #include <algorithm>
 #include <array>
@@ -8,6 +8,8 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fmt/format.h>
+
+namespace brisel::render {
 
 namespace fs = std::filesystem;
 
@@ -268,3 +270,5 @@ fs::path default_plugin_file() {
     throw Failure(fmt::format("the plug-in is neither '{}' nor '{}'; name it with --plugin FILE",
                               beside.string(), installed.string()));
 }
+
+} // namespace brisel::render

@@ -3,7 +3,7 @@
 // interface run on the calling thread, which plays the main and the audio thread in turn.
 #pragma once
 
-#include "parameter.h"
+#include "render/parameter.h"
 
 #include <clap/clap.h>
 
@@ -14,6 +14,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+namespace brisel::render {
 
 struct ParameterChange {
     size_t index; // into Plugin::parameters()
@@ -93,3 +95,5 @@ std::filesystem::path default_plugin_file();
 
 // The folder of the running program.
 std::filesystem::path program_folder();
+
+} // namespace brisel::render

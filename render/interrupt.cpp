@@ -1,8 +1,10 @@
-#include "interrupt.h"
+#include "render/interrupt.h"
 
 #include <csignal>
 #include <cstdlib>
 #include <initializer_list>
+
+namespace brisel::render {
 
 namespace {
 
@@ -36,3 +38,5 @@ void die_by_signal(int signal) {
     std::raise(signal);
     std::_Exit(128 + signal);
 }
+
+} // namespace brisel::render

@@ -1,9 +1,11 @@
-#include "jobs.h"
+#include "render/jobs.h"
 
-#include "errors.h"
+#include "render/errors.h"
 
 #include <fmt/format.h>
 #include <map>
+
+namespace brisel::render {
 
 namespace fs = std::filesystem;
 
@@ -62,3 +64,5 @@ std::vector<Job> plan_jobs(const Options& options) {
     }
     return jobs;
 }
+
+} // namespace brisel::render

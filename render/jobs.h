@@ -2,10 +2,12 @@
 // that would replace an input or each other.
 #pragma once
 
-#include "options.h"
+#include "render/options.h"
 
 #include <filesystem>
 #include <vector>
+
+namespace brisel::render {
 
 struct Job {
     std::filesystem::path in;
@@ -15,3 +17,5 @@ struct Job {
 
 // Throws UsageError when inputs and outputs do not go together.
 std::vector<Job> plan_jobs(const Options& options);
+
+} // namespace brisel::render

@@ -1,25 +1,27 @@
 // brisel-render: sound files through the plug-in, loaded the way a host loads it.
 // Owns the order of things and the exit codes; see the other units for what they do.
-#include "automation.h"
-#include "clap_host.h"
-#include "errors.h"
-#include "interrupt.h"
-#include "jobs.h"
-#include "options.h"
-#include "preset.h"
-#include "renderer.h"
-#include "report.h"
+#include "render/automation.h"
+#include "render/clap_host.h"
+#include "render/errors.h"
+#include "render/interrupt.h"
+#include "render/jobs.h"
+#include "render/options.h"
+#include "render/preset.h"
+#include "render/renderer.h"
+#include "render/report.h"
 
 #include <cstdio>
 #include <fmt/format.h>
 #include <optional>
 
+namespace brisel::render {
+
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int exit_failure = 1;
-constexpr int exit_usage = 2;
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
 
 void complain(const std::string& message) {
     fmt::print(stderr, "brisel-render: {}\n", message);
@@ -102,7 +104,7 @@ int render_all(const Host& host, const std::vector<Job>& jobs, const RenderSetti
         } catch (const Failure& e) {
             check_interrupt(); // which may be what made it fail
             complain(e.what());
-            result = exit_failure;
+            result = kExitFailure;
         }
     }
     return result;
@@ -143,6 +145,10 @@ int run(int argc, char** argv) {
 
 } // namespace
 
+} // namespace brisel::render
+
+using namespace brisel::render;
+
 int main(int argc, char** argv) {
     catch_signals();
     try {
@@ -152,11 +158,11 @@ int main(int argc, char** argv) {
     } catch (const UsageError& e) {
         complain(e.what());
         fmt::print(stderr, "'brisel-render --help' shows the options.\n");
-        return exit_usage;
+        return kExitUsage;
     } catch (const Interrupted& interrupted) {
         die_by_signal(interrupted.signal);
     } catch (const std::exception& e) {
         complain(e.what());
-        return exit_failure;
+        return kExitFailure;
     }
 }

@@ -1,7 +1,7 @@
-#include "options.h"
+#include "render/options.h"
 
-#include "errors.h"
-#include "renderer.h"
+#include "render/errors.h"
+#include "render/renderer.h"
 
 #include <CLI/CLI.hpp>
 
@@ -9,11 +9,13 @@
 #include <fmt/format.h>
 #include <map>
 
+namespace brisel::render {
+
 namespace {
 
-constexpr std::string_view reverb_group = "Reverb";
-constexpr uint32_t longest_block = 1 << 20;
-constexpr double longest_tail = 3600.0; // seconds
+constexpr std::string_view kReverbGroup = "Reverb";
+constexpr uint32_t kLongestBlock = 1 << 20;
+constexpr double kLongestTail = 3600.0; // seconds
 
 // What a parameter does to the sound; one that is not listed has its range only.
 const std::map<std::string_view, std::string_view> descriptions{
@@ -147,7 +149,7 @@ void add_reverb_options(CLI::App& app, std::span<const Parameter> parameters,
                },
                description)
             ->type_name(std::string(type_of(p.unit)))
-            ->group(std::string(reverb_group));
+            ->group(std::string(kReverbGroup));
     }
 }
 
@@ -179,7 +181,7 @@ void add_other_options(CLI::App& app, Options& o, Texts& t) {
     text(rendering, "--block", t.block, "FRAMES",
          fmt::format("Length of the blocks handed to the plug-in, a multiple of 8; default {}, or "
                      "less where a short --size needs it",
-                     default_block));
+                     kDefaultBlock));
     flag(rendering, "--wet-only", o.wet_only, "Reverb without the dry signal: --mix 1");
     text(rendering, "--dry-gain", t.dry_gain, "GAIN",
          "Gain of the dry signal, in place of 1 - Mix: -96 dB to +24 dB");
@@ -234,10 +236,10 @@ double linear(double decibels) {
 
 void read_values(const Texts& t, Options& o) {
     if (!t.tail.empty() && t.tail != "auto")
-        o.tail_seconds = value_within("--tail", t.tail, Unit::seconds, 0.0, longest_tail);
+        o.tail_seconds = value_within("--tail", t.tail, Unit::seconds, 0.0, kLongestTail);
     if (!t.block.empty()) {
         o.block =
-            static_cast<uint32_t>(value_within("--block", t.block, Unit::count, 8, longest_block));
+            static_cast<uint32_t>(value_within("--block", t.block, Unit::count, 8, kLongestBlock));
         if (*o.block % 8 != 0)
             throw UsageError(fmt::format("--block: {} is no multiple of 8", *o.block));
     }
@@ -333,3 +335,5 @@ std::optional<Options> parse_options(int argc, char** argv, std::span<const Para
     assign_files(texts, options);
     return options;
 }
+
+} // namespace brisel::render

@@ -2,8 +2,8 @@
 // together; leaves files and values of parameters to others.
 #pragma once
 
-#include "parameter.h"
-#include "sound_file.h"
+#include "render/parameter.h"
+#include "render/sound_file.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -11,6 +11,8 @@
 #include <span>
 #include <string>
 #include <vector>
+
+namespace brisel::render {
 
 struct Setting {
     std::string option; // of a parameter, without dashes: "size"
@@ -51,3 +53,5 @@ EarlyOptions parse_early_options(int argc, char** argv);
 // Each parameter becomes an option. Returns none after printing what --help or --version ask for.
 // Throws UsageError.
 std::optional<Options> parse_options(int argc, char** argv, std::span<const Parameter> parameters);
+
+} // namespace brisel::render

@@ -1,6 +1,6 @@
-#include "output_file.h"
+#include "render/output_file.h"
 
-#include "errors.h"
+#include "render/errors.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -11,6 +11,8 @@
 #include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace brisel::render {
 
 namespace fs = std::filesystem;
 
@@ -89,3 +91,5 @@ std::string read_file(const fs::path& file) {
                                   std::strerror(fs::is_directory(file) ? EISDIR : errno)));
     return contents.str();
 }
+
+} // namespace brisel::render

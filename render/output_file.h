@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+namespace brisel::render {
+
 // Regular targets are written to a temporary file in the same folder, which replaces the target at
 // commit() and is removed when none comes. Anything else that exists (a device, a pipe) cannot be
 // replaced and is written in place. A symbolic link to a file stays and the file is replaced.
@@ -36,3 +38,5 @@ bool is_device(const std::filesystem::path& path);
 // Small files as a whole. Both throw Failure.
 void write_file(const std::filesystem::path& target, std::string_view contents);
 std::string read_file(const std::filesystem::path& file);
+
+} // namespace brisel::render

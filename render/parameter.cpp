@@ -1,10 +1,12 @@
-#include "parameter.h"
+#include "render/parameter.h"
 
-#include "errors.h"
+#include "render/errors.h"
 
 #include <charconv>
 #include <cmath>
 #include <fmt/format.h>
+
+namespace brisel::render {
 
 double Parameter::parse(std::string_view text) const {
     const double value = parse_value(text, unit);
@@ -57,3 +59,5 @@ std::optional<size_t> find_parameter(std::span<const Parameter> parameters, std:
         if (parameters[i].option == option) return i;
     return std::nullopt;
 }
+
+} // namespace brisel::render

@@ -1,18 +1,20 @@
-#include "preset.h"
+#include "render/preset.h"
 
-#include "errors.h"
-#include "output_file.h"
-#include "text_lines.h"
+#include "render/errors.h"
+#include "render/output_file.h"
+#include "render/text_lines.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+namespace brisel::render {
+
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view ending = ".preset";
+constexpr std::string_view kEnding = ".preset";
 
 ParameterChange parse_setting(std::string_view text, std::span<const Parameter> parameters) {
     const size_t equals = text.find('=');
@@ -65,7 +67,7 @@ std::vector<ShippedPreset> shipped_presets() {
          {program_folder() / "presets", program_folder() / "../share/brisel/presets"}) {
         std::error_code error;
         for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
-            if (entry.path().extension() == ending)
+            if (entry.path().extension() == kEnding)
                 presets.push_back(
                     {entry.path().stem().string(), first_comment(entry.path()), entry.path()});
         if (!presets.empty()) break;
@@ -85,3 +87,5 @@ fs::path find_preset(const std::string& file_or_name) {
     throw Failure(fmt::format("there is no preset '{}', neither a file nor one of: {}",
                               file_or_name, fmt::join(names, ", ")));
 }
+
+} // namespace brisel::render

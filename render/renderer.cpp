@@ -1,14 +1,16 @@
-#include "renderer.h"
+#include "render/renderer.h"
 
-#include "block_fit.h"
-#include "errors.h"
-#include "interrupt.h"
+#include "render/block_fit.h"
+#include "render/errors.h"
+#include "render/interrupt.h"
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
 #include <fmt/format.h>
+
+namespace brisel::render {
 
 namespace {
 
@@ -54,8 +56,8 @@ public:
 
     void pass_audible(const float* frames, size_t count) {
         size_t audible = count;
-        while (audible > 0 && std::fabs(frames[2 * audible - 2]) < tail_threshold &&
-               std::fabs(frames[2 * audible - 1]) < tail_threshold)
+        while (audible > 0 && std::fabs(frames[2 * audible - 2]) < kTailThreshold &&
+               std::fabs(frames[2 * audible - 1]) < kTailThreshold)
             --audible;
         pass(frames, audible);
         held_.insert(held_.end(), frames + 2 * audible, frames + 2 * count);
@@ -208,7 +210,7 @@ private:
 // The block length that the settings, and every step of the automation, are accepted with.
 uint32_t choose_block(Plugin& probe, int sample_rate, const RenderSettings& settings) {
     const BlockFit fit(probe, sample_rate);
-    uint32_t block = settings.block.value_or(default_block);
+    uint32_t block = settings.block.value_or(kDefaultBlock);
     const auto fit_in = [&](const std::vector<double>& values, const std::string& place) {
         const auto longest = fit.longest(values, block);
         if (!longest || (settings.block && *longest < block))
@@ -251,3 +253,5 @@ Summary render(Plugin& plugin, Plugin& probe, SoundReader& in, SoundWriter& out,
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return summary;
 }
+
+} // namespace brisel::render

@@ -1,10 +1,12 @@
-#include "report.h"
+#include "render/report.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fmt/format.h>
 #include <unistd.h>
+
+namespace brisel::render {
 
 namespace {
 
@@ -55,23 +57,23 @@ void ProgressBar::show(uint64_t done, uint64_t total) {
     const auto now = std::chrono::steady_clock::now();
     if (now < next_) return;
     next_ = now + std::chrono::milliseconds(50);
-    constexpr int width = 40;
+    constexpr int kWidth = 40;
     const double share =
         total > 0 ? std::min(1.0, static_cast<double>(done) / static_cast<double>(total)) : 1.0;
-    const int filled = static_cast<int>(share * width);
+    const int filled = static_cast<int>(share * kWidth);
     fmt::print(stderr, "\r{} [{:#<{}}{:.<{}}] {:3.0f}%\033[K", label_, "", filled, "",
-               width - filled, 100.0 * share);
+               kWidth - filled, 100.0 * share);
     std::fflush(stderr);
     shown_ = true;
 }
 
 std::string parameter_table(const Plugin& plugin, std::span<const double> values) {
-    constexpr const char* row = "{:<18} {:<20} {:<18} {:<9} {:<5} {}\n";
-    std::string table = fmt::format(row, "NAME", "OPTION", "RANGE", "DEFAULT", "UNIT", "NOW");
+    constexpr const char* kRow = "{:<18} {:<20} {:<18} {:<9} {:<5} {}\n";
+    std::string table = fmt::format(kRow, "NAME", "OPTION", "RANGE", "DEFAULT", "UNIT", "NOW");
     const auto& parameters = plugin.parameters();
     for (size_t i = 0; i < parameters.size(); ++i) {
         const Parameter& p = parameters[i];
-        table += fmt::format(row, p.name, "--" + p.option, p.range(),
+        table += fmt::format(kRow, p.name, "--" + p.option, p.range(),
                              show_value(p.default_value, p.unit), unit_name(p.unit),
                              plugin.text(i, values[i]));
     }
@@ -112,3 +114,5 @@ std::string clipping_warning(const Job& job, const Summary& s) {
                        "--normalize, less level, or a format with --bits 32f",
                        job.out.string(), s.samples_over, decibels(s.peak));
 }
+
+} // namespace brisel::render

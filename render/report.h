@@ -2,16 +2,18 @@
 // JSON, warnings.
 #pragma once
 
-#include "clap_host.h"
-#include "jobs.h"
-#include "preset.h"
-#include "renderer.h"
+#include "render/clap_host.h"
+#include "render/jobs.h"
+#include "render/preset.h"
+#include "render/renderer.h"
 
 #include <chrono>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
+
+namespace brisel::render {
 
 // A bar on standard error while it is a terminal; nothing elsewhere. Removed when it goes out of
 // scope.
@@ -44,3 +46,5 @@ std::string json(const Job& job, const Summary& summary);
 
 // Clipping, when the format cuts off what is beyond full scale; empty when there is none.
 std::string clipping_warning(const Job& job, const Summary& summary);
+
+} // namespace brisel::render

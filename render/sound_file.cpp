@@ -1,6 +1,6 @@
-#include "sound_file.h"
+#include "render/sound_file.h"
 
-#include "errors.h"
+#include "render/errors.h"
 
 #include <algorithm>
 #include <array>
@@ -10,12 +10,14 @@
 #include <limits>
 #include <unistd.h>
 
+namespace brisel::render {
+
 namespace fs = std::filesystem;
 
 namespace {
 
 // At and below this the equaliser's upper corner would reach half the sample rate.
-constexpr int lowest_rate = 9000;
+constexpr int kLowestRate = 9000;
 
 struct Container {
     std::string_view ending;
@@ -121,8 +123,8 @@ SoundFormat sound_format(std::string_view ending, Bits bits) {
         format.holds_over_scale = true;
         break;
     }
-    constexpr uint64_t most_bytes = (uint64_t{1} << 32) - 4096; // some room for the header
-    if (c->limited_to_4gb) format.most_frames = most_bytes / (2 * bytes_per_sample);
+    constexpr uint64_t kMostBytes = (uint64_t{1} << 32) - 4096; // some room for the header
+    if (c->limited_to_4gb) format.most_frames = kMostBytes / (2 * bytes_per_sample);
     return format;
 }
 
@@ -132,10 +134,10 @@ SoundReader::SoundReader(const fs::path& file) : name_(file.string()) {
     if (info_.channels > 2)
         throw Failure(fmt::format("'{}' has {} channels; the reverb takes one or two", name_,
                                   info_.channels));
-    if (info_.samplerate <= lowest_rate)
+    if (info_.samplerate <= kLowestRate)
         throw Failure(
             fmt::format("'{}' has a sample rate of {} Hz; the reverb needs more than {} Hz", name_,
-                        info_.samplerate, lowest_rate));
+                        info_.samplerate, kLowestRate));
 }
 
 size_t SoundReader::read(float* interleaved, size_t frames) {
@@ -213,3 +215,5 @@ void SoundWriter::check_complete() const {
 void SoundWriter::fail(const std::string& why) const {
     throw Failure(fmt::format("cannot write '{}': {}", name_, why));
 }
+
+} // namespace brisel::render

@@ -2,7 +2,7 @@
 // every fault of a sound file; samples are interleaved floats, nominal +/-1.0.
 #pragma once
 
-#include "output_file.h"
+#include "render/output_file.h"
 
 #include <sndfile.h>
 
@@ -12,6 +12,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+
+namespace brisel::render {
 
 enum class Bits { usual, int16, int24, float32 }; // usual: what suits the format best
 
@@ -76,3 +78,5 @@ private:
     SoundHandle sound_;
     uint64_t frames_ = 0;
 };
+
+} // namespace brisel::render

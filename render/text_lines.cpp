@@ -1,10 +1,12 @@
-#include "text_lines.h"
+#include "render/text_lines.h"
 
-#include "output_file.h"
-#include "units.h"
+#include "render/output_file.h"
+#include "render/units.h"
 
 #include <fmt/format.h>
 #include <sstream>
+
+namespace brisel::render {
 
 std::vector<TextLine> read_lines(const std::filesystem::path& file) {
     std::vector<TextLine> lines;
@@ -17,3 +19,5 @@ std::vector<TextLine> read_lines(const std::filesystem::path& file) {
     }
     return lines;
 }
+
+} // namespace brisel::render
