@@ -200,18 +200,14 @@ uint32_t Plugin::tail_frames() const {
     return tail_ ? tail_->get(plugin_) : 0;
 }
 
-void Plugin::process(std::span<float* const> in, std::span<float* const> out, uint32_t frames,
+void Plugin::process(std::array<float*, 2> in, std::array<float*, 2> out, uint32_t frames,
                      std::span<const ParameterChange> changes) {
-    // The record takes mutable channel lists, which the plug-in only reads.
-    std::array<float*, 2> in_channels{}, out_channels{};
-    std::copy(in.begin(), in.end(), in_channels.begin());
-    std::copy(out.begin(), out.end(), out_channels.begin());
-    const clap_audio_buffer_t input{.data32 = in_channels.data(),
+    const clap_audio_buffer_t input{.data32 = in.data(),
                                     .data64 = nullptr,
                                     .channel_count = static_cast<uint32_t>(in.size()),
                                     .latency = 0,
                                     .constant_mask = 0};
-    clap_audio_buffer_t output{.data32 = out_channels.data(),
+    clap_audio_buffer_t output{.data32 = out.data(),
                                .data64 = nullptr,
                                .channel_count = static_cast<uint32_t>(out.size()),
                                .latency = 0,

@@ -7,6 +7,7 @@
 
 #include <clap/clap.h>
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -49,9 +50,8 @@ public:
 
     uint32_t tail_frames() const; // 0 when the plug-in reports none
 
-    // Renders one block: 1 or 2 input channels, 2 output channels, `frames` samples each. The
-    // changes apply at its first frame. Throws Failure when the plug-in reports an error.
-    void process(std::span<float* const> in, std::span<float* const> out, uint32_t frames,
+    // Renders one block: channels of `frames` samples each. The changes apply at its first frame. Throws Failure when the plug-in reports an error.
+    void process(std::array<float*, 2> in, std::array<float*, 2> out, uint32_t frames,
                  std::span<const ParameterChange> changes);
 
 private:

@@ -1,5 +1,6 @@
 #include "render/interrupt.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <initializer_list>
@@ -8,7 +9,8 @@ namespace brisel::render {
 
 namespace {
 
-volatile std::sig_atomic_t caught_signal = 0;
+std::atomic<int> caught_signal = 0;
+static_assert(std::atomic<int>::is_always_lock_free); // as a handler needs it
 
 void note_signal(int signal) {
     caught_signal = signal;
@@ -30,7 +32,7 @@ void catch_signals() {
 }
 
 void check_interrupt() {
-    if (caught_signal != 0) throw Interrupted{caught_signal};
+    if (const int signal = caught_signal) throw Interrupted{signal};
 }
 
 void die_by_signal(int signal) {

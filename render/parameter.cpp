@@ -1,10 +1,12 @@
 #include "render/parameter.h"
 
 #include "render/errors.h"
+#include "render/suggest.h"
 
 #include <charconv>
 #include <cmath>
 #include <fmt/format.h>
+#include <vector>
 
 namespace brisel::render {
 
@@ -58,6 +60,14 @@ std::optional<size_t> find_parameter(std::span<const Parameter> parameters, std:
     for (size_t i = 0; i < parameters.size(); ++i)
         if (parameters[i].option == option) return i;
     return std::nullopt;
+}
+
+size_t need_parameter(std::span<const Parameter> parameters, std::string_view name) {
+    if (const auto index = find_parameter(parameters, name)) return *index;
+    std::vector<std::string> options;
+    for (const Parameter& p : parameters) options.push_back(p.option);
+    throw ValueError(fmt::format("there is no parameter '{}'{}", name,
+                                 did_you_mean(option_name(name), options)));
 }
 
 } // namespace brisel::render

@@ -37,4 +37,7 @@ Unit unit_from_text(std::string_view text, double value, bool stepped, double mi
 // The index of the parameter called `name`, as reported or as an option.
 std::optional<size_t> find_parameter(std::span<const Parameter> parameters, std::string_view name);
 
+// The same; throws ValueError that names the nearest parameter when there is none.
+size_t need_parameter(std::span<const Parameter> parameters, std::string_view name);
+
 } // namespace brisel::render

@@ -100,7 +100,7 @@ public:
 
         LevelMeter levels;
         TailGate gate(out, levels);
-        uint64_t input_frames = in_.frames(); // what the file promises, until its end is seen
+        uint64_t input_frames = in_.frames().value_or(0); // what is promised, until its end is seen
         bool ended = false;
         for (uint64_t position = 0;; position += block_) {
             check_interrupt();
@@ -127,7 +127,7 @@ public:
             } else {
                 gate.pass_audible(rest, end - split);
             }
-            progress(end, total);
+            progress(end, ended || in_.frames() ? total : 0);
         }
         plugin_.deactivate();
         return {.sample_rate = in_.sample_rate(),
@@ -150,10 +150,8 @@ private:
     // Fills the input channels, with silence behind the end; returns the frames that the file gave.
     size_t read_block() {
         const size_t got = in_.read(interleaved_.data(), block_);
-        const size_t channels = static_cast<size_t>(in_.channels());
-        for (size_t channel = 0; channel < channels; ++channel) {
-            for (size_t i = 0; i < got; ++i)
-                input_[channel][i] = interleaved_[i * channels + channel];
+        for (size_t channel = 0; channel < 2; ++channel) {
+            for (size_t i = 0; i < got; ++i) input_[channel][i] = interleaved_[2 * i + channel];
             std::fill(input_[channel] + got, input_[channel] + block_, 0.0f);
         }
         return got;
@@ -169,8 +167,7 @@ private:
             changes_.push_back({step.index, step.value});
             values_[step.index] = step.value;
         }
-        plugin_.process({input_.data(), static_cast<size_t>(in_.channels())}, output_, block_,
-                        changes_);
+        plugin_.process(input_, output_, block_, changes_);
     }
 
     void mix_and_interleave(uint64_t position, float gain) {
@@ -181,7 +178,7 @@ private:
             more_dry = static_cast<float>(*settings_.dry_gain - (1.0 - values_[*mix_]));
         }
         for (size_t channel = 0; channel < 2; ++channel) {
-            const float* dry = input_[in_.channels() == 1 ? 0 : channel];
+            const float* dry = input_[channel];
             for (size_t i = 0; i < block_; ++i) {
                 float sample = output_[channel][i];
                 // Samples that are no numbers count as silence, as they do in the plug-in.

@@ -4,7 +4,8 @@
 
 #include "render/automation.h"
 #include "render/clap_host.h"
-#include "render/sound_file.h"
+#include "render/sound_reader.h"
+#include "render/sound_writer.h"
 
 #include <cstdint>
 #include <functional>
@@ -43,7 +44,7 @@ struct Summary {
     double render_seconds = 0.0;
 };
 
-// Called after each block with the frames done and the frames to do as far as known.
+// Called after each block with the frames done and the frames to do; 0: not known.
 using ProgressCallback = std::function<void(uint64_t done, uint64_t total)>;
 
 // `probe` is a second instance of the plug-in, to try settings on. The writer is not committed.

@@ -33,18 +33,29 @@ private:
     std::chrono::steady_clock::time_point next_{};
 };
 
-// Name, option, range, default, unit, value in force (as the plug-in shows it).
-std::string parameter_table(const Plugin& plugin, std::span<const double> values);
+// Name, option, range, default, unit, value in force (as the plug-in shows it); as an array with
+// values in seconds, dB or the unit itself.
+std::string parameter_table(const Plugin& plugin, std::span<const double> values, bool as_json);
 
-std::string preset_table(std::span<const ShippedPreset> presets);
+std::string preset_table(std::span<const ShippedPreset> presets, bool as_json);
 
-// "wet.wav: 12.31 s, tail 3.00 s, peak -4.2 dBFS, 380 times real time"
-std::string sentence(const Job& job, const Summary& summary);
+// A job that is done.
+struct Rendered {
+    Job job;
+    SoundFormat format;
+    bool dithered;
+    Summary summary;
+    std::string lost; // metadata of the input that the result lacks, in words
+};
 
-// One object on one line, units in the keys; levels of silence are null.
-std::string json(const Job& job, const Summary& summary);
+// "wet.wav: 12.31 s, tail 3.00 s, peak -4.2 dBFS, 16 bit, 380 times real time"
+std::string sentence(const Rendered& result);
 
-// Clipping, when the format cuts off what is beyond full scale; empty when there is none.
-std::string clipping_warning(const Job& job, const Summary& summary);
+// One object on one line, units in the keys; levels of silence are null. Valid UTF-8 whatever the
+// names of files hold.
+std::string json(const Rendered& result);
+
+// Clipping, when the format cuts off what is beyond full scale, and metadata that is lost.
+std::vector<std::string> warnings(const Rendered& result);
 
 } // namespace brisel::render
