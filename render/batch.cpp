@@ -45,7 +45,7 @@ void make_folder_of(const fs::path& file) {
                                   error.message()));
 }
 
-void render_job(Instances& instances, const Job& job, const RenderSettings& settings,
+void render_job(const Instances& instances, const Job& job, const RenderSettings& settings,
                 const Options& options, bool with_bar, Messages& messages) {
     SoundReader in(job.in, {options.channels, options.rate, settings.normalize_peak.has_value()});
     // -o names a folder that may not be there, and folders below it; an OUT does not.
@@ -128,7 +128,7 @@ bool render_all(const PluginLibrary& library, const std::vector<Job>& jobs,
     std::atomic<size_t> next = 0;
     std::mutex fault_mutex;
     std::exception_ptr fault; // that ends the run: a signal
-    const auto work = [&](Instances& mine) {
+    const auto work = [&](const Instances& mine) {
         try {
             for (size_t i = next++; i < jobs.size(); i = next++) {
                 Messages messages;

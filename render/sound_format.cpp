@@ -53,6 +53,7 @@ const Container* find_container(std::string_view ending) {
 
 std::string unknown_ending(std::string_view ending) {
     std::vector<std::string> known;
+    known.reserve(kContainers.size());
     for (const Container& c : kContainers) known.push_back(fmt::format(".{}", c.ending));
     const std::string dotted = fmt::format("{}{}", ending.starts_with('.') ? "" : ".", ending);
     return fmt::format("no sound format is known by the ending '{}'{}{} known are {}", ending,

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdio>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <mutex>
@@ -66,30 +67,26 @@ double bytes_per_sample(int code) {
     }
 }
 
-struct DataLength {
-    double declared, present; // bytes
-};
-
-// The lines in libsndfile's log that tell of a length in the file that it has corrected, such as
-// "data : 192000 (should be 95961)". It has no other way of telling.
-std::optional<DataLength> corrected_length(SNDFILE* sound) {
+// The bytes that a file lacks to what its header says: 0 for none. libsndfile tells only by lines in
+// its log, such as "data : 192000 (should be 95961)".
+double missing_bytes(SNDFILE* sound) {
     std::array<char, 1 << 14> buffer{};
     sf_command(sound, SFC_GET_LOG_INFO, buffer.data(), buffer.size());
     std::istringstream log(buffer.data());
     for (std::string line; std::getline(log, line);) {
-        const size_t name = line.find_first_not_of(' ');
-        if (name == std::string::npos || line.find("(should be ") == std::string::npos) continue;
-        const std::string_view from_name = std::string_view(line).substr(name);
+        const size_t begin = line.find_first_not_of(' ');
+        if (begin == std::string::npos || line.find("(should be ") == std::string::npos) continue;
+        const std::string_view name = std::string_view(line).substr(begin);
         long long declared = 0, present = 0;
-        const char* const numbers = line.c_str() + line.find(':') + 1;
-        if ((from_name.starts_with("data") || from_name.starts_with("Data Size") ||
-             from_name.starts_with("SSND") || from_name.starts_with("riff") ||
-             from_name.starts_with("Riff size")) &&
-            std::sscanf(numbers, " %lld (should be %lld)", &declared, &present) == 2 &&
-            declared > 0 && present >= 0)
-            return DataLength{static_cast<double>(declared), static_cast<double>(present)};
+        if ((name.starts_with("data") || name.starts_with("Data Size") ||
+             name.starts_with("SSND") || name.starts_with("riff") ||
+             name.starts_with("Riff size")) &&
+            std::sscanf(line.c_str() + line.find(':') + 1, " %lld (should be %lld)", &declared,
+                        &present) == 2 &&
+            declared > present && !is_placeholder(static_cast<double>(declared)))
+            return static_cast<double>(declared - present);
     }
-    return std::nullopt;
+    return 0;
 }
 
 } // namespace
@@ -152,22 +149,20 @@ void SoundReader::open(const fs::path& file, bool twice) {
 }
 
 void SoundReader::find_length() {
-    const uint64_t frames = static_cast<uint64_t>(std::max<sf_count_t>(info_.frames, 0));
-    const bool unknown = info_.frames == SF_COUNT_MAX;
-    if (unknown && !streamed_ && (info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG)
-        fail_damaged(0, std::nullopt); // the length stands in the last page
-    if (unknown) return;
-    length_ = frames;
+    if (info_.frames == SF_COUNT_MAX) {
+        // The length of an OGG file stands in its last page.
+        if (!streamed_ && (info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG)
+            fail_damaged(0, std::nullopt);
+        return;
+    }
+    length_ = static_cast<uint64_t>(std::max<sf_count_t>(info_.frames, 0));
     const double width = info_.channels * bytes_per_sample(info_.format);
     if (streamed_) {
         // What the header says, but for what does not fill a frame.
-        const double bytes = static_cast<double>(frames) * width;
+        const double bytes = static_cast<double>(*length_) * width;
         if (is_placeholder(bytes) || is_placeholder(bytes + width)) length_.reset();
-    } else if (const auto data = corrected_length(sound_.get());
-               data && data->declared > data->present && !is_placeholder(data->declared)) {
-        // Both lengths may count a header along.
-        const double missing = data->declared - data->present;
-        fail_damaged(frames, frames + static_cast<uint64_t>(std::llround(missing / width)));
+    } else if (const double missing = missing_bytes(sound_.get()); missing > 0) {
+        fail_damaged(*length_, *length_ + static_cast<uint64_t>(std::llround(missing / width)));
     }
 }
 
@@ -218,14 +213,14 @@ size_t SoundReader::read(float* stereo, size_t frames) {
 }
 
 size_t SoundReader::read_file(float* stereo, size_t frames) {
-    const size_t channels = static_cast<size_t>(info_.channels);
-    interleaved_.resize(frames * channels);
+    const size_t width = static_cast<size_t>(info_.channels);
+    interleaved_.resize(frames * width);
     const sf_count_t got =
         sf_readf_float(sound_.get(), interleaved_.data(), static_cast<sf_count_t>(frames));
     const size_t count = static_cast<size_t>(std::max<sf_count_t>(got, 0));
     for (size_t i = 0; i < count; ++i) {
-        stereo[2 * i] = interleaved_[i * channels + left_];
-        stereo[2 * i + 1] = interleaved_[i * channels + right_];
+        stereo[2 * i] = interleaved_[i * width + left_];
+        stereo[2 * i + 1] = interleaved_[i * width + right_];
     }
     position_ += count;
     if (count < frames) {

@@ -150,8 +150,8 @@ std::string SoundWriter::commit() {
 std::string SoundWriter::check_complete() const {
     if (format_.ending == "raw") {
         const off_t size = lseek(file_.descriptor(), 0, SEEK_END);
-        const uint64_t frame = 2U * (quantizer_ ? bits_of_integers(format_) / 8 : 4);
-        if (static_cast<uint64_t>(size) != frames_ * frame)
+        const off_t frame = quantizer_ ? bits_of_integers(format_) / 4 : 8;
+        if (size != static_cast<off_t>(frames_) * frame)
             fail("the end of the file is missing; is the disk full?");
         return missing_metadata(wanted_, {});
     }

@@ -11,10 +11,10 @@ namespace {
 // Insertions, deletions, replacements and swaps of neighbours that turn one word into the other
 // (optimal string alignment).
 size_t edit_distance(std::string_view a, std::string_view b) {
-    std::vector<size_t> two_above, above, row(b.size() + 1);
+    std::vector<size_t> above, row(b.size() + 1);
     for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
     for (size_t i = 1; i <= a.size(); ++i) {
-        two_above = std::move(above);
+        const std::vector<size_t> two_above = std::move(above);
         above = row;
         row[0] = i;
         for (size_t j = 1; j <= b.size(); ++j) {

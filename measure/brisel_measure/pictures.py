@@ -263,7 +263,8 @@ def draw_sounds(sounds, rate):
         rows[index].set_title(name, loc="left", fontsize=9, pad=2)
         rows[index].set(xlabel="", ylabel="Hz")
         size = rate // 50
-        level = analysis.energy(sound)[: len(sound) // size * size].reshape(-1, size).mean(axis=1)
+        level = analysis.energy(sound)[: len(sound) // size * size] / sound.shape[1]
+        level = level.reshape(-1, size).mean(axis=1)
         rows[-1].plot(
             np.arange(level.size) * size / rate,
             decibels(level),
