@@ -21,7 +21,10 @@ void note_signal(int signal) {
 void catch_signals() {
     struct sigaction action {};
     action.sa_handler = note_signal;
-    sigemptyset(&action.sa_mask); // no SA_RESTART: whatever waits for a pipe shall end, too
+    sigemptyset(&action.sa_mask);
+    // No SA_RESTART: whatever waits for a pipe shall end, too. What waits all the same, inside a
+    // library, is ended by a second signal.
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction before {};
         sigaction(signal, nullptr, &before);

@@ -27,6 +27,7 @@ constexpr std::string_view kOwnChunks[] = {
     "smpl", "inst", "PEAK", "JUNK", "PAD ", "FLLR", "FORM", "FVER", "COMM", "SSND",
     "NAME", "AUTH", "ANNO", "(c) ", "COMT", "APPL", "MARK", "INST", "AESD", "basc"};
 
+constexpr std::string_view kList = "LIST";
 constexpr unsigned kLongestChunk = 1 << 20; // bytes; what is longer holds samples
 
 using Broadcast = SF_BROADCAST_INFO_VAR(15 << 10);
@@ -64,10 +65,29 @@ std::vector<Metadata::Chunk> read_chunks(SNDFILE* sound) {
         info.data = data.data();
         if (sf_get_chunk_data(at, &info) != SF_ERR_NO_ERROR || info.id_size != 4) continue;
         std::string id(info.id, 4);
-        if (std::ranges::find(kOwnChunks, id) == std::end(kOwnChunks))
+        // Names of cue points, which libsndfile reads and does not write, are such a list, too.
+        if (std::ranges::find(kOwnChunks, id) == std::end(kOwnChunks) ||
+            (id == kList && data.starts_with("adtl")))
             chunks.push_back({std::move(id), std::move(data)});
     }
     return chunks;
+}
+
+// libsndfile writes chunks in whole words of four bytes, and reads what lies between the last entry of
+// a list and its end as another entry: the last text is made longer by zeros instead.
+std::string whole_words(std::string list) {
+    const size_t pad = (4 - list.size() % 4) % 4;
+    size_t last = 4, size = 0; // entries have a name and a size, of four bytes each
+    for (size_t next = 4; next + 8 <= list.size(); next += 8 + size + size % 2) {
+        uint32_t bytes = 0;
+        std::memcpy(&bytes, &list[next + 4], sizeof bytes);
+        last = next;
+        size = bytes;
+    }
+    if (pad == 0 || size > list.size() || last + 8 + size > list.size()) return list;
+    const auto longer = static_cast<uint32_t>(list.size() - last - 8 + pad);
+    std::memcpy(&list[last + 4], &longer, sizeof longer);
+    return list + std::string(pad, '\0');
 }
 
 uint32_t moved(uint32_t frames, double ratio) {
@@ -134,7 +154,7 @@ void write_metadata(SNDFILE* sound, const Metadata& metadata, int code, int from
     }
     if (container_of(code) != container_of(from)) return;
     for (const Metadata::Chunk& chunk : metadata.chunks) {
-        std::string data = chunk.data;
+        std::string data = chunk.id == kList ? whole_words(chunk.data) : chunk.data;
         SF_CHUNK_INFO info{};
         std::memcpy(info.id, chunk.id.data(), 4);
         info.id_size = 4;
@@ -164,16 +184,19 @@ std::string missing_metadata(const Metadata& wanted, const Metadata& found) {
     miss(std::ranges::equal(wanted.cues, found.cues, same_cue) &&
              !std::ranges::equal(wanted.cues, found.cues,
                                  [](const SF_CUE_POINT& a, const SF_CUE_POINT& b) {
-                                     return std::strncmp(a.name, b.name, sizeof a.name) == 0;
+                                     return a.name[0] == '\0' ||
+                                            std::strncmp(a.name, b.name, sizeof a.name) == 0;
                                  }),
          "names of cue points");
     const auto loops = [](const Metadata& m) {
         return m.instrument ? m.instrument->loop_count : -1;
     };
     miss(wanted.instrument && loops(wanted) != loops(found), "instrument and loops");
-    for (const Metadata::Chunk& chunk : wanted.chunks)
-        miss(std::ranges::find(found.chunks, chunk.id, &Metadata::Chunk::id) == found.chunks.end(),
-             fmt::format("chunk '{}'", chunk.id));
+    for (const Metadata::Chunk& chunk : wanted.chunks) {
+        const bool there =
+            std::ranges::find(found.chunks, chunk.id, &Metadata::Chunk::id) != found.chunks.end();
+        miss(!there && chunk.id != kList, fmt::format("chunk '{}'", chunk.id));
+    }
     return list;
 }
 

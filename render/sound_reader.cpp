@@ -123,11 +123,13 @@ void SoundReader::open(const fs::path& file, bool twice) {
     fstat(file_.get(), &status);
     if (S_ISDIR(status.st_mode))
         throw Failure(fmt::format("cannot read {}: it is a folder", name_));
+    const bool is_file = S_ISREG(status.st_mode), is_pipe = S_ISFIFO(status.st_mode);
     if (isatty(file_.get()) == 1)
         throw Failure(fmt::format("{} is a terminal: a sound file is needed", name_));
-    const bool whole = S_ISREG(status.st_mode) && lseek(file_.get(), 0, SEEK_CUR) == 0;
-    if (!whole) {
-        streamed_ = !twice && S_ISFIFO(status.st_mode) && can_stream(file_.get());
+    if (!is_file && !is_pipe && !S_ISSOCK(status.st_mode))
+        throw Failure(fmt::format("cannot read {}: it is a device", name_));
+    if (!is_file || lseek(file_.get(), 0, SEEK_CUR) != 0) {
+        streamed_ = !twice && is_pipe && can_stream(file_.get());
         if (!streamed_) {
             Descriptor copy = anonymous_file();
             try {

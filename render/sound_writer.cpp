@@ -43,6 +43,8 @@ SoundWriter::SoundWriter(const fs::path& file, const SoundFormat& format, bool d
                          const SoundReader& in, uint64_t least_frames)
     : name_(output_name(file)), format_(format), sample_rate_(in.sample_rate()),
       wanted_(in.metadata()), file_(file) {
+    if (file_.in_place() && isatty(file_.descriptor()) == 1)
+        fail("it is a terminal, which a sound is of no use to");
     check_room(least_frames);
     format_.check_rate(sample_rate_, name_);
     if (format_.holds_integers()) quantizer_.emplace(bits_of_integers(format_), dither);

@@ -144,9 +144,10 @@ class Files(unittest.TestCase):
         cues = [struct.pack("<II4sIII", k, at, b"data", 0, 0, at) for k, at in ((1, 100), (2, 2000))]
         loop = struct.pack("<9I6I", 0, 0, 20833, 60, 0, 0, 0, 1, 0, 0, 0, 1000, 2999, 0, 0)
         title = b"INFO" + chunk(b"INAM", b"A title\0")
+        names = b"adtl" + chunk(b"labl", struct.pack("<I", 1) + b"A cue\0")
         (self.folder / "tagged.wav").write_bytes(
             wav(chunk(b"fmt ", fmt), chunk(b"bext", bext), chunk(b"iXML", b"<x></x>"),
-                chunk(b"data", bytes(8000)), chunk(b"LIST", title),
+                chunk(b"data", bytes(8000)), chunk(b"LIST", title), chunk(b"LIST", names),
                 chunk(b"cue ", struct.pack("<I", 2) + b"".join(cues)), chunk(b"smpl", loop))
         )  # fmt: skip
         said = self.run_program("tagged.wav", "out.wav", "--rate", "96000", "--tail", "0")
@@ -156,7 +157,8 @@ class Files(unittest.TestCase):
         self.assertEqual(struct.unpack_from("<I", found[b"smpl"], 44)[0], 2000)
         self.assertEqual(found[b"bext"][:5], b"scene")
         self.assertEqual(struct.unpack_from("<I", found[b"bext"], 338)[0], 96000)
-        self.assertIn(b"A title", found[b"LIST"])
+        for text in (b"A title", b"A cue"):
+            self.assertIn(text, self.bytes("out.wav"))
         self.assertIn(b"<x></x>", found[b"iXML"])
         lost = self.run_program("tagged.wav", "out.flac").stderr.decode()
         self.assertIn(": broadcast information, cue points, instrument and loops", lost)
