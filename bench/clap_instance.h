@@ -1,5 +1,6 @@
-// One instance of brisel.clap, loaded and driven as a host does: stereo in, stereo out, blocks of one
-// length, parameter events when asked for.
+// brisel.clap, loaded and driven as a host does: the library, and instances of the plug-in in it with
+// stereo in, stereo out, blocks of one length, parameter events when asked for. What goes wrong ends the
+// program with a message.
 #ifndef BRISEL_BENCH_CLAP_INSTANCE_H
 #define BRISEL_BENCH_CLAP_INSTANCE_H
 
@@ -25,34 +26,70 @@ inline const clap_host_t kHost = {{1, 2, 0},
                                   [](auto*) {},
                                   [](auto*) {}};
 
+[[noreturn]] inline void fail(const std::string& what) {
+    std::fprintf(stderr, "bench: %s\n", what.c_str());
+    std::exit(1);
+}
+
+class ClapLibrary {
+public:
+    explicit ClapLibrary(const std::string& file)
+        : handle_(dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+        if (!handle_) fail(dlerror());
+        entry_ = static_cast<const clap_plugin_entry_t*>(dlsym(handle_, "clap_entry"));
+        if (!entry_ || !entry_->init(file.c_str())) fail(file + " is no plug-in");
+        factory_ =
+            static_cast<const clap_plugin_factory_t*>(entry_->get_factory(CLAP_PLUGIN_FACTORY_ID));
+        descriptor_ = factory_ ? factory_->get_plugin_descriptor(factory_, 0) : nullptr;
+        if (!descriptor_) fail(file + " offers no plug-in");
+    }
+    ~ClapLibrary() {
+        entry_->deinit();
+        dlclose(handle_);
+    }
+    ClapLibrary(const ClapLibrary&) = delete;
+    ClapLibrary& operator=(const ClapLibrary&) = delete;
+
+    const clap_plugin_t* create() const {
+        const clap_plugin_t* plugin = factory_->create_plugin(factory_, &kHost, descriptor_->id);
+        if (!plugin || !plugin->init(plugin)) fail("no instance");
+        return plugin;
+    }
+
+    // A function of the engine API, which the plug-in's file exports, too.
+    template <typename Function>
+    Function* function(const char* name) const {
+        void* address = dlsym(handle_, name);
+        if (!address) fail(dlerror());
+        return reinterpret_cast<Function*>(address);
+    }
+
+private:
+    void* handle_;
+    const clap_plugin_entry_t* entry_ = nullptr;
+    const clap_plugin_factory_t* factory_ = nullptr;
+    const clap_plugin_descriptor_t* descriptor_ = nullptr;
+};
+
 class ClapInstance {
 public:
-    // Ends the program with a message when the file holds no usable plug-in.
-    ClapInstance(const std::string& file, double sample_rate, uint32_t frames) : frames_(frames) {
-        library_ = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (!library_) fail(dlerror());
-        entry_ = static_cast<const clap_plugin_entry_t*>(dlsym(library_, "clap_entry"));
-        if (!entry_ || !entry_->init(file.c_str())) fail(file + " is no plug-in");
-        const auto* factory =
-            static_cast<const clap_plugin_factory_t*>(entry_->get_factory(CLAP_PLUGIN_FACTORY_ID));
-        const auto* descriptor = factory ? factory->get_plugin_descriptor(factory, 0) : nullptr;
-        if (!descriptor) fail(file + " offers no plug-in");
-        plugin_ = factory->create_plugin(factory, &kHost, descriptor->id);
-        if (!plugin_ || !plugin_->init(plugin_) ||
-            !plugin_->activate(plugin_, sample_rate, frames, frames) ||
-            !plugin_->start_processing(plugin_)) {
-            fail(file + " does not start");
-        }
-    }
+    explicit ClapInstance(const ClapLibrary& library) : plugin_(library.create()) {}
     ~ClapInstance() {
-        plugin_->stop_processing(plugin_);
-        plugin_->deactivate(plugin_);
+        if (frames_ > 0) {
+            plugin_->stop_processing(plugin_);
+            plugin_->deactivate(plugin_);
+        }
         plugin_->destroy(plugin_);
-        entry_->deinit();
-        dlclose(library_);
     }
     ClapInstance(const ClapInstance&) = delete;
     ClapInstance& operator=(const ClapInstance&) = delete;
+
+    void start(double sample_rate, uint32_t frames) {
+        if (!plugin_->activate(plugin_, sample_rate, 1, frames) ||
+            !plugin_->start_processing(plugin_))
+            fail("an instance does not start");
+        frames_ = frames;
+    }
 
     // Goes along with the next block.
     void set_parameter(clap_id id, double value) {
@@ -85,10 +122,6 @@ public:
     }
 
 private:
-    [[noreturn]] static void fail(const std::string& what) {
-        std::fprintf(stderr, "bench: %s\n", what.c_str());
-        std::exit(1);
-    }
     static uint32_t event_count(const clap_input_events_t* list) {
         return static_cast<const ClapInstance*>(list->ctx)->events_waiting_;
     }
@@ -96,10 +129,9 @@ private:
         return &static_cast<const ClapInstance*>(list->ctx)->event_.header;
     }
 
-    uint32_t frames_, events_waiting_ = 0;
-    void* library_ = nullptr;
-    const clap_plugin_entry_t* entry_ = nullptr;
-    const clap_plugin_t* plugin_ = nullptr;
+    const clap_plugin_t* plugin_;
+    uint32_t frames_ = 0; // of a block; 0 before start()
+    uint32_t events_waiting_ = 0;
     clap_event_param_value_t event_ = {};
 };
 

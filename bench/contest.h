@@ -61,9 +61,6 @@ bool render_alike(Contest& contest, uint32_t from, uint32_t blocks);
 inline constexpr uint32_t kNoiseFrames = 1024;
 std::span<const float> noise(uint32_t channel);
 
-// Flush-to-zero and denormals-are-zero for the whole thread, as hosts set them for theirs.
-void flush_to_zero();
-
 } // namespace bench
 
 #endif

@@ -12,6 +12,7 @@
 #include "bench/clap_instance.h"
 #include "bench/contest.h"
 #include "bench/lv2_peer.h"
+#include "bench/program.h"
 #include "bench/statistics.h"
 
 namespace {
@@ -75,15 +76,13 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.add_option("--seed", seed, "of the random order")->capture_default_str();
     app.add_option("--plugin", plugin, "the plug-in")->capture_default_str();
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
+    parse_or_exit(app, argc, argv);
 
     flush_to_zero();
     const Clock clock;
-    ClapInstance ours(plugin, kRate, frames), everything(plugin, kRate, frames);
+    const ClapLibrary library(plugin);
+    ClapInstance ours(library), everything(library);
+    for (ClapInstance* instance : {&ours, &everything}) instance->start(kRate, frames);
     std::vector<float> silence(frames), unheard(frames);
     constexpr std::pair<clap_id, double> kEverything[] = {{2, 3}, {7, 1}, {10, 3}, {11, -3}};
     for (const auto& [id, value] : kEverything) {

@@ -97,8 +97,9 @@ public:
 class PluginContest : public Contest {
 public:
     PluginContest(const std::string& file, int32_t n)
-        : frames_(n), signals_(n, 0.1f), ours_(file, 48000, static_cast<uint32_t>(n)),
-          plain_(48000, n) {}
+        : frames_(n), signals_(n, 0.1f), library_(file), ours_(library_), plain_(48000, n) {
+        ours_.start(48000, static_cast<uint32_t>(n));
+    }
 
     void render(Side side, uint32_t block) override {
         const float *left = signals_.in(0, block), *right = signals_.in(1, block);
@@ -114,6 +115,7 @@ public:
 private:
     int32_t frames_;
     Signals signals_;
+    ClapLibrary library_;
     ClapInstance ours_;
     plain::Reverb plain_;
 };

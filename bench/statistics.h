@@ -8,8 +8,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <fstream>
-#include <string>
 #include <vector>
 
 namespace bench {
@@ -59,14 +57,6 @@ public:
 private:
     double ns_per_tick_ = 0.0, overhead_ticks_ = 0.0;
 };
-
-inline std::string processor_name() {
-    std::ifstream info("/proc/cpuinfo");
-    for (std::string line; std::getline(info, line);) {
-        if (line.starts_with("model name")) return line.substr(line.find(':') + 2);
-    }
-    return "unknown processor";
-}
 
 } // namespace bench
 

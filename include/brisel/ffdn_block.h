@@ -1,4 +1,4 @@
-/* The block engine: a 16-line filter feedback delay network that runs whole blocks on AVX2 kernels.
+/* The block engine: a 16-line filter feedback delay network that runs whole blocks in AVX2 code.
  *
  * Per frame, with s the outputs of the 16 delay lines, H the orthonormal Walsh-Hadamard transform and
  * A = D_K H ... D_2 H D_1 H the cascade of K stages (D_k delays each line by its stage delay; A = H

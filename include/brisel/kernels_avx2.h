@@ -1,5 +1,6 @@
-/* The vector kernels of the block engine. They need AVX2 and FMA and do not check for them (see
- * qv_dsp_cpu_features).
+/* The steps of the network as vector kernels, for programs that build a feedback loop of their own.
+ * (The block engine does not call them: it runs loops of the same steps, fused.) They need AVX2 and FMA
+ * and do not check for them (see qv_dsp_cpu_features).
  *
  * All are [audio-thread], check no argument and keep no state. Blocks of the 16 lines are line-major
  * (frame t of line i at i * n + t); gain vectors are float[16], linear. Pointers need no alignment,
