@@ -11,6 +11,8 @@
 #include "render/errors.h"
 #include "render/preset.h"
 
+using namespace brisel::render;
+
 namespace {
 
 std::vector<Parameter> parameters() {

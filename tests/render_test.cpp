@@ -27,9 +27,7 @@ std::vector<float> engine_output(const Sound& in, const qv_reverb_params& params
             left[i] = in.at(start + i, 0);
             right[i] = in.at(start + i, in.channels == 2 ? 1 : 0);
         }
-        EXPECT_EQ(qv_reverb_process(reverb, left, in.channels == 2 ? right : nullptr, out_left,
-                                    out_right, block),
-                  0);
+        EXPECT_EQ(qv_reverb_process(reverb, left, right, out_left, out_right, block), 0);
         for (size_t i = 0; i < block && start + i < frames; ++i) {
             out.push_back(out_left[i]);
             out.push_back(out_right[i]);

@@ -7,6 +7,8 @@
 
 #include <random>
 
+using namespace brisel::render;
+
 namespace {
 
 TEST(RenderValues, AreReadInPeoplesUnits) {
