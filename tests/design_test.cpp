@@ -93,22 +93,6 @@ TEST(VelvetDesign, EqualsIndependentlyComputedDelays) {
     EXPECT_TRUE(velvet(0, 7, 0.5f).empty() && velvet(-1, 7, 0.5f).empty());
 }
 
-// The properties that the scattering relies on.
-TEST(VelvetDesign, DrawsDistinctOffsetsAndJittersTheGridByAQuarter) {
-    for (uint64_t seed = 1; seed <= 500; ++seed) {
-        const auto spread = static_cast<int32_t>(1 + seed % 7);
-        Stages d = velvet(3, seed, 1.0f / static_cast<float>(spread));
-        for (size_t i = 0; i < 16; ++i) {
-            ASSERT_LE(std::abs(d[16 + i] - 16 * d[i]), 4) << "seed " << seed;
-            ASSERT_LE(std::abs(d[32 + i] - 256 * d[i]), 64) << "seed " << seed;
-        }
-        ASSERT_GE(*std::min_element(d.begin(), d.end()), 0) << "seed " << seed;
-        std::sort(d.begin(), d.begin() + 16);
-        ASSERT_LE(d[15], 15 * spread) << "seed " << seed;
-        ASSERT_EQ(std::adjacent_find(d.begin(), d.begin() + 16), d.begin() + 16) << "seed " << seed;
-    }
-}
-
 // ---- Decay ----------------------------------------------------------------------------------------
 
 namespace {
