@@ -131,9 +131,7 @@ std::vector<float> engine_output(const Sound& in, const qv_reverb_params& params
             left[i] = in.samples[(start + i) * channels];
             right[i] = in.samples[(start + i) * channels + channels - 1];
         }
-        EXPECT_EQ(qv_reverb_process(reverb.get(), left, channels == 2 ? right : nullptr, left,
-                                    right, kBlock),
-                  0);
+        EXPECT_EQ(qv_reverb_process(reverb.get(), left, right, left, right, kBlock), 0);
         for (size_t i = 0; i < kBlock && start + i < frames; ++i)
             out.insert(out.end(), {left[i], right[i]});
     }
