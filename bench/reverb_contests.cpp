@@ -4,8 +4,8 @@
 
 #include "bench/clap_instance.h"
 #include "bench/contest.h"
+#include "bench/plain_reverb.h"
 #include "brisel/reverb.h"
-#include "tests/plain_reverb.h"
 
 namespace bench {
 

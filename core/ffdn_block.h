@@ -1,9 +1,10 @@
-// The pieces of an engine's set-up that do not allocate, for an owner that brings the storage
-// itself.
+// What an owner of an engine uses that brings the storage itself: the pieces of the set-up that do
+// not allocate, and a block without checks.
 #ifndef BRISEL_CORE_FFDN_BLOCK_H
 #define BRISEL_CORE_FFDN_BLOCK_H
 
 #include "brisel/ffdn_block.h"
+#include "core/avx2/loop/feedback_loop.h"
 
 namespace brisel {
 
@@ -30,6 +31,11 @@ ModulationDraws draw_modulation(int32_t sample_rate, uint64_t seed, float rate_m
 // The rest of ffdn_block_n16_set_modulation. Returns false with nothing changed when a line is too
 // short.
 bool start_modulation(ffdn_block_n16& e, int32_t depth, const ModulationDraws& draws);
+
+// Renders n frames, a positive multiple of 8, at most every line's delay and ring size, without any check
+// and without modulation. `prepared`: see feedback_loop.h; such a line's line_delay does not count. Of
+// mono inputs and outputs the right pointers are null. [audio-thread]
+void run_block(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared);
 
 } // namespace brisel
 

@@ -6,6 +6,7 @@
 #include "core/avx2/loop/feedback_loop.h"
 #include "core/avx2/runs.h"
 #include "core/avx2/units.h"
+#include "core/ffdn_block.h"
 #include "core/network_math.h"
 
 namespace {
@@ -40,13 +41,6 @@ void prepare_lines(const ffdn_block_n16& e, uint32_t n, uint32_t lines) {
     }
 }
 
-void run_feedback_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
-    if (brisel::fused_loop_applies(e, io))
-        brisel::run_fused_loop(e, io, n, prepared);
-    else
-        brisel::run_generic_loop(e, io, n, prepared);
-}
-
 int32_t process(ffdn_block_n16& e, const BlockSignals& io, int32_t frames) {
     if (frames < 1 || frames > e.block_size || frames % 8 != 0) return -1;
     if (e.mod_enabled && ffdn_block_n16_apply_modulation(&e, frames) != 0) return -1;
@@ -54,7 +48,7 @@ int32_t process(ffdn_block_n16& e, const BlockSignals& io, int32_t frames) {
     if (!lines_hold(e, n)) return -1;
     const uint32_t prepared = lines_beyond_ring(e);
     prepare_lines(e, n, prepared);
-    run_feedback_loop(e, io, n, prepared);
+    brisel::run_block(e, io, n, prepared);
     return 0;
 }
 
@@ -87,6 +81,17 @@ void add_energy(double& energy, const float* ring, uint32_t wpos, uint32_t mask,
 }
 
 } // namespace
+
+namespace brisel {
+
+void run_block(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
+    if (fused_loop_applies(e, io))
+        run_fused_loop(e, io, n, prepared);
+    else
+        run_generic_loop(e, io, n, prepared);
+}
+
+} // namespace brisel
 
 int32_t ffdn_block_n16_apply_modulation(ffdn_block_n16* e, int32_t n) {
     return brisel::ffdn_modulation_step_avx2(*e, n) ? 0 : modulate_line_by_line(*e, n);

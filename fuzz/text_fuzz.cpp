@@ -11,25 +11,23 @@
 #include "render/errors.h"
 #include "render/preset.h"
 
+using namespace brisel::render;
+
 namespace {
 
 std::vector<Parameter> parameters() {
-    struct Row {
-        const char* name;
-        double min, max, value;
-        Unit unit;
-    };
-    constexpr Row rows[] = {{"Size", 0.005, 0.5, 0.04, Unit::milliseconds},
-                            {"Decay", 0.1, 10, 2, Unit::seconds},
-                            {"Brisel", 0, 3, 2, Unit::count},
-                            {"Mix", 0, 1, 0.3, Unit::ratio},
-                            {"Modulate", 0, 1, 1, Unit::on_off},
-                            {"EQ Low (dB)", -24, 24, 0, Unit::decibels},
-                            {"Other", -1e300, 1e300, 0, Unit::number}};
     std::vector<Parameter> all;
-    for (const Row& row : rows)
-        all.push_back({static_cast<uint32_t>(all.size()), nullptr, row.name, option_name(row.name),
-                       row.min, row.max, row.value, row.unit});
+    const auto add = [&](const char* name, double min, double max, Unit unit) {
+        const auto id = static_cast<uint32_t>(all.size());
+        all.push_back({id, nullptr, name, option_name(name), min, max, min, unit});
+    };
+    add("Size", 0.005, 0.5, Unit::milliseconds);
+    add("Decay", 0.1, 10, Unit::seconds);
+    add("Brisel", 0, 3, Unit::count);
+    add("Mix", 0, 1, Unit::ratio);
+    add("Modulate", 0, 1, Unit::on_off);
+    add("EQ Low (dB)", -24, 24, Unit::decibels);
+    add("Other", -1e300, 1e300, Unit::number);
     return all;
 }
 

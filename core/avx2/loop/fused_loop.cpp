@@ -196,8 +196,8 @@ private:
         ws_.in_gains.set(0, kStereoIn ? e_.in_left : e_.in_gain);
         ws_.in_gains.set(1, e_.in_right);
         feed_back_piece<kTwoBand, kStereoIn, kPiece>(
-            e_, ws_.filtered, ws_.in_gains, io_.x_left + t0, kStereoIn ? io_.x_right + t0 : nullptr,
-            ws_.results[0], length,
+            e_, shelf_of(e_, io_, t0), ws_.filtered, ws_.in_gains, io_.x_left + t0,
+            kStereoIn ? io_.x_right + t0 : nullptr, ws_.results[0], length,
             [&](size_t p) __attribute__((always_inline)) {
                 if (K >= 2) stage0_into_1(stages, p);
                 if (K >= 3) stage1_into_2(stages, p);

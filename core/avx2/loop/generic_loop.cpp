@@ -135,8 +135,8 @@ private:
     // C. The results are left in back_.
     __attribute__((noinline)) void feed_back(uint32_t t, uint32_t length) {
         feed_back_piece<kTwoBand, kStereoIn, kRow>(
-            e_, ws_.filtered, ws_.in_gains, io_.x_left + t, kStereoIn ? io_.x_right + t : nullptr,
-            back_[0] + kPiece, length, [](size_t) {},
+            e_, shelf_of(e_, io_, t), ws_.filtered, ws_.in_gains, io_.x_left + t,
+            kStereoIn ? io_.x_right + t : nullptr, back_[0] + kPiece, length, [](size_t) {},
             [&](size_t line, size_t p) { return ws_.reads[line] + p; });
     }
 
