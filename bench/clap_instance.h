@@ -1,5 +1,6 @@
-// brisel.clap in a benchmark: the library as a host finds it, and instances of the plug-in in it with
-// stereo in, stereo out and blocks of one length. What goes wrong ends the program with a message.
+// brisel.clap in a benchmark: the library as a host finds it, and instances of the plug-in in it
+// with stereo in, stereo out and blocks of one length. What goes wrong ends the program with a
+// message.
 #ifndef BRISEL_BENCH_CLAP_INSTANCE_H
 #define BRISEL_BENCH_CLAP_INSTANCE_H
 

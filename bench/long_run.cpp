@@ -1,5 +1,6 @@
-// What takes minutes: hours of audio at the ends of every range, block times by signal, the offset that
-// some settings keep, a thousand instances. tests/long runs it and says how long each part takes.
+// What takes minutes: hours of audio at the ends of every range, block times by signal, the offset
+// that some settings keep, a thousand instances. tests/long runs it and says how long each part
+// takes.
 //
 // usage: long_run hours HOURS | times MINUTES | offsets SECONDS | instances COUNT
 // Exit status 1 when a promise is broken; the figures are printed either way.
@@ -174,16 +175,16 @@ void hours_at_every_end(double hours) {
     }
 }
 
-// ---- Block times -----------------------------------------------------------------------------------
+// ---- Block times --------------------------------------------------------------------------------
 
 struct Times {
     double median, p999, worst; // nanoseconds a frame
     double noise;               // median of a second reverb beside it, on noise
 };
 
-// Signal and noise in turn, block by block: whatever slows the machine slows both. Three passes over the
-// same blocks; a block counts with its shortest time, so that what the system did meanwhile stays out as
-// far as it can.
+// Signal and noise in turn, block by block: whatever slows the machine slows both. Three passes
+// over the same blocks; a block counts with its shortest time, so that what the system did
+// meanwhile stays out as far as it can.
 template <typename Input>
 Times time_blocks(const qv_reverb_params& params, int64_t blocks, Input input, Noise& noise) {
     using Clock = std::chrono::steady_clock;
@@ -252,9 +253,10 @@ void block_times(double minutes) {
     }
 }
 
-// ---- Kept offsets ----------------------------------------------------------------------------------
+// ---- Kept offsets -------------------------------------------------------------------------------
 
-// Feeds a constant of 1, or noise, to every combination; shows those that keep something behind the tail.
+// Feeds a constant of 1, or noise, to every combination; shows those that keep something behind the
+// tail.
 void offsets(double seconds) {
     Noise noise;
     std::vector<float> constant(kBlock, 1.0f), silence(kBlock), left(kBlock), right(kBlock);
@@ -306,7 +308,7 @@ void offsets(double seconds) {
     require(worst[0] < 1.0, "the offset exceeds the constant", "offsets");
 }
 
-// ---- Instances -------------------------------------------------------------------------------------
+// ---- Instances ----------------------------------------------------------------------------------
 
 uint64_t resident_bytes() {
     uint64_t pages = 0;

@@ -32,9 +32,9 @@ ModulationDraws draw_modulation(int32_t sample_rate, uint64_t seed, float rate_m
 // short.
 bool start_modulation(ffdn_block_n16& e, int32_t depth, const ModulationDraws& draws);
 
-// Renders n frames, a positive multiple of 8, at most every line's delay and ring size, without any check
-// and without modulation. `prepared`: see feedback_loop.h; such a line's line_delay does not count. Of
-// mono inputs and outputs the right pointers are null. [audio-thread]
+// Renders n frames, a positive multiple of 8, at most every line's delay and ring size, without any
+// check and without modulation. `prepared`: see feedback_loop.h; such a line's line_delay does not
+// count. Of mono inputs and outputs the right pointers are null. [audio-thread]
 void run_block(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared);
 
 } // namespace brisel

@@ -276,7 +276,7 @@ typedef struct clap_plugin_audio_ports {
                         clap_audio_port_info_t* info);
 } clap_plugin_audio_ports_t;
 
-/* ---- What Brisel Live uses besides ------------------------------------------------------------- */
+/* ---- What Brisel Live uses besides ----------------------------------------------------------- */
 
 /* Modulation, gestures and transport. */
 

@@ -12,8 +12,8 @@ struct BlockSignals {
     const float* x_right; // null: mono input
     float* y_left;
     float* y_right; // null: mono output
-    // Coefficients of the two-band filters for each tile of eight frames, b0[16] and a1[16], read instead
-    // of the record's own; null: the record's.
+    // Coefficients of the two-band filters for each tile of eight frames, b0[16] and a1[16], read
+    // instead of the record's own; null: the record's.
     const float* shelf_rows = nullptr;
 };
 
