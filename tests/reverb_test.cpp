@@ -220,18 +220,6 @@ TEST(Reverb, StorageHoldsTheLongestLinesAndReflectionsAndABlock) {
     }
 }
 
-TEST(Reverb, SetTakesItsOwnRecordAsArgument) {
-    const Reverb rev = create(48000, 256), expected = create(48000, 256);
-    qv_reverb_params params = expected->params;
-    params.size = 0.1f;
-    params.cascade_stages = 3;
-    params.er_enable = 1;
-    rev->params = params;
-    ASSERT_EQ(qv_reverb_set(rev.get(), &rev->params), 0);
-    ASSERT_EQ(qv_reverb_set(expected.get(), &params), 0);
-    EXPECT_TRUE(compare::same(*rev, *expected));
-}
-
 // The control word, rounding mode and sticky exception flags included, on every way out.
 TEST(Reverb, RestoresTheFloatingPointControlWord) {
     const Reverb rev = create(48000, 64);
