@@ -36,7 +36,7 @@ constexpr Row kRows[12] = {{"Size", 0.005, 0.5, 0.04, 0x20},
                            {"ER Level", 0, 1, 0.5, 0x20},
                            {"EQ Low (dB)", -24, 24, 0, 0x20},
                            {"EQ High (dB)", -24, 24, 0, 0x20}};
-constexpr uint32_t kSize = 0, kDecay = 1, kStages = 2, kMix = 4; // ids that tests name
+constexpr uint32_t kSize = 0, kDecay = 1, kStages = 2; // ids that tests name
 
 Values defaults() {
     Values values;

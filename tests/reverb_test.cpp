@@ -81,14 +81,14 @@ TEST(Reverb, SettingsBuildWhatTheEnginesSettersBuild) {
         double energy[2] = {}, difference[2] = {};
         for (size_t i = 0; i < 16; ++i) {
             const double gains[2] = {rev->engine.out_left[i], rev->engine.out_right[i]};
-            for (const size_t side : {0, 1}) {
+            for (const size_t side : {size_t{0}, size_t{1}}) {
                 energy[side] += gains[side] * gains[side];
                 difference[side] += (i % 2 == side ? gains[side] : -gains[side]) / 8;
             }
         }
         const double w = double{p.width}, base = (1 - w) / 4, own = base + w / std::sqrt(8.0);
         constexpr double kRounding = 16 * 0x1p-24; // of sixteen gains below 1
-        for (const size_t side : {0, 1}) {
+        for (const size_t side : {size_t{0}, size_t{1}}) {
             EXPECT_NEAR(energy[side], 8 * (own * own + base * base), kRounding);
             EXPECT_NEAR(difference[side], own - base, kRounding);
         }
