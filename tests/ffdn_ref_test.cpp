@@ -49,16 +49,6 @@ uint32_t bits(float x) {
 
 } // namespace
 
-TEST(FfdnRef, AnswersAnImpulseDirectlyAndThenAfterTheShortestLine) {
-    compare::Reference f;
-    init(f, 997, 30, 2048, 1.0f);
-    EXPECT_EQ(ffdn_n16_state_energy(&f), 0.0);
-    f.direct_gain = 0.5f;
-    EXPECT_EQ(ffdn_n16_process(&f, 1.0f), 0.5f);
-    for (int32_t t = 1; t < 997; ++t) ASSERT_EQ(ffdn_n16_process(&f, 0.0f), 0.0f) << t;
-    EXPECT_EQ(ffdn_n16_process(&f, 0.0f), 0.0625f); // in and out with 0.25, the decay comes later
-}
-
 // The order and the fusing of every sum and product, seen from outside: without a cascade all that a step
 // computes with stands in the public record.
 TEST(FfdnRef, EachPathRoundsWhereItsDefinitionSays) {
@@ -194,19 +184,4 @@ TEST(FfdnRef, EqualsTheBlockEngineOverRandomLives) {
         }
     }
     EXPECT_GT(sounded, 1500);
-}
-
-// Samples older than a delay no longer count, whatever still stands in the ring.
-TEST(FfdnRef, StateEnergyCountsWhatCanStillBeHeard) {
-    compare::Reference f;
-    init(f, 5, 0, 16, 0.0f);
-    const int32_t stage[16] = {0, 0, 4};
-    ASSERT_EQ(ffdn_n16_set_cascade(&f, 1, stage, kRate, 0.0f), 0);
-    for (float* ring : f.line_buf) std::fill_n(ring, 16, 1.0f);
-    std::fill_n(f.stages[0].ring, 16 * 16, 2.0f);
-    f.line_buf[3][15] = 3.0f; // the newest, as wpos is 0
-    f.line_buf[3][10] = 9.0f; // the sixth newest
-    f.stages[0].ring[2 * 16 + 12] = 5.0f;
-    f.stages[0].ring[3 * 16 + 15] = 7.0f; // a line without delay
-    EXPECT_EQ(ffdn_n16_state_energy(&f), 16 * 5 * 1.0 + 8.0 + 4 * 4.0 + 21.0);
 }

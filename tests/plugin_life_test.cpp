@@ -114,40 +114,6 @@ TEST(PluginLife, KeepsTwoCopiesInOneProcessApart) {
     EXPECT_EQ(quiet_sound.out, sound_alone(entry(), 0.1f));
 }
 
-// A state counts from the next block on, whenever it arrives: it sounds like the same values flushed.
-TEST(PluginLife, TakesStatesBeforeActivationWhileActiveAndBetweenBlocks) {
-    const std::vector<double> values = {0.03, 4, 3, 0.5, 0.9, 0.4, 0, 1, 0.05, 0.7, -3, 4};
-    std::vector<float> expected;
-    enum Moment {
-        kFlushed,
-        kBeforeActivation,
-        kAfterAFailedOne,
-        kWhileActive,
-        kBetweenBlocks,
-        kAfterStop
-    };
-    for (const Moment moment : {kFlushed, kBeforeActivation, kAfterAFailedOne, kWhileActive,
-                                kBetweenBlocks, kAfterStop}) {
-        Plugin plugin(entry());
-        Sound before, sound;
-        const auto load = [&] { EXPECT_TRUE(plugin.load(host::state_of(values))); };
-        EXPECT_TRUE(moment != kAfterAFailedOne || !plugin.activate(8000, 256));
-        if (moment == kBeforeActivation || moment == kAfterAFailedOne) load();
-        ASSERT_TRUE(plugin.activate(48000, 256));
-        if (moment >= kBetweenBlocks) before.play(plugin, 20, 0.5f);
-        if (moment == kAfterStop) plugin.deactivate();
-        if (moment >= kWhileActive) load();
-        ASSERT_TRUE(moment != kAfterStop || plugin.activate(48000, 256));
-        for (uint32_t id = 0; moment == kFlushed && id < 12; ++id)
-            plugin.flush(Events(id, values[id]));
-        EXPECT_TRUE(host::same_bits(plugin.values(), values));
-        sound.play(plugin, kBlocks, 0.5f);
-        if (moment == kFlushed) expected = sound.out;
-        // The EQ's memories outlive a change of settings; they are empty where its gains were 0.
-        EXPECT_EQ(sound.out, expected) << "moment " << moment;
-    }
-}
-
 // Instances share nothing: on sixteen threads each sounds as it does alone. Under the thread sanitizer the
 // same test shows any data that two of them touch.
 TEST(PluginLife, RunsOnSixteenThreadsAsAlone) {

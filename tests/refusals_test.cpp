@@ -78,15 +78,16 @@ void expect_setters_refuse(E* e, Cascade cascade, Vfm vfm, Post post, Bands band
 } // namespace
 
 TEST(Refusals, OfTheReverb) {
-    EXPECT_FALSE(compare::create(kRate, 100)); // no multiple of 8
-    EXPECT_FALSE(compare::create(kRate, 0));
-    EXPECT_FALSE(compare::create(kRate, -8));
-    EXPECT_FALSE(compare::create(0, 64));
-    EXPECT_FALSE(compare::create(-kRate, 64));
-    EXPECT_FALSE(compare::create(9000, 64)); // 4500 Hz must lie below half the rate
-    EXPECT_TRUE(compare::create(9001, 64));
-    EXPECT_FALSE(compare::create(kRate, 1928)); // the shortest line has 1920 samples
-    EXPECT_TRUE(compare::create(kRate, 1920));
+    // Lengths are multiples of 8; 4500 Hz must lie below half the rate, the shortest line has 1920 samples.
+    for (const auto& [rate, frames] : {std::pair{kRate, 100},
+                                       {kRate, 0},
+                                       {kRate, -8},
+                                       {0, 64},
+                                       {-kRate, 64},
+                                       {9000, 64},
+                                       {kRate, 1928}})
+        EXPECT_FALSE(compare::create(rate, frames)) << rate << ' ' << frames;
+    EXPECT_TRUE(compare::create(9001, 64) && compare::create(kRate, 1920));
 
     const compare::Reverb owned = compare::create(kRate, 256);
     qv_reverb* rev = owned.get();
@@ -141,11 +142,8 @@ TEST(Refusals, OfTheReverb) {
     good.er_enable = 0;
     ASSERT_EQ(qv_reverb_set(rev, &good), 0);
     expect_refused({CALL(with(&P::er_size, kNaN)), CALL(with(&P::er_level, kNaN))}, *rev);
-    good.er_size = 99.0f;
-    good.er_level = -1.0f;
-    good.size = 256.0f / 48000.0f;
-    EXPECT_EQ(qv_reverb_set(rev, &good), 0);
-    qv_reverb_destroy(nullptr);
+    good.er_level = -99.0f;
+    EXPECT_EQ(with(&P::size, 256.0f / 48000.0f), 0);
 }
 
 TEST(Refusals, OfTheBlockEngine) {

@@ -1,7 +1,7 @@
 // The vector kernels and their definitions side by side, on one set of buffers: what the tests compare and
 // the benchmarks time.
-#ifndef BRISEL_TESTS_KERNELS_H
-#define BRISEL_TESTS_KERNELS_H
+#ifndef BRISEL_BENCH_KERNELS_H
+#define BRISEL_BENCH_KERNELS_H
 
 #include <algorithm>
 #include <span>

@@ -1,8 +1,7 @@
 // What takes minutes: hours of audio at the ends of every range, block times by signal, the offset
-// that some settings keep, a thousand instances. tests/long runs it and says how long each part
-// takes.
+// that some settings keep, a thousand instances.
 //
-// usage: long_run hours HOURS | times MINUTES | offsets SECONDS | instances COUNT
+// usage: bench_long hours HOURS | times MINUTES | offsets SECONDS | instances COUNT
 // Exit status 1 when a promise is broken; the figures are printed either way.
 #include <brisel/reverb.h>
 #include <unistd.h>
@@ -72,7 +71,7 @@ void put_at_end(qv_reverb_params& p, int which, bool high) {
 qv_reverb* make(const qv_reverb_params& params) {
     qv_reverb* rev = qv_reverb_create(kRate, kBlock);
     if (!rev || qv_reverb_set(rev, &params) != 0) {
-        std::fprintf(stderr, "long_run: settings refused\n");
+        std::fprintf(stderr, "bench_long: settings refused\n");
         std::exit(2);
     }
     return rev;
@@ -356,7 +355,7 @@ int main(int argc, char** argv) {
     else {
         std::fprintf(
             stderr,
-            "usage: long_run hours HOURS | times MINUTES | offsets SECONDS | instances COUNT\n");
+            "usage: bench_long hours HOURS | times MINUTES | offsets SECONDS | instances COUNT\n");
         return 2;
     }
     return broken ? 1 : 0;
