@@ -10,6 +10,7 @@
 #include "render/output_file.h"
 #include "render/preset.h"
 #include "render/report.h"
+#include "render/streams.h"
 
 #include <cstdio>
 #include <fmt/format.h>
@@ -96,6 +97,7 @@ int run(int argc, char** argv) {
 using namespace brisel::render;
 
 int main(int argc, char** argv) {
+    fill_standard_descriptors();
     catch_signals();
     try {
         const int result = run(argc, argv);

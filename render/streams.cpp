@@ -31,6 +31,11 @@ int Descriptor::release() {
     return std::exchange(number_, -1);
 }
 
+void fill_standard_descriptors() {
+    for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(number, F_GETFD) < 0 && open("/dev/null", O_RDWR) != number) std::abort();
+}
+
 bool is_device(const fs::path& path) {
     if (path == kStandardStream) return true;
     std::error_code error;

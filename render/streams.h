@@ -27,6 +27,10 @@ private:
     int number_ = -1;
 };
 
+// Opens those of the three standard descriptors that the parent has closed: a result would otherwise
+// take the place of one, and get what is written there.
+void fill_standard_descriptors();
+
 // Whether something that is no regular file lies at `path`, standard output included.
 bool is_device(const std::filesystem::path& path);
 
