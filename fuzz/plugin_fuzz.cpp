@@ -1,47 +1,41 @@
 // The plug-in under a hostile host: any order of calls, event lists of any content, block lengths and channels
 // of any kind, texts, states through streams that misbehave. Buffers are exactly as long as they must be, so
 // that the address sanitizer sees the first sample too many.
-#include "fuzz/input.h"
+#include "fuzz/hostile_host.h"
 #include "tests/clap_host.h"
 
 namespace {
 
 using fuzz::Input;
+using fuzz::Port;
 
 constexpr double kMin[12] = {0.005, 0.1, 0, 0, 0, 0, 0, 0, 0.001, 0, -24, -24};
 constexpr double kMax[12] = {0.5, 10, 3, 1, 1, 1, 1, 1, 0.5, 1, 24, 24};
 
-void any_events(host::Events& events, Input& input) {
-    for (uint32_t k = input.below(20); k > 0; --k) {
-        const clap_id id = input.below(8) == 0 ? input.bits<uint32_t>() : input.below(13);
-        const double value =
-            input.below(4) == 0 ? input.bits<double>() : input.bits<int8_t>() / 4.0;
-        const uint16_t space = input.below(8) == 0 ? input.bits<uint16_t>() : 0;
-        const uint16_t type = input.below(8) == 0 ? input.bits<uint16_t>() : 5;
-        events.add(id, value, space, type, input.bits<uint32_t>());
-        if (input.below(8) == 0) events.add_missing();
-    }
-}
-
-// Ports with 0 to 2 channels, any of which may be missing, in place or not.
-void process(host::Plugin& p, uint32_t capacity, Input& input) {
-    host::Events events;
-    any_events(events, input);
+void process(const clap_plugin_t* plugin, uint32_t capacity, Input& input) {
+    const fuzz::Events events(input, 12, false);
     const bool huge = input.below(16) == 0;
     uint32_t frames = input.flag() ? capacity : input.bits<uint16_t>() % (capacity + 16);
     if (huge) frames = input.bits<uint32_t>() | 0x10000; // refused before a sample is touched
-    std::vector<float> samples[4];
-    float* channels[4] = {};
-    const uint8_t missing = input.bits<uint8_t>();
-    for (size_t c = 0; c < 4; ++c) {
-        samples[c].resize(huge ? 1 : frames + 1);
-        fuzz::fill(samples[c].data(), samples[c].size() - 1, input);
-        samples[c].pop_back();
-        if (!(missing >> c & 1) || input.flag()) channels[c] = samples[c].data();
+    const size_t size = huge ? 0 : frames;
+    Port in(input, size), out(input, size);
+    if (input.flag()) { // in place, as far as the channels go
+        for (size_t c = 0; c < std::min(in.channels.size(), out.channels.size()); ++c)
+            out.channels[c] = in.channels[c];
     }
-    float** const out = input.flag() ? channels : channels + 2;
-    const auto status = p.process(frames, channels, input.below(3), out, input.below(3), &events);
-    FUZZ_REQUIRE(status == CLAP_PROCESS_ERROR || (status == CLAP_PROCESS_CONTINUE && !huge));
+    const uint8_t ports = input.bits<uint8_t>();
+    const clap_process_t call = {input.bits<uint8_t>(),
+                                 frames,
+                                 nullptr,
+                                 &in.buffer,
+                                 &out.buffer,
+                                 ports & 0x80 ? 0u : 1u,
+                                 ports & 0x40 ? 0u : 1u,
+                                 ports & 0x20 ? nullptr : events.list(),
+                                 nullptr};
+    const clap_process_status status = plugin->process(plugin, &call);
+    FUZZ_REQUIRE(status == CLAP_PROCESS_ERROR || status == CLAP_PROCESS_CONTINUE);
+    if (huge || ports & 0xC0) FUZZ_REQUIRE(status == CLAP_PROCESS_ERROR);
 }
 
 void texts(const host::Plugin& p, Input& input) {
@@ -124,8 +118,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             FUZZ_REQUIRE(p.plugin->start_processing(p.plugin));
             break;
         case 2: {
-            host::Events events;
-            any_events(events, input);
+            const fuzz::Events events(input, 12, false);
             p.params->flush(p.plugin, input.below(8) == 0 ? nullptr : events.list(), nullptr);
             break;
         }
@@ -136,7 +129,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             states(p, input);
             break;
         default:
-            process(p, capacity, input);
+            process(p.plugin, capacity, input);
         }
     }
     return 0;

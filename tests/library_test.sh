@@ -5,7 +5,7 @@
 # usage: library_test.sh headers|symbols|install SOURCE_DIR BUILD_DIR C_COMPILER CXX_COMPILER
 set -euo pipefail
 part=$1 source=$2 build=$3 cc=$4 cxx=$5
-library=$build/brisel.clap
+library=$build/brisel.clap live=$build/brisel-live.clap
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 warnings=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
@@ -48,6 +48,10 @@ test_symbols() {
         grep -vxE '(sin|cos|exp|log|pow|fmod|sqrt|floor|round|lround|log10|exp2|sincos)f?' |
         grep -vxE '__stack_chk_fail|__cxa_finalize|__gmon_start__|_ITM_\w+' || true)
     [[ -z $imported ]] || fail "the library calls $imported"
+    # Brisel Live shows its entry alone, and needs nothing but the C library.
+    [[ $(nm -D --defined-only "$live" | awk '{print $3}') == clap_entry ]] || fail "Live exports more"
+    imported=$(readelf -d "$live" | grep NEEDED | grep -vE '\[lib[cm]\.so\.6\]' || true)
+    [[ -z $imported ]] || fail "Live needs $imported"
     dynamic=$(readelf -dW "$library") segments=$(readelf -lW "$library")
     ! grep -P 'NEEDED.*\[(?!libc\.so\.6|libm\.so\.6|ld-linux-x86-64\.so\.2)' <<<"$dynamic" || fail "needs more than libc and libm"
     # A relocation against one of its own names would bind to any other library that offers the name.
@@ -70,7 +74,8 @@ test_install() {
     unset LD_LIBRARY_PATH
     cmake --install "$build" --prefix "$work/first" >"$work/log" || fail "installation: $(cat "$work/log")"
     mv "$work/first" "$prefix"
-    [[ -f $prefix/lib/clap/brisel.clap ]] || fail "no plug-in in lib/clap"
+    [[ -f $prefix/lib/clap/brisel.clap && -f $prefix/lib/clap/brisel-live.clap ]] ||
+        fail "no plug-ins in lib/clap"
     diff -r "$source/include/brisel" "$prefix/include/brisel" || fail "the installed headers differ"
     { cmake -S "$source/examples" -B "$work/examples" -G Ninja "-DCMAKE_C_COMPILER=$cc" \
         "-DCMAKE_PREFIX_PATH=$prefix" && cmake --build "$work/examples"; } >"$work/log" 2>&1 ||
