@@ -1,5 +1,6 @@
-// bench_clicks: how much each parameter clicks when it steps between two values and back while the reverb
-// sounds: Brisel Live's, and those of the LV2 reverbs that are installed. The meter is click_meter.h.
+// bench_clicks: how much each parameter clicks when it steps between two values and back while the
+// reverb sounds: Brisel Live's, and those of the LV2 reverbs that are installed. The meter is
+// click_meter.h.
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
@@ -44,7 +45,8 @@ const Course kSteps = {[](double s) { return s >= kApart && s < 2 * kApart ? 1.0
                        3 * kApart};
 const Course kNothing = {[](double) { return 0.0; }, {kApart}, 0.0, 2 * kApart};
 
-// From the one value to the other and back in two seconds, on a logarithmic course where the subject has one.
+// From the one value to the other and back in two seconds, on a logarithmic course where the
+// subject has one.
 Course sweep(bool staircase) {
     return {[staircase](double s) {
                 if (staircase) s = std::floor(s * kRate / kStaircase) * kStaircase / kRate;
@@ -81,7 +83,7 @@ double measure(const Subject& subject, const Course& course) {
     return worst;
 }
 
-// ---- Brisel Live ---------------------------------------------------------------------------------
+// ---- Brisel Live --------------------------------------------------------------------------------
 
 struct LiveRow {
     const char* name;
@@ -182,7 +184,7 @@ double live_click(const LiveRow& row, const Course& course) {
     return measure(subject.subject(), course);
 }
 
-// ---- The others ----------------------------------------------------------------------------------
+// ---- The others ---------------------------------------------------------------------------------
 
 bool worth_turning(const std::string& name) {
     std::string lower = name;

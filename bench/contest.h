@@ -1,5 +1,5 @@
-// A contest: one piece of work, done by the library and by the plain loops from the same state on the
-// same input, block after block, so that their times can be set side by side and their outputs
+// A contest: one piece of work, done by the library and by the plain loops from the same state on
+// the same input, block after block, so that their times can be set side by side and their outputs
 // compared bit for bit. The list of all contests is shared by every benchmark program.
 #ifndef BRISEL_BENCH_CONTEST_H
 #define BRISEL_BENCH_CONTEST_H

@@ -1,10 +1,9 @@
 // Contests of the block engine, the early reflections, the EQ and the modulation, each driven by
 // itself.
-#include <brisel/ffdn_defaults_n16.h>
-
 #include <array>
 
 #include "bench/contest.h"
+#include "brisel/ffdn_defaults_n16.h"
 #include "tests/plain.h"
 
 namespace bench {

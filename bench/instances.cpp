@@ -1,12 +1,10 @@
-// bench_instances: what an instance costs besides its sound: scanning the library, creating, activating
-// and destroying an instance, its memory, a change of settings after some sound, which has to silence
-// what the sound has left, and the time of a frame by Size. The program is not linked to the library: it
-// loads it as a host.
+// bench_instances: what an instance costs besides its sound: scanning the library, creating,
+// activating and destroying an instance, its memory, a change of settings after some sound, which
+// has to silence what the sound has left, and the time of a frame by Size. The program is not
+// linked to the library: it loads it as a host.
 #include <fmt/format.h>
 #include <malloc.h>
 #include <unistd.h>
-
-#include <brisel/reverb.h>
 
 #include <CLI/CLI.hpp>
 #include <fstream>
@@ -16,6 +14,7 @@
 #include "bench/clap_instance.h"
 #include "bench/program.h"
 #include "bench/statistics.h"
+#include "brisel/reverb.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <array>
 
 #include "bench/contest.h"
-#include "tests/kernels.h"
+#include "bench/kernels.h"
 
 namespace bench {
 

@@ -1,5 +1,5 @@
-// bench_live_measure: what Brisel Live's late reverberation sounds like, in figures, each beside what it
-// has to reach. Everything is measured at 48 kHz on the engine itself, wet.
+// bench_live_measure: what Brisel Live's late reverberation sounds like, in figures, each beside
+// what it has to reach. Everything is measured at 48 kHz on the engine itself, wet.
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
@@ -93,8 +93,8 @@ LateSettings with(const std::function<void(LateSettings&)>& change) {
     return settings;
 }
 
-// Peak beyond 1.2 kHz from `from` to `to` over the rms before, dB, the worse side; the programme lies
-// below 200 Hz.
+// Peak beyond 1.2 kHz from `from` to `to` over the rms before, dB, the worse side; the programme
+// lies below 200 Hz.
 double click_level(const Course& course, double from, double to) {
     Stereo in = noise(to, 7);
     for (Signal& x : in) butterworth8(x, Pass::kLow, 200.0, kRate);

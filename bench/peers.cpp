@@ -1,7 +1,8 @@
-// bench_peers: the plug-in, hosted through CLAP, beside the LV2 reverbs that are installed, on the same
-// signal in the same process: noise bursts, then long silence. Everybody has default settings, blocks
-// of one length and flush-to-zero. The signal is cut into short segments, and each segment is rendered
-// by all plug-ins in turn, in random order, so that all meet the same conditions of the machine.
+// bench_peers: the plug-in, hosted through CLAP, beside the LV2 reverbs that are installed, on the
+// same signal in the same process: noise bursts, then long silence. Everybody has default settings,
+// blocks of one length and flush-to-zero. The signal is cut into short segments, and each segment
+// is rendered by all plug-ins in turn, in random order, so that all meet the same conditions of the
+// machine.
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>

@@ -1,5 +1,5 @@
-// A reverb whose every setting builds a whole new network beside the old one through the engines' API: what a
-// change of settings is timed against. It runs in the plain loops.
+// A reverb whose every setting builds a whole new network beside the old one through the engines'
+// API: what a change of settings is timed against. It runs in the plain loops.
 #ifndef BRISEL_BENCH_PLAIN_REVERB_H
 #define BRISEL_BENCH_PLAIN_REVERB_H
 

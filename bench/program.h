@@ -1,4 +1,5 @@
-// What every benchmark program begins with: its options, its floating-point mode, the machine's name.
+// What every benchmark program begins with: its options, its floating-point mode, the machine's
+// name.
 #ifndef BRISEL_BENCH_PROGRAM_H
 #define BRISEL_BENCH_PROGRAM_H
 

@@ -1,12 +1,11 @@
 // Contests of the reverb as users meet it: qv_reverb_process in its configurations, changes of
 // settings, and the plug-in itself.
-#include <brisel/reverb.h>
-
 #include <array>
 
 #include "bench/clap_instance.h"
 #include "bench/contest.h"
 #include "bench/plain_reverb.h"
+#include "brisel/reverb.h"
 
 namespace bench {
 

@@ -25,7 +25,8 @@ inline double median(const std::vector<double>& samples) {
 }
 
 // The processor's time stamp counter: two stamps cost a few nanoseconds, where the system's clock
-// takes twenty or more, too much beside a block of half a microsecond. What they cost is subtracted.
+// takes twenty or more, too much beside a block of half a microsecond. What they cost is
+// subtracted.
 class Clock {
 public:
     Clock() {

@@ -1,9 +1,9 @@
 // bench_table: the library beside the plain loops, as a table and as JSON.
 //
-// On a machine that others use, two measurements one after the other meet different conditions. So every
-// repetition runs a short batch of both sides, one directly behind the other in random order, rows in
-// random order too; the ratio of medians over many such pairs holds where absolute times do not. Outputs
-// of both sides are compared bit for bit throughout.
+// On a machine that others use, two measurements one after the other meet different conditions. So
+// every repetition runs a short batch of both sides, one directly behind the other in random order,
+// rows in random order too; the ratio of medians over many such pairs holds where absolute times do
+// not. Outputs of both sides are compared bit for bit throughout.
 #include <fmt/format.h>
 #include <sys/resource.h>
 

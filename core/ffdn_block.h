@@ -1,5 +1,5 @@
-// What an owner of an engine uses that brings the storage itself: the pieces of the set-up that do not
-// allocate, and a block without checks.
+// What an owner of an engine uses that brings the storage itself: the pieces of the set-up that do
+// not allocate, and a block without checks.
 #ifndef BRISEL_CORE_FFDN_BLOCK_H
 #define BRISEL_CORE_FFDN_BLOCK_H
 
@@ -8,8 +8,8 @@
 
 namespace brisel {
 
-// Everything that ffdn_block_n16_init sets but the decay gains, in a zeroed record. Returns false when
-// the lengths are unusable.
+// Everything that ffdn_block_n16_init sets but the decay gains, in a zeroed record. Returns false
+// when the lengths are unusable.
 bool lay_out_lines(ffdn_block_n16& e, const uint32_t* delays, const uint32_t* buffer_sizes,
                    int32_t block_size);
 
@@ -32,9 +32,9 @@ ModulationDraws draw_modulation(int32_t sample_rate, uint64_t seed, float rate_m
 // short.
 bool start_modulation(ffdn_block_n16& e, int32_t depth, const ModulationDraws& draws);
 
-// Renders n frames, a positive multiple of 8, at most every line's delay and ring size, without any check
-// and without modulation. `prepared`: see feedback_loop.h; such a line's line_delay does not count. Of
-// mono inputs and outputs the right pointers are null. [audio-thread]
+// Renders n frames, a positive multiple of 8, at most every line's delay and ring size, without any
+// check and without modulation. `prepared`: see feedback_loop.h; such a line's line_delay does not
+// count. Of mono inputs and outputs the right pointers are null. [audio-thread]
 void run_block(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared);
 
 } // namespace brisel

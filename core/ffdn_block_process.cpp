@@ -1,5 +1,5 @@
-// The block engine's processing: modulation, the feedback loop over one block, stored energy. The loop
-// itself is in core/avx2/loop/.
+// The block engine's processing: modulation, the feedback loop over one block, stored energy. The
+// loop itself is in core/avx2/loop/.
 #include <cmath>
 
 #include "brisel/ffdn_block.h"
@@ -13,8 +13,8 @@ namespace {
 
 using brisel::BlockSignals;
 
-// Whether every line holds n frames: modulation may stretch a delay beyond its ring, and a block has to
-// fit into both.
+// Whether every line holds n frames: modulation may stretch a delay beyond its ring, and a block
+// has to fit into both.
 bool lines_hold(const ffdn_block_n16& e, uint32_t n) {
     uint32_t too_short = 0;
     for (int line = 0; line < BRISEL_LINES; ++line)
@@ -71,8 +71,8 @@ int32_t modulate_line_by_line(ffdn_block_n16& e, int32_t n) {
     return 0;
 }
 
-// Adds the squares of the `delay` newest samples before `wpos` to `energy`, one by one: the sum runs
-// in one fixed order through all rings.
+// Adds the squares of the `delay` newest samples before `wpos` to `energy`, one by one: the sum
+// runs in one fixed order through all rings.
 void add_energy(double& energy, const float* ring, uint32_t wpos, uint32_t mask, uint32_t delay) {
     for (uint32_t k = 1; k <= delay; ++k) {
         const double v = ring[(wpos - k) & mask];

@@ -8,8 +8,8 @@
 
 namespace brisel {
 
-// Delays of the lines in samples: primes, spread evenly over a factor of 1.5. Their ratios are those of
-// the lines at every size.
+// Delays of the lines in samples: primes, spread evenly over a factor of 1.5. Their ratios are
+// those of the lines at every size.
 inline constexpr int32_t kLinePrimes[BRISEL_LINES] = {
     997, 1031, 1063, 1097, 1129, 1163, 1193, 1229, 1259, 1291, 1321, 1361, 1399, 1429, 1453, 1489,
 };
@@ -17,8 +17,8 @@ inline constexpr int32_t kLinePrimes[BRISEL_LINES] = {
 // 1/sqrt(8): eight such gains have unit energy.
 inline constexpr float kInvSqrt8 = 0.353553385f;
 
-// Gains from the caller or, where that gives none, from the default design; by way of copies, since the
-// sources may be the record's own vectors.
+// Gains from the caller or, where that gives none, from the default design; by way of copies, since
+// the sources may be the record's own vectors.
 inline void set_stereo_gains(float (&to_left)[BRISEL_LINES], float (&to_right)[BRISEL_LINES],
                              const float* left, const float* right,
                              void (*defaults)(float* left, float* right)) {

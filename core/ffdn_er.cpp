@@ -31,8 +31,8 @@ float uniform(Xorshift64& random) {
 }
 
 // Tap i near the i-th of n points evenly spread on a logarithmic axis from d_lo to d_hi samples,
-// jittered by up to 0.4 of the spacing; gains e^(-3 d / d_hi) with random signs and unit energy. All
-// delays are drawn before all signs.
+// jittered by up to 0.4 of the spacing; gains e^(-3 d / d_hi) with random signs and unit energy.
+// All delays are drawn before all signs.
 void build_taps(int32_t* delays, float* gains, int32_t n, int32_t d_lo, int32_t d_hi,
                 Xorshift64& random) {
     const double a = std::log(static_cast<double>(d_lo));

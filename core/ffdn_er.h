@@ -1,5 +1,5 @@
-// The pieces of the early reflections' set-up that do not allocate, for an owner that brings the ring
-// itself.
+// The pieces of the early reflections' set-up that do not allocate, for an owner that brings the
+// ring itself.
 #ifndef BRISEL_CORE_FFDN_ER_H
 #define BRISEL_CORE_FFDN_ER_H
 

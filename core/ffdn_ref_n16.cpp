@@ -2,13 +2,15 @@
 //
 // Notation of the paper beside the code (Schlecht & Habets 2020), per sample:
 //
-//   s     the outputs of the 16 delay lines                                     read_lines
-//   y     = c^T s + d x, the output                                             mono_output, stereo_output
-//   A     = D_K H ... D_2 H D_1 H, the filter feedback matrix: scattering by    feedback_matrix
-//           the Walsh-Hadamard matrix H between stages D_k of short delays;
-//           paraunitary, because H is orthogonal and delays lose nothing
-//   g     the decay of each line's whole loop: a gain or a one-pole filter      DecayDesign, shelf_step
-//   v     = g (A s) + b x, the new inputs of the lines                          the process functions
+//   s   the outputs of the 16 delay lines                            read_lines
+//   y   = c^T s + d x, the output                                    mono_output, stereo_output
+//   A   = D_K H ... D_2 H D_1 H, the filter feedback matrix:         feedback_matrix
+//       scattering by the Walsh-Hadamard matrix H between stages
+//       D_k of short delays; paraunitary, because H is orthogonal
+//       and delays lose nothing
+//   g   the decay of each line's whole loop: a gain or a one-pole    set_decay_gains, shelf_step
+//       filter
+//   v   = g (A s) + b x, the new inputs of the lines                 feed_back_mono, _stereo
 //
 // Whether a product is rounded by itself or fused with a sum (std::fma) is part of the definition:
 // the block engine's stereo paths repeat it to the bit.
@@ -94,8 +96,8 @@ float stereo_output(const float* gains, float direct, const float* s, float x) {
     return y;
 }
 
-// D_k: each line takes its delayed sample out of its ring before the new one goes in. A line without
-// delay passes and leaves its ring alone.
+// D_k: each line takes its delayed sample out of its ring before the new one goes in. A line
+// without delay passes and leaves its ring alone.
 void delay_stage(ffdn_n16_stage& stage, float* s) {
     for (int line = 0; line < BRISEL_LINES; ++line) {
         const int32_t delay = stage.stage_delay[line];
@@ -126,8 +128,8 @@ float shelf_step(ffdn_n16& f, int line, float fed_back) {
     return y;
 }
 
-// The feedback path from the line outputs s to the line inputs, for one input x. The filter sees only
-// what is fed back: an input sample meets the decay on its first way around the loop.
+// The feedback path from the line outputs s to the line inputs, for one input x. The filter sees
+// only what is fed back: an input sample meets the decay on its first way around the loop.
 void feed_back_mono(ffdn_n16& f, float* s, float x) {
     feedback_matrix(f, s);
     for (int line = 0; line < BRISEL_LINES; ++line) {

@@ -1,5 +1,5 @@
-// The small formulas that several engines share: the random generator, ring sizes, the decay law and
-// number conversions with a defined result.
+// The small formulas that several engines share: the random generator, ring sizes, the decay law
+// and number conversions with a defined result.
 #ifndef BRISEL_CORE_NETWORK_MATH_H
 #define BRISEL_CORE_NETWORK_MATH_H
 

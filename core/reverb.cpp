@@ -1,5 +1,5 @@
-// The reverb object: creation, the mapping of settings onto a network, destruction. Processing is in
-// reverb_process.cpp.
+// The reverb object: creation, the mapping of settings onto a network, destruction. Processing is
+// in reverb_process.cpp.
 #include "brisel/reverb.h"
 
 #include <algorithm>
@@ -195,8 +195,8 @@ void build_network(ReverbObject& object, const qv_reverb_params& p, const LineLe
     if (p.modulate) brisel::start_modulation(e, kModulationDepth, object.modulation);
 }
 
-// Puts the taps of early reflections of `size` seconds into object.taps, unless they are there. Returns
-// false when there are none.
+// Puts the taps of early reflections of `size` seconds into object.taps, unless they are there.
+// Returns false when there are none.
 bool prepare_taps(ReverbObject& object, float size) {
     if (object.taps_size == size) return true;
     const qv_reverb& rev = object.pub;

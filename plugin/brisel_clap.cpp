@@ -1,16 +1,16 @@
-// The CLAP shell of Brisel: entry, factory, descriptor, the plug-in instance with its twelve parameter
-// values, and the extensions params, state, tail and audio-ports. It cuts host blocks to what the
-// engine takes and leaves everything that sounds to qv_reverb.
+// The CLAP shell of Brisel: entry, factory, descriptor, the plug-in instance with its twelve
+// parameter values, and the extensions params, state, tail and audio-ports. It cuts host blocks to
+// what the engine takes and leaves everything that sounds to qv_reverb.
 //
 // Threads. The shell has no lock and no mutable global data; CLAP's rules keep the calls on one
 // instance apart. The tags in the comments are those of brisel/export.h; a callback without a tag
-// does nothing or only reads constants. "Flush" may come on the audio thread while active and on the
-// main thread otherwise.
+// does nothing or only reads constants. "Flush" may come on the audio thread while active and on
+// the main thread otherwise.
 //
 // Numbers as text follow LC_NUMERIC, as snprintf and strtod do: a host that sets a locale with a
-// decimal comma sees and types "2,50 s". A typed text counts as its leading number, in the parameter's
-// own unit, or as 0: the displayed texts of Decay, the ratios and the EQ parse back to what they show,
-// but "40.0 ms" of a size gives 40 seconds, and "K = 2" and "On" give 0.
+// decimal comma sees and types "2,50 s". A typed text counts as its leading number, in the
+// parameter's own unit, or as 0: the displayed texts of Decay, the ratios and the EQ parse back to
+// what they show, but "40.0 ms" of a size gives 40 seconds, and "K = 2" and "On" give 0.
 
 #include <clap/clap.h>
 
@@ -164,8 +164,8 @@ void plugin_destroy(const clap_plugin_t* plugin) {
     free(b);
 }
 
-// Replaces the engine. When the engine refuses the values, activation fails, but the new engine stays
-// with its own defaults. [main-thread]
+// Replaces the engine. When the engine refuses the values, activation fails, but the new engine
+// stays with its own defaults. [main-thread]
 bool plugin_activate(const clap_plugin_t* plugin, double sample_rate, uint32_t /*min_frames*/,
                      uint32_t max_frames) {
     Plugin* b = self(plugin);
@@ -193,8 +193,8 @@ float* channel(const clap_audio_buffer_t& port, uint32_t index) {
     return port.data32 && index < port.channel_count ? port.data32[index] : nullptr;
 }
 
-// Runs whole groups of eight frames through the engine and passes the last one to seven dry. Allocates
-// nothing, also when parameters have changed. [audio-thread]
+// Runs whole groups of eight frames through the engine and passes the last one to seven dry.
+// Allocates nothing, also when parameters have changed. [audio-thread]
 clap_process_status plugin_process(const clap_plugin_t* plugin, const clap_process_t* process) {
     Plugin* b = self(plugin);
     if (!b->reverb || process->audio_inputs_count == 0 || process->audio_outputs_count == 0)
@@ -274,8 +274,8 @@ bool params_value_to_text(const clap_plugin_t*, clap_id id, double value, char* 
     return true;
 }
 
-// The leading number, in the parameter's own unit whatever unit is displayed: "40 ms" for Size is 40,
-// not 0.04. [main-thread]
+// The leading number, in the parameter's own unit whatever unit is displayed: "40 ms" for Size is
+// 40, not 0.04. [main-thread]
 bool params_text_to_value(const clap_plugin_t*, clap_id id, const char* text, double* out) {
     if (!text || !out || id >= kParamCount) return false;
     *out = strtod(text, nullptr);
@@ -334,7 +334,8 @@ bool state_save(const clap_plugin_t* plugin, const clap_ostream_t* stream) {
            write_all(stream, b->values, sizeof b->values);
 }
 
-// All or nothing. The values reach the engine with the next block, flush or activation. [main-thread]
+// All or nothing. The values reach the engine with the next block, flush or activation.
+// [main-thread]
 bool state_load(const clap_plugin_t* plugin, const clap_istream_t* stream) {
     Plugin* b = self(plugin);
     StateHeader header = {};

@@ -1,5 +1,5 @@
-// The binary interface of CLAP on x86-64 Linux: the layout of every record that passes between host and
-// plug-in, whichever headers declare it. A header that differs does not compile.
+// The binary interface of CLAP on x86-64 Linux: the layout of every record that passes between host
+// and plug-in, whichever headers declare it. A header that differs does not compile.
 #ifndef BRISEL_PLUGIN_CLAP_LAYOUT_H
 #define BRISEL_PLUGIN_CLAP_LAYOUT_H
 

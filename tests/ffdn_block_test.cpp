@@ -2,7 +2,6 @@
 // that its setters compute are the reference engine's in ffdn_ref_test.cpp.
 #include <optional>
 
-#include "brisel/ffdn_defaults_n16.h"
 #include "tests/compare.h"
 #include "tests/plain.h"
 
@@ -212,25 +211,6 @@ TEST(FfdnBlock, SeesEverySingleGainThatBreaksAnAlternatingPattern) {
         });
         for (int block = 0; block < 10; ++block)
             life.render(Ports::kStereo, 64, Signal::kNoise, true);
-    }
-}
-
-TEST(FfdnBlock, EqualsThePlainLoopsDownIntoDenormalSilence) {
-    for (const bool flush : {false, true}) {
-        Lines lines;
-        ffdn_n16_default_params(lines.delays, reinterpret_cast<int32_t*>(lines.sizes));
-        Life life(7, 256, lines, 0.05f);
-        life.set_like_reverb(2, 0.05f);
-        life.render(Ports::kStereo, 256, Signal::kNoise, flush);
-        bool denormal = false;
-        // 60 dB in 0.05 s reaches 2^-149 (-897 dB) within 0.75 s.
-        for (int block = 0; block < 150 && !HasFailure(); ++block) {
-            life.render(Ports::kStereo, 256, Signal::kSilence, flush);
-            for (uint64_t k = 0; k < life.got.ring_len; ++k)
-                denormal |= std::fpclassify(life.got.ring[k]) == FP_SUBNORMAL;
-        }
-        EXPECT_EQ(denormal, !flush);
-        EXPECT_EQ(ffdn_block_n16_state_energy(&life.got) == 0.0, flush);
     }
 }
 

@@ -142,15 +142,6 @@ extern "C" void* aligned_alloc(size_t alignment, size_t size) noexcept {
     return allocate("aligned_alloc", alignment, size);
 }
 
-extern "C" void* memalign(size_t alignment, size_t size) noexcept {
-    return allocate("memalign", alignment, size);
-}
-
-extern "C" int posix_memalign(void** block, size_t alignment, size_t size) noexcept {
-    *block = allocate("posix_memalign", alignment, size);
-    return *block ? 0 : ENOMEM;
-}
-
 extern "C" void* realloc(void* block, size_t size) noexcept {
     note("realloc");
     state.outstanding += block == nullptr;

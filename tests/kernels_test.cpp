@@ -1,7 +1,7 @@
 // Every vector kernel against its definition: equal bits in results, rings and state for every length, at
 // odd alignments, at ring wraps, on hostile signals, with and without flush-to-zero, and nothing touched
 // outside the buffers.
-#include "tests/kernels.h"
+#include "bench/kernels.h"
 
 #include <optional>
 

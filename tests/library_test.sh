@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
 # The library as packagers and other programs meet it: headers that compile alone, exactly the declared
-# symbols, nothing that a real-time thread or a cautious system would refuse, the same plug-in whichever
-# headers declare the interface to it, and an installed copy that serves find_package and pkg-config.
+# symbols, nothing that a real-time thread or a cautious system would refuse, and an installed copy that serves find_package and pkg-config.
 #
-# usage: library_test.sh headers|symbols|clap_root|install SOURCE_DIR BUILD_DIR C_COMPILER CXX_COMPILER
+# usage: library_test.sh headers|symbols|install SOURCE_DIR BUILD_DIR C_COMPILER CXX_COMPILER
 set -euo pipefail
 part=$1 source=$2 build=$3 cc=$4 cxx=$5
 library=$build/brisel.clap live=$build/brisel-live.clap
@@ -67,40 +66,6 @@ test_symbols() {
     mutable=$(objdump -t "$library" | grep -P ' \.(t?data|t?bss)\t' |
         grep -vE ' (completed\.[0-9]+|__dso_handle|__TMC_END__|\.data|\.bss)$' || true)
     [[ -z $mutable ]] || fail "mutable static data: $mutable"
-}
-
-# Compiles the plug-in's unit with the headers of a clap_ROOT; its object code goes to NAME.o.
-compile_plugin() { # NAME CMAKE_ARGUMENT...
-    local unit=plugin/CMakeFiles/brisel_plugin.dir/brisel_clap.cpp.o
-    cmake -S "$source" -B "$work/$1" -G Ninja -DCMAKE_BUILD_TYPE=Release "-DCMAKE_CXX_COMPILER=$cxx" \
-        -DCMAKE_CXX_COMPILER_WORKS=1 -DCMAKE_C_COMPILER_WORKS=1 -DBRISEL_BUILD_TESTS=OFF \
-        -DBRISEL_BUILD_BENCH=OFF -DBRISEL_BUILD_RENDER=OFF "${@:2}" >"$work/log" 2>&1 &&
-        cmake --build "$work/$1" --target "$unit" >>"$work/log" 2>&1 && cp "$work/$1/$unit" "$work/$1.o"
-}
-
-test_clap_root() {
-    # Headers of an earlier interface version: as a tree, and as an installed package.
-    local tree=$work/headers
-    mkdir -p "$tree/include/clap" "$work/package/lib/cmake/clap"
-    sed 's/\(CLAP_VERSION_REVISION\) 8/\1 2/' "$source/compat/clap/clap.h" >"$tree/include/clap/clap.h"
-    cat >"$work/package/lib/cmake/clap/clap-config.cmake" <<END
-add_library(clap INTERFACE IMPORTED)
-set_target_properties(clap PROPERTIES INTERFACE_INCLUDE_DIRECTORIES "$tree/include")
-END
-    echo 'set(PACKAGE_VERSION_COMPATIBLE TRUE)' >"$work/package/lib/cmake/clap/clap-config-version.cmake"
-    compile_plugin ours || fail "ours: $(cat "$work/log")"
-    for root in "$tree" "$work/package"; do
-        compile_plugin theirs "-Dclap_ROOT=$root" || fail "$root: $(cat "$work/log")"
-        grep -q "$tree/include" "$work/theirs/build.ninja" || fail "$root: not on the include path"
-        cmp "$work/ours.o" "$work/theirs.o" || fail "the plug-in differs with the headers of $root"
-        rm -r "$work/theirs"
-    done
-    # Two fields of one size change places: nothing but the pinned offsets can tell.
-    sed -i 's/^\( *\)clap_id id;/\1SWAPPED/; s/^\( *\)clap_param_info_flags flags;/\1clap_id id;/
-        s/^\( *\)SWAPPED/\1clap_param_info_flags flags;/' "$tree/include/clap/clap.h"
-    ! compile_plugin swapped "-Dclap_ROOT=$tree" || fail "headers of another layout pass"
-    grep -q 'static.assert' "$work/log" || fail "other layout: $(cat "$work/log")"
-    ! compile_plugin nowhere "-Dclap_ROOT=$work/nowhere" || fail "a clap_ROOT without headers passes"
 }
 
 # The copy is moved after the installation, into a folder whose name holds a space.

@@ -289,22 +289,15 @@ inline void clean(float* to, const float* from, int32_t frames) {
     }
 }
 
-inline void add_scaled(float* sum, const float* x, float gain, int32_t frames) {
-    for (int32_t t = 0; t < frames; ++t) sum[t] = std::fma(x[t], gain, sum[t]);
-}
-
-// dry_gain * dry rounded, wet_gain * wet fused onto it.
-inline void mix(float* out, float dry_gain, const float* dry, float wet_gain, const float* wet,
-                int32_t frames) {
-    for (int32_t t = 0; t < frames; ++t) out[t] = std::fma(wet_gain, wet[t], dry_gain * dry[t]);
-}
-
 // Early reflections of `mono` onto the wet signal, then the EQ.
 inline void finish_wet(qv_reverb* rev, const float* mono, int32_t frames) {
     if (rev->er_active != 0) {
         er_process(&rev->er, mono, rev->buf_er_l, rev->buf_er_r, frames);
-        add_scaled(rev->buf_wet_l, rev->buf_er_l, rev->params.er_level, frames);
-        add_scaled(rev->buf_wet_r, rev->buf_er_r, rev->params.er_level, frames);
+        for (int32_t t = 0; t < frames; ++t) {
+            const float level = rev->params.er_level;
+            rev->buf_wet_l[t] = std::fma(rev->buf_er_l[t], level, rev->buf_wet_l[t]);
+            rev->buf_wet_r[t] = std::fma(rev->buf_er_r[t], level, rev->buf_wet_r[t]);
+        }
     }
     eq_process(&rev->eq, rev->buf_wet_l, rev->buf_wet_r, frames);
 }
@@ -330,14 +323,12 @@ inline int32_t reverb_process(qv_reverb* rev, const float* in_l, const float* in
     if (process(&rev->engine, left, right, wet_l, wet_r, frames) != 0) return -1;
     finish_wet(rev, mono, frames);
 
-    if (out_r) {
-        mix(out_l, d, rev->buf_in_l, m, wet_l, frames);
-        mix(out_r, d, in_r ? rev->buf_in_r : rev->buf_in_l, m, wet_r, frames);
-    } else {
-        const float half = m * 0.5f;
-        for (int32_t t = 0; t < frames; ++t) {
-            out_l[t] = std::fma(half, wet_l[t] + wet_r[t], d * mono[t]);
-        }
+    const float *dry_l = rev->buf_in_l, *dry_r = in_r ? rev->buf_in_r : rev->buf_in_l;
+    for (int32_t t = 0; t < frames; ++t) {
+        // The wet signal is fused onto the rounded dry one.
+        out_l[t] = out_r ? std::fma(m, wet_l[t], d * dry_l[t])
+                         : std::fma(m * 0.5f, wet_l[t] + wet_r[t], d * mono[t]);
+        if (out_r) out_r[t] = std::fma(m, wet_r[t], d * dry_r[t]);
     }
     return 0;
 }

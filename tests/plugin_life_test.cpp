@@ -4,9 +4,7 @@
 #include <unistd.h>
 
 #include <barrier>
-#include <cmath>
 #include <filesystem>
-#include <memory>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -19,8 +17,6 @@ namespace fs = std::filesystem;
 using host::Events;
 using host::Library;
 using host::Plugin;
-
-constexpr uint32_t kSize = 0, kDecay = 1;
 
 const clap_plugin_entry_t& entry() {
     static const Library library(BRISEL_CLAP_FILE);
@@ -118,84 +114,6 @@ TEST(PluginLife, KeepsTwoCopiesInOneProcessApart) {
     EXPECT_EQ(quiet_sound.out, sound_alone(entry(), 0.1f));
 }
 
-// Whatever failed before, an activation works or is refused as documented, and a good one is a good one.
-TEST(PluginLife, ActivatesAtAnyRateAndBlockLengthAsDocumented) {
-    const std::vector<float> expected = sound_alone(entry(), 0.5f);
-    const auto shortest_line = [](double rate, double size) {
-        return static_cast<uint32_t>(std::max(1.0, std::floor(std::floor(rate) * size + 0.5)));
-    };
-    Plugin plugin(entry());
-    int worked = 0, refused_size = 0, failed = 0;
-    for (const double size : {0.04, 0.02}) {
-        for (const double rate :
-             {-48000.0, 0.0, 8000.0, 9000.9, 9001.0, 44100.7, 192000.0, 1e300}) {
-            for (const uint32_t block :
-                 {0u, 1u, 64u, 65u, 359u, 361u, 1024u, 1921u, 4096u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
-                SCOPED_TRACE(testing::Message() << rate << " Hz, " << block << ", " << size);
-                const uint64_t capacity = std::max<uint64_t>(64, (uint64_t{block} + 7) / 8 * 8);
-                const bool has_engine =
-                    rate >= 9001 && rate < 1e9 && capacity <= shortest_line(rate, 0.04);
-                const bool takes_size = has_engine && capacity <= shortest_line(rate, size);
-                plugin.flush(Events(kSize, size));
-                EXPECT_EQ(plugin.activate(rate, block), takes_size);
-                std::vector<float> out(8192, 7.0f), in(8192, 0.5f);
-                const auto process = [&](uint64_t n) {
-                    return plugin.process(static_cast<uint32_t>(n), {in.data()}, {out.data()});
-                };
-                EXPECT_EQ(process(5), has_engine ? CLAP_PROCESS_CONTINUE : CLAP_PROCESS_ERROR);
-                if (has_engine) { // without the size it runs with its defaults
-                    EXPECT_EQ(process(capacity), CLAP_PROCESS_CONTINUE);
-                    EXPECT_EQ(process(capacity + 8), CLAP_PROCESS_ERROR);
-                }
-                plugin.deactivate();
-                ++(takes_size ? worked : has_engine ? refused_size : failed);
-            }
-        }
-        plugin.flush(Events(kSize, 0.04));
-        ASSERT_TRUE(plugin.activate(48000, 256));
-        Sound sound;
-        sound.play(plugin, kBlocks, 0.5f);
-        EXPECT_EQ(sound.out, expected);
-    }
-    EXPECT_GT(worked, 30);
-    EXPECT_GT(refused_size, 2);
-    EXPECT_GT(failed, 20);
-}
-
-// A state counts from the next block on, whenever it arrives: it sounds like the same values flushed.
-TEST(PluginLife, TakesStatesBeforeActivationWhileActiveAndBetweenBlocks) {
-    const std::vector<double> values = {0.03, 4, 3, 0.5, 0.9, 0.4, 0, 1, 0.05, 0.7, -3, 4};
-    std::vector<float> expected;
-    enum Moment {
-        kFlushed,
-        kBeforeActivation,
-        kAfterAFailedOne,
-        kWhileActive,
-        kBetweenBlocks,
-        kAfterStop
-    };
-    for (const Moment moment : {kFlushed, kBeforeActivation, kAfterAFailedOne, kWhileActive,
-                                kBetweenBlocks, kAfterStop}) {
-        Plugin plugin(entry());
-        Sound before, sound;
-        const auto load = [&] { EXPECT_TRUE(plugin.load(host::state_of(values))); };
-        EXPECT_TRUE(moment != kAfterAFailedOne || !plugin.activate(8000, 256));
-        if (moment == kBeforeActivation || moment == kAfterAFailedOne) load();
-        ASSERT_TRUE(plugin.activate(48000, 256));
-        if (moment >= kBetweenBlocks) before.play(plugin, 20, 0.5f);
-        if (moment == kAfterStop) plugin.deactivate();
-        if (moment >= kWhileActive) load();
-        ASSERT_TRUE(moment != kAfterStop || plugin.activate(48000, 256));
-        for (uint32_t id = 0; moment == kFlushed && id < 12; ++id)
-            plugin.flush(Events(id, values[id]));
-        EXPECT_TRUE(host::same_bits(plugin.values(), values));
-        sound.play(plugin, kBlocks, 0.5f);
-        if (moment == kFlushed) expected = sound.out;
-        // The EQ's memories outlive a change of settings; they are empty where its gains were 0.
-        EXPECT_EQ(sound.out, expected) << "moment " << moment;
-    }
-}
-
 // Instances share nothing: on sixteen threads each sounds as it does alone. Under the thread sanitizer the
 // same test shows any data that two of them touch.
 TEST(PluginLife, RunsOnSixteenThreadsAsAlone) {
@@ -225,23 +143,4 @@ TEST(PluginLife, RunsOnSixteenThreadsAsAlone) {
         });
     for (std::thread& thread : threads) thread.join();
     for (size_t k = 0; k < kThreads; ++k) EXPECT_EQ(got[k], expected[k]) << "instance " << k;
-
-    // A host moves an instance between threads: made, processed, flushed, destroyed on one each.
-    const auto on_a_thread = [](auto work) { std::thread(work).join(); };
-    std::unique_ptr<Plugin> plugin;
-    Sound moved, stayed;
-    on_a_thread([&] {
-        plugin = std::make_unique<Plugin>(entry());
-        ASSERT_TRUE(plugin->activate(48000, 256));
-    });
-    Plugin alone(entry());
-    ASSERT_TRUE(alone.activate(48000, 256));
-    for (const double decay : {2.0, 5.0}) {
-        alone.flush(Events(kDecay, decay));
-        stayed.play(alone, kBlocks, 0.5f);
-        on_a_thread([&] { plugin->flush(Events(kDecay, decay)); });
-        on_a_thread([&] { moved.play(*plugin, kBlocks, 0.5f); });
-    }
-    EXPECT_EQ(moved.out, stayed.out);
-    on_a_thread([&] { plugin.reset(); });
 }

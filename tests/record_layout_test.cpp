@@ -1,8 +1,8 @@
 // The layout of every public record: other programs declare these records themselves, in other languages too,
 // so names, order and types of the fields are part of the interface. By the rules of the x86-64 ABI they give
-// the places.
-#include <cstddef>
+// the places: a field stands at the next multiple of its alignment.
 #include <type_traits>
+#include <typeinfo>
 
 #include <gtest/gtest.h>
 
@@ -12,140 +12,121 @@
 
 namespace {
 
-struct Field {
-    const char* name;
-    bool right_type;
-    size_t offset, size, alignment;
+// Goes through a record's fields in their order, those of one type at a time.
+template <typename Record>
+class Layout {
+public:
+    ~Layout() {
+        EXPECT_TRUE(std::is_standard_layout_v<Record> && std::is_trivial_v<Record>);
+        EXPECT_EQ(sizeof(Record), aligned(alignof(Record))) << typeid(Record).name();
+    }
+    template <typename Type>
+    Layout& of(std::initializer_list<Type Record::*> fields) {
+        for (const auto field : fields) {
+            const auto* from = reinterpret_cast<const char*>(&(record_.*field));
+            const auto offset = static_cast<size_t>(from - reinterpret_cast<const char*>(&record_));
+            EXPECT_EQ(offset, aligned(alignof(Type))) << typeid(Record).name();
+            end_ = offset + sizeof(Type);
+        }
+        return *this;
+    }
+
+private:
+    size_t aligned(size_t to) const { return (end_ + to - 1) / to * to; }
+    Record record_;
+    size_t end_ = 0;
 };
 
-// Each field stands at the first place behind the one before it that its alignment allows: none is left out.
-template <typename Record>
-void expect_layout(std::initializer_list<Field> fields) {
-    EXPECT_TRUE(std::is_standard_layout_v<Record> && std::is_trivial_v<Record>);
-    size_t end = 0;
-    const auto aligned = [&end](size_t to) { return (end + to - 1) / to * to; };
-    for (const Field& f : fields) {
-        EXPECT_TRUE(f.right_type) << f.name;
-        EXPECT_EQ(f.offset, aligned(f.alignment)) << f.name;
-        end = f.offset + f.size;
-    }
-    EXPECT_EQ(sizeof(Record), aligned(alignof(Record))) << (fields.end() - 1)->name;
-}
-
-#define AT(type, field)                                                                            \
-    {                                                                                              \
-#field, std::is_same_v < decltype(R::field), type>, offsetof(R, field), sizeof(type),      \
-            alignof(type)                                                                          \
-    }
+} // namespace
 
 TEST(RecordLayout, IsTheOneThatOtherProgramsDeclare) {
-    {
-        using R = ffdn_n16_params;
-        expect_layout<R>({AT(int32_t[16], delays), AT(int32_t[16], buffer_sizes)});
-    }
-    {
-        using R = ffdn_n16_post_params;
-        expect_layout<R>({AT(int32_t[16], post_delays)});
-    }
-    {
-        using R = ffdn_n16_cascade_params;
-        expect_layout<R>({AT(int32_t[3][16], stage_delays)});
-    }
-    {
-        using R = ffdn_n16_vfm_params;
-        expect_layout<R>({AT(int32_t[3][16], stage_delays)});
-    }
-    {
-        using R = ffdn_n16_stereo_gains;
-        expect_layout<R>({AT(float[16], left), AT(float[16], right)});
-    }
-    {
-        using R = ffdn_block_stage;
-        expect_layout<R>({AT(uint32_t[16], delays), AT(uint32_t, size), AT(uint32_t, mask),
-                          AT(uint32_t, wpos), AT(float*, ring)});
-    }
-    {
-        using R = ffdn_block_n16;
-        expect_layout<R>({AT(uint32_t[16], line_offset),
-                          AT(uint32_t[16], line_mask),
-                          AT(uint32_t[16], line_delay),
-                          AT(uint32_t[16], line_wpos),
-                          AT(float*, ring),
-                          AT(uint64_t, ring_len),
-                          AT(float[16], decay_gain),
-                          AT(float[16], in_gain),
-                          AT(float[16], out_gain),
-                          AT(float, direct_gain),
-                          AT(float*, tap_block),
-                          AT(float*, work_block),
-                          AT(int32_t, block_size),
-                          AT(int32_t, stage_count),
-                          AT(ffdn_block_stage[3], stages),
-                          AT(float[16], shelf_b0),
-                          AT(float[16], shelf_a1),
-                          AT(float[16], shelf_state),
-                          AT(uint32_t, two_band),
-                          AT(float[16], out_left),
-                          AT(float[16], out_right),
-                          AT(float, direct_left),
-                          AT(float, direct_right),
-                          AT(uint32_t, stereo_out_set),
-                          AT(uint32_t[16], mod_base_delay),
-                          AT(float[16], mod_phase),
-                          AT(float[16], mod_inc),
-                          AT(int32_t, mod_depth),
-                          AT(uint32_t, mod_enabled),
-                          AT(float[16], in_left),
-                          AT(float[16], in_right),
-                          AT(uint32_t, stereo_in_set)});
-    }
-    {
-        using R = ffdn_er;
-        expect_layout<R>({AT(int32_t, n_taps), AT(int32_t[24], delays_l), AT(int32_t[24], delays_r),
-                          AT(float[24], gains_l), AT(float[24], gains_r), AT(float*, ring),
-                          AT(int32_t, ring_len), AT(int32_t, ring_mask), AT(int32_t, write_pos),
-                          AT(int32_t, longest_tap), AT(int32_t, max_frames)});
-    }
-    {
-        using R = ffdn_eq;
-        expect_layout<R>({AT(float[5], low), AT(float[5], high), AT(float[8], state),
-                          AT(int32_t, sample_rate), AT(float, low_hz), AT(float, high_hz),
-                          AT(float, gain_low_db), AT(float, gain_high_db), AT(uint32_t, active)});
-    }
-    {
-        using R = qv_reverb_params;
-        expect_layout<R>({AT(float, size), AT(float, t60), AT(int32_t, cascade_stages),
-                          AT(float, t60_high), AT(float, damp), AT(float, mix), AT(float, width),
-                          AT(uint32_t, modulate), AT(uint32_t, er_enable), AT(float, er_size),
-                          AT(float, er_level), AT(float, eq_low_db), AT(float, eq_high_db)});
-    }
-    {
-        using R = qv_reverb;
-        expect_layout<R>({AT(ffdn_block_n16, engine), AT(ffdn_er, er), AT(ffdn_eq, eq),
-                          AT(qv_reverb_params, params), AT(int32_t, sample_rate),
-                          AT(int32_t, max_frames), AT(int32_t, longest_delay),
-                          AT(uint32_t, engine_ready), AT(uint32_t, er_active),
-                          AT(uint32_t, eq_ready), AT(float*, buf_wet_l), AT(float*, buf_wet_r),
-                          AT(float*, buf_er_in), AT(float*, buf_er_l), AT(float*, buf_er_r),
-                          AT(float*, buf_aux), AT(float*, buf_in_l), AT(float*, buf_in_r)});
-    }
-    {
-        using R = ffdn_n16_stage;
-        expect_layout<R>({AT(int32_t[16], stage_delay), AT(int32_t, size), AT(int32_t, mask),
-                          AT(int32_t, wpos), AT(float*, ring)});
-    }
-    {
-        using R = ffdn_n16;
-        expect_layout<R>(
-            {AT(int32_t[16], line_delay), AT(int32_t[16], line_size),    AT(int32_t[16], line_mask),
-             AT(int32_t[16], line_wpos),  AT(float* [16], line_buf),     AT(float[16], in_gain),
-             AT(float[16], out_gain),     AT(float, direct_gain),        AT(float[16], decay_gain),
-             AT(int32_t, stage_count),    AT(ffdn_n16_stage[3], stages), AT(float[16], shelf_b0),
-             AT(float[16], shelf_a1),     AT(float[16], shelf_state),    AT(int32_t, two_band),
-             AT(float[16], out_left),     AT(float[16], out_right),      AT(float, direct_left),
-             AT(float, direct_right),     AT(int32_t, stereo_out_set),   AT(float[16], in_left),
-             AT(float[16], in_right),     AT(int32_t, stereo_in_set)});
-    }
+    using R0 = ffdn_n16_params;
+    Layout<R0>().of<int32_t[16]>({&R0::delays, &R0::buffer_sizes});
+    using R1 = ffdn_n16_post_params;
+    Layout<R1>().of<int32_t[16]>({&R1::post_delays});
+    using R2 = ffdn_n16_cascade_params;
+    Layout<R2>().of<int32_t[3][16]>({&R2::stage_delays});
+    using R3 = ffdn_n16_vfm_params;
+    Layout<R3>().of<int32_t[3][16]>({&R3::stage_delays});
+    using R4 = ffdn_n16_stereo_gains;
+    Layout<R4>().of<float[16]>({&R4::left, &R4::right});
+    using R5 = ffdn_block_stage;
+    Layout<R5>()
+        .of<uint32_t[16]>({&R5::delays})
+        .of<uint32_t>({&R5::size, &R5::mask, &R5::wpos})
+        .of<float*>({&R5::ring});
+    using R6 = ffdn_block_n16;
+    Layout<R6>()
+        .of<uint32_t[16]>({&R6::line_offset, &R6::line_mask, &R6::line_delay, &R6::line_wpos})
+        .of<float*>({&R6::ring})
+        .of<uint64_t>({&R6::ring_len})
+        .of<float[16]>({&R6::decay_gain, &R6::in_gain, &R6::out_gain})
+        .of<float>({&R6::direct_gain})
+        .of<float*>({&R6::tap_block, &R6::work_block})
+        .of<int32_t>({&R6::block_size, &R6::stage_count})
+        .of<ffdn_block_stage[3]>({&R6::stages})
+        .of<float[16]>({&R6::shelf_b0, &R6::shelf_a1, &R6::shelf_state})
+        .of<uint32_t>({&R6::two_band})
+        .of<float[16]>({&R6::out_left, &R6::out_right})
+        .of<float>({&R6::direct_left, &R6::direct_right})
+        .of<uint32_t>({&R6::stereo_out_set})
+        .of<uint32_t[16]>({&R6::mod_base_delay})
+        .of<float[16]>({&R6::mod_phase, &R6::mod_inc})
+        .of<int32_t>({&R6::mod_depth})
+        .of<uint32_t>({&R6::mod_enabled})
+        .of<float[16]>({&R6::in_left, &R6::in_right})
+        .of<uint32_t>({&R6::stereo_in_set});
+    using R7 = ffdn_er;
+    Layout<R7>()
+        .of<int32_t>({&R7::n_taps})
+        .of<int32_t[24]>({&R7::delays_l, &R7::delays_r})
+        .of<float[24]>({&R7::gains_l, &R7::gains_r})
+        .of<float*>({&R7::ring})
+        .of<int32_t>(
+            {&R7::ring_len, &R7::ring_mask, &R7::write_pos, &R7::longest_tap, &R7::max_frames});
+    using R8 = ffdn_eq;
+    Layout<R8>()
+        .of<float[5]>({&R8::low, &R8::high})
+        .of<float[8]>({&R8::state})
+        .of<int32_t>({&R8::sample_rate})
+        .of<float>({&R8::low_hz, &R8::high_hz, &R8::gain_low_db, &R8::gain_high_db})
+        .of<uint32_t>({&R8::active});
+    using R9 = qv_reverb_params;
+    Layout<R9>()
+        .of<float>({&R9::size, &R9::t60})
+        .of<int32_t>({&R9::cascade_stages})
+        .of<float>({&R9::t60_high, &R9::damp, &R9::mix, &R9::width})
+        .of<uint32_t>({&R9::modulate, &R9::er_enable})
+        .of<float>({&R9::er_size, &R9::er_level, &R9::eq_low_db, &R9::eq_high_db});
+    using R10 = qv_reverb;
+    Layout<R10>()
+        .of<ffdn_block_n16>({&R10::engine})
+        .of<ffdn_er>({&R10::er})
+        .of<ffdn_eq>({&R10::eq})
+        .of<qv_reverb_params>({&R10::params})
+        .of<int32_t>({&R10::sample_rate, &R10::max_frames, &R10::longest_delay})
+        .of<uint32_t>({&R10::engine_ready, &R10::er_active, &R10::eq_ready})
+        .of<float*>({&R10::buf_wet_l, &R10::buf_wet_r, &R10::buf_er_in, &R10::buf_er_l,
+                     &R10::buf_er_r, &R10::buf_aux, &R10::buf_in_l, &R10::buf_in_r});
+    using R11 = ffdn_n16_stage;
+    Layout<R11>()
+        .of<int32_t[16]>({&R11::stage_delay})
+        .of<int32_t>({&R11::size, &R11::mask, &R11::wpos})
+        .of<float*>({&R11::ring});
+    using R12 = ffdn_n16;
+    Layout<R12>()
+        .of<int32_t[16]>({&R12::line_delay, &R12::line_size, &R12::line_mask, &R12::line_wpos})
+        .of<float* [16]>({&R12::line_buf})
+        .of<float[16]>({&R12::in_gain, &R12::out_gain})
+        .of<float>({&R12::direct_gain})
+        .of<float[16]>({&R12::decay_gain})
+        .of<int32_t>({&R12::stage_count})
+        .of<ffdn_n16_stage[3]>({&R12::stages})
+        .of<float[16]>({&R12::shelf_b0, &R12::shelf_a1, &R12::shelf_state})
+        .of<int32_t>({&R12::two_band})
+        .of<float[16]>({&R12::out_left, &R12::out_right})
+        .of<float>({&R12::direct_left, &R12::direct_right})
+        .of<int32_t>({&R12::stereo_out_set})
+        .of<float[16]>({&R12::in_left, &R12::in_right})
+        .of<int32_t>({&R12::stereo_in_set});
 }
-
-} // namespace

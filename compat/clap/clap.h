@@ -1,12 +1,12 @@
 /* The part of the CLAP 1.2.8 plug-in interface that the plug-ins and the renderer use, under the
  * official names, for machines without the official headers. Declarations only; C11 and C++20.
  *
- * Every record carries the official `_t` name and its plain struct tag. Their layout follows from the
- * platform's C rules; the plug-ins pin it, so that it holds for the official headers too.
+ * Every record carries the official `_t` name and its plain struct tag. Their layout follows from
+ * the platform's C rules; the plug-ins pin it, so that it holds for the official headers too.
  *
- * Order of a plug-in's life: entry.init, entry.get_factory, factory.create_plugin, plugin.init, then
- * activate, start_processing, process ..., stop_processing, deactivate as often as the host likes,
- * then plugin.destroy, entry.deinit.
+ * Order of a plug-in's life: entry.init, entry.get_factory, factory.create_plugin, plugin.init,
+ * then activate, start_processing, process ..., stop_processing, deactivate as often as the host
+ * likes, then plugin.destroy, entry.deinit.
  */
 #ifndef CLAP_CLAP_H
 #define CLAP_CLAP_H
@@ -276,7 +276,7 @@ typedef struct clap_plugin_audio_ports {
                         clap_audio_port_info_t* info);
 } clap_plugin_audio_ports_t;
 
-/* ---- What Brisel Live uses besides ------------------------------------------------------------- */
+/* ---- What Brisel Live uses besides ----------------------------------------------------------- */
 
 /* Modulation, gestures and transport. */
 

@@ -1,8 +1,9 @@
 // The decay law over 16 loops at once.
 //
-// pow costs 12 ns, and a network takes 48 of them. Here four lines at a time get a power whose error
-// is bounded, and where both ends of the interval that the bound leaves round to the same float, that
-// float is the result. For about one line in a thousand they do not: it falls back to the plain formula.
+// pow costs 12 ns, and a network takes 48 of them. Here four lines at a time get a power whose
+// error is bounded, and where both ends of the interval that the bound leaves round to the same
+// float, that float is the result. For about one line in a thousand they do not: it falls back to
+// the plain formula.
 #include <immintrin.h>
 
 #include <array>
@@ -23,11 +24,12 @@ constexpr int kLanes = 4;
 constexpr double kDeepest = -1000.0;
 
 // How far a result may lie from the plain formula's. That one raises base = pow(10, y), which is
-// off by up to 2^-52 of itself, to the power of `loop`: relative error loop * 2^-52. Here the exponent
-// x = loop * y * log2(10) is off by up to 2^-51 of itself, so by 2^-41 for the deepest, ln(2) of which
-// passes to the power; exp2_of and the rounding of pow add less than 2^-46. In all a gain is off by
-// less than e = loop * 2^-52 + 2^-41 of itself; b0 = 2 g_low g_high / (g_low + g_high) by less than 3 e
-// of itself; a1 = (g_low - g_high) / (g_low + g_high) by less than 3 e absolutely. The limit is 4 e.
+// off by up to 2^-52 of itself, to the power of `loop`: relative error loop * 2^-52. Here the
+// exponent x = loop * y * log2(10) is off by up to 2^-51 of itself, so by 2^-41 for the deepest,
+// ln(2) of which passes to the power; exp2_of and the rounding of pow add less than 2^-46. In all a
+// gain is off by less than e = loop * 2^-52 + 2^-41 of itself; b0 = 2 g_low
+// g_high / (g_low + g_high) by less than 3 e of itself; a1 = (g_low - g_high) / (g_low + g_high) by
+// less than 3 e absolutely. The limit is 4 e.
 constexpr double kTolerance = 0x1p-39;
 constexpr double kTolerancePerSample = 0x1p-50;
 

@@ -12,8 +12,8 @@ namespace brisel {
 
 namespace {
 
-// A ring's samples as straight runs of one tile. Runs that wrap are found in a copy of the ring's end
-// and beginning, made once a block.
+// A ring's samples as straight runs of one tile. Runs that wrap are found in a copy of the ring's
+// end and beginning, made once a block.
 template <uint32_t kTile>
 class StraightRing {
 public:
@@ -74,7 +74,7 @@ void ffdn_er_sum_avx2(const float* ring, uint32_t size, uint32_t block, const Ea
         sum_tiles(StraightRing<8>(ring, size), block, left, right, frames);
     } else {
         // The lanes behind the block read what the ring happens to hold and are dropped.
-        float whole_left[8], whole_right[8];
+        float whole_left[8] = {}, whole_right[8] = {};
         sum_tiles(StraightRing<8>(ring, size), block,
                   {left.delays, left.gains, left.count, whole_left},
                   {right.delays, right.gains, right.count, whole_right}, 8);

@@ -13,10 +13,10 @@ namespace {
 
 constexpr float kPi = 3.14159274f;
 
-// sin(p) for p in [0, kPhasePeriod): with y = p - pi it is -sin(y), here y times the minimax polynomial of
-// degree 5 in y^2 for [-pi, pi]. Absolute error below 2^-20: 1.8e-7 from the polynomial with its
-// coefficients in floats, 2.1e-7 from pi and the rounding of y, the rest from evaluation; 6.5e-7 is
-// the largest over every float of the range.
+// sin(p) for p in [0, kPhasePeriod): with y = p - pi it is -sin(y), here y times the minimax
+// polynomial of degree 5 in y^2 for [-pi, pi]. Absolute error below 2^-20: 1.8e-7 from the
+// polynomial with its coefficients in floats, 2.1e-7 from pi and the rounding of y, the rest from
+// evaluation; 6.5e-7 is the largest over every float of the range.
 __m256 sine(__m256 p) {
     constexpr float kCoefficients[] = {-0x1.fffff4p-1f, 0x1.5554c6p-3f,   -0x1.1109f6p-7f,
                                        0x1.9f7908p-13f, -0x1.6ac734p-19f, 0x1.601206p-26f};
@@ -28,9 +28,9 @@ __m256 sine(__m256 p) {
     return _mm256_mul_ps(q, y);
 }
 
-// How far depth * sine(p) can lie from the scalar step's sinf(p) * depth, per sample of depth: 2^-20
-// from sine(), 2^-24 from sinf (one unit in the last place), 2^-24 from rounding both products make
-// less than 2^-19. Twice that leaves room for another C library or rounding mode.
+// How far depth * sine(p) can lie from the scalar step's sinf(p) * depth, per sample of depth:
+// 2^-20 from sine(), 2^-24 from sinf (one unit in the last place), 2^-24 from rounding both
+// products make less than 2^-19. Twice that leaves room for another C library or rounding mode.
 constexpr float kTolerance = 0x1p-18f;
 
 struct Step {

@@ -1,6 +1,9 @@
-// Signals, eight frames at a time: `each_tile(frames, [=](size_t t) { add_tile(y + t, x + t, gain); })`
-// adds one signal to another. Plain loops would bring the compiler's checks for overlap and for the last
-// few frames into every call, 3 % of the instructions of a reverb's block of 64.
+// Signals, eight frames at a time:
+//
+//   each_tile(frames, [=](size_t t) { add_tile(y + t, x + t, gain); });
+//
+// adds one signal to another. Plain loops would bring the compiler's checks for overlap and for the
+// last few frames into every call, 3 % of the instructions of a reverb's block of 64.
 #ifndef BRISEL_CORE_AVX2_SIGNALS_H
 #define BRISEL_CORE_AVX2_SIGNALS_H
 
@@ -18,8 +21,8 @@ inline void each_tile(uint32_t frames, Body body) {
     for (size_t t = 0; t < frames; t += 8) body(t);
 }
 
-// to = from, with 0 for infinities and NaN, whose exponent bits are all ones; everything else, denormals
-// included, passes bit for bit.
+// to = from, with 0 for infinities and NaN, whose exponent bits are all ones; everything else,
+// denormals included, passes bit for bit.
 inline void clean_tile(float* to, const float* from) {
     const __m256i exponent = _mm256_set1_epi32(0x7f800000);
     const __m256i bits = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));

@@ -1,6 +1,6 @@
-// The feedback loop's steps on tiles, beside the transform (fwht16.h): 16 rows, one a line, of eight
-// frames each. A `row` gives the address of a line's tile, a `gain` a line's gain on a side (0 left, 1
-// right) in all lanes.
+// The feedback loop's steps on tiles, beside the transform (fwht16.h): 16 rows, one a line, of
+// eight frames each. A `row` gives the address of a line's tile, a `gain` a line's gain on a side
+// (0 left, 1 right) in all lanes.
 #ifndef BRISEL_CORE_AVX2_TILES_H
 #define BRISEL_CORE_AVX2_TILES_H
 
@@ -12,8 +12,8 @@
 
 namespace brisel {
 
-// Hides where a pointer comes from. The rows of a tile are then addressed by one register and constant
-// offsets; otherwise the compiler keeps a pointer for each row and runs out of registers.
+// Hides where a pointer comes from. The rows of a tile are then addressed by one register and
+// constant offsets; otherwise the compiler keeps a pointer for each row and runs out of registers.
 template <typename T>
 inline T* opaque(T* pointer) {
     asm("" : "+r"(pointer));
@@ -50,8 +50,8 @@ inline void load_transposed8(__m256 (&m)[8], Row row) {
 
 // A piece's output sums and its transform: rows in, rows of kOutRow floats out.
 //
-// A sum takes its lines in their order, as 16 operations that wait for each other. Its first half is
-// computed a tile ahead, between the transform's stores, so that two tiles' sums run at a time.
+// A sum takes its lines in their order, as 16 operations that wait for each other. Its first half
+// is computed a tile ahead, between the transform's stores, so that two tiles' sums run at a time.
 // `between_halves(p)` is work of the caller's between the halves of the tile at p.
 template <bool kStereo, size_t kOutRow, typename Gain, typename Between>
 inline __attribute__((always_inline)) void
@@ -104,8 +104,8 @@ mix_out_piece(const float* const* rows, Gain gain, const float (&direct)[2], con
 }
 
 // Two-band filter, frame by frame in the transposed tile: filtered[lines 0-7, 8-15][frame][line].
-// `shelf` holds b0 and a1 of the 16 lines; `memory` stays in the caller's registers, since a store and
-// a load a tile would lengthen the recursion.
+// `shelf` holds b0 and a1 of the 16 lines; `memory` stays in the caller's registers, since a store
+// and a load a tile would lengthen the recursion.
 template <typename Row>
 inline __attribute__((always_inline)) void filter_tile(float* filtered, const float* shelf,
                                                        __m256 (&memory)[2], Row row) {

@@ -1,5 +1,5 @@
-// What the units of core leave to vectors, beside the feedback loop. Each function stands in the file
-// that bears its unit's name, ffdn_er_avx2.cpp for instance.
+// What the units of core leave to vectors, beside the feedback loop. Each function stands in the
+// file that bears its unit's name, ffdn_er_avx2.cpp for instance.
 #ifndef BRISEL_CORE_AVX2_UNITS_H
 #define BRISEL_CORE_AVX2_UNITS_H
 
@@ -17,10 +17,10 @@ void ffdn_decay_gains_avx2(float* gain, double sample_rate, double t60, const in
 void ffdn_decay_two_band_avx2(float* b0, float* a1, double sample_rate, double t60_low,
                               double t60_high, const int32_t* loop);
 
-// Does what ffdn_block_n16_apply_modulation does, to the bit, and returns true; or returns false with
-// nothing stored when that takes the scalar step: a phase that one subtraction does not bring back
-// into its period, an offset so close to a half that the approximate sine may round it to the other
-// side, a delay below n.
+// Does what ffdn_block_n16_apply_modulation does, to the bit, and returns true; or returns false
+// with nothing stored when that takes the scalar step: a phase that one subtraction does not bring
+// back into its period, an offset so close to a half that the approximate sine may round it to the
+// other side, a delay below n.
 bool ffdn_modulation_step_avx2(ffdn_block_n16& e, int32_t n);
 
 // One side's taps of the early reflections.
@@ -37,8 +37,8 @@ struct EarlyTaps {
 void ffdn_er_sum_avx2(const float* ring, uint32_t size, uint32_t block, const EarlyTaps& left,
                       const EarlyTaps& right, uint32_t frames);
 
-// Both channels through the low and then the high shelf, in place, as ffdn_eq_process_stereo defines;
-// left and right do not overlap, frames is at least 1.
+// Both channels through the low and then the high shelf, in place, as ffdn_eq_process_stereo
+// defines; left and right do not overlap, frames is at least 1.
 //   low, high  b0, b1, b2, a1, a2
 //   state      s1, s2 of the left and of the right channel, of the low shelf, then of the high one
 void ffdn_eq_filter_avx2(const float* low, const float* high, float* state, float* left,

@@ -7,7 +7,6 @@
 #include <cstring>
 
 #include "brisel/ffdn_defaults_n16.h"
-#include "core/avx2/runs.h"
 #include "core/ffdn_block.h"
 #include "core/network_math.h"
 #include "live/engine/ring.h"

@@ -1,5 +1,6 @@
-// Two-band decay with injection. The recursion forbids vectors along time, so they run across lines:
-// eight lines by eight frames are transposed, filtered frame by frame, transposed back and injected.
+// Two-band decay with injection. The recursion forbids vectors along time, so they run across
+// lines: eight lines by eight frames are transposed, filtered frame by frame, transposed back and
+// injected.
 #include <immintrin.h>
 
 #include <cmath>

@@ -5,8 +5,8 @@
 
 namespace {
 
-// Several vectors of frames at once share each broadcast gain and hide the latency of the sums, which
-// have to run in line order.
+// Several vectors of frames at once share each broadcast gain and hide the latency of the sums,
+// which have to run in line order.
 template <size_t Vectors>
 void mix_out_frames(float* y_left, float* y_right, const float* src, size_t stride,
                     const float* out_left, const float* out_right, const float* direct,

@@ -16,7 +16,8 @@ void delay_samples(float* row, float* ring, uint32_t wpos, uint32_t mask, uint32
     }
 }
 
-// Delays of 1 to 15 samples: nearly the whole row moves within itself. `n` is a positive multiple of 8.
+// Delays of 1 to 15 samples: nearly the whole row moves within itself. `n` is a multiple of 8,
+// not 0.
 void delay_within_row(float* row, float* ring, uint32_t wpos, uint32_t size, uint32_t delay,
                       uint32_t n) {
     const uint32_t mask = size - 1;

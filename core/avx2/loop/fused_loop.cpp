@@ -1,7 +1,7 @@
 // The fused feedback loop.
 //
 // A block runs in pieces of 128 frames, a piece in tiles of eight. Rows are lines, eight lanes are
-// eight frames of a line, except between filter and injection, where they are eight lines of a frame:
+// eight frames of a line; between filter and injection they are eight lines of a frame:
 //
 //   main rings --A--> stage 0 --B--> stage 1 --C--> stage 2 --D--> filtered tiles --E--> results
 //       ^                                                                                   |
@@ -16,18 +16,20 @@
 // With broadband decay D and E are one step without transpositions.
 //
 // What makes it fast, beside the steps' own work:
-//   - A block's samples pass through the first-level cache only: A reads the main rings in place, and
-//     the results are flushed in runs of 128 samples. All 16 write positions are equal modulo 4 KiB,
-//     that is, in one cache set: writing them tile by tile would throw each line out before it is full.
+//   - A block's samples pass through the first-level cache only: A reads the main rings in place,
+//     and the results are flushed in runs of 128 samples. All 16 write positions are equal modulo 4
+//     KiB, that is, in one cache set: writing them tile by tile would throw each line out before it
+//     is full.
 //   - Stage 0's rings hold 16 samples, so its rows live in a linear scratch that keeps the last 16
 //     samples of the piece before. The other rings' delays and positions are multiples of eight: a
 //     tile never wraps.
-//   - The filter's recursion takes four cycles a frame. E of the tile before and B and C of the next
-//     one stand between two of its tiles and fill them.
+//   - The filter's recursion takes four cycles a frame. E of the tile before and B and C of the
+//     next one stand between two of its tiles and fill them.
 #include <immintrin.h>
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 #include "core/avx2/loop/feedback_loop.h"
 #include "core/avx2/loop/loop_parts.h"
@@ -88,6 +90,7 @@ public:
 
 private:
     enum class Direction { kTake, kGive };
+    static constexpr size_t kGainPeriod = kAlternating ? 2 : BRISEL_LINES;
 
     // Between stage 0's rings, whose position is a multiple of eight, and the 16 samples that stand
     // before frame `end` of its rows, oldest first.
@@ -120,8 +123,8 @@ private:
         }
     }
 
-    // Writes one row of results into its main ring and, with three stages, what stage 2 received. All
-    // positions and lengths are multiples of eight.
+    // Writes one row of results into its main ring and, with three stages, what stage 2 received.
+    // All positions and lengths are multiples of eight.
     inline __attribute__((always_inline)) void flush_row(uint32_t line, uint32_t t,
                                                          uint32_t length) {
         copy_vectors(ws_.writes[line], ws_.results[line], length);
@@ -243,7 +246,7 @@ private:
     const BlockSignals io_;
     const uint32_t n_;
     MainLines lines_;
-    Workspace<kAlternating ? 2 : BRISEL_LINES> ws_;
+    Workspace<kGainPeriod> ws_;
 };
 
 // Every gain equals the one two lines before, to the bit.
@@ -281,7 +284,9 @@ bool all_alternate(const ffdn_block_n16& e, bool stereo_in) {
 
 // The instances' numbers: number of stages, two bands, stereo input, alternating gains.
 template <size_t shape>
-using FusedShape = FusedLoop<1 + shape / 8, (shape & 4) != 0, (shape & 2) != 0, (shape & 1) != 0>;
+using FusedShape =
+    FusedLoop<1 + shape / 8, (shape / 4 % 2 > 0), (shape / 2 % 2 > 0), (shape % 2 > 0)>;
+constexpr auto kLoops = loop_table<FusedShape>(std::make_index_sequence<24>());
 
 } // namespace
 
@@ -296,7 +301,7 @@ void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint3
     const bool stereo_in = io.x_right;
     const size_t shape = 8 * static_cast<size_t>(e.stage_count - 1) + (e.two_band ? 4 : 0) +
                          (stereo_in ? 2 : 0) + (all_alternate(e, stereo_in) ? 1 : 0);
-    run_shape<FusedShape, 24>(shape, e, io, n, prepared);
+    kLoops[shape](e, io, n, prepared);
 }
 
 } // namespace brisel

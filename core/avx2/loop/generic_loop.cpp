@@ -2,15 +2,15 @@
 //
 // A block runs in pieces, a piece in passes over its 16 rows, one a line:
 //
-//   main rings --A--> rows --[delays of stage 0]--B--> rows --[delays of stage 1]--B--> ... --C--> main rings
+//   main rings --A--> rows --[stage 0's delays]--B--> rows --[stage 1's]--B--> ... --C--> rings
 //
 //   A   output sums; transform
 //   B   transform, between two stages
 //   C   decay; injection
 //
-// No pass copies a row just to delay it: it reads each line through a pointer that stands as many samples
-// back as the delay says. That is in the row itself, behind the samples of history that are copied in
-// front of it, or, for a delay of a piece and more, in the stage's ring.
+// No pass copies a row just to delay it: it reads each line through a pointer that stands as many
+// samples back as the delay says. That is in the row itself, behind the samples of history that are
+// copied in front of it, or, for a delay of a piece and more, in the stage's ring.
 #include <immintrin.h>
 
 #include <algorithm>
@@ -96,8 +96,8 @@ private:
         }
     }
 
-    // Finds the delayed samples of the rows in front_: behind themselves, in the ring or, where they
-    // wrap, in a copy.
+    // Finds the delayed samples of the rows in front_: behind themselves, in the ring or, where
+    // they wrap, in a copy.
     __attribute__((noinline)) void find_delayed(const ffdn_block_stage& stage, uint32_t t,
                                                 uint32_t length) {
         const uint32_t mask = stage.mask;
@@ -120,8 +120,8 @@ private:
         }
     }
 
-    // Puts the rows in front_ into the stage's rings, once nobody reads there any more. A line without
-    // delay has no use for its ring and leaves it alone.
+    // Puts the rows in front_ into the stage's rings, once nobody reads there any more. A line
+    // without delay has no use for its ring and leaves it alone.
     __attribute__((noinline)) void store(const ffdn_block_stage& stage, uint32_t t,
                                          uint32_t length) {
         const uint32_t kept = std::min(length, stage.size);
@@ -163,13 +163,15 @@ private:
 
 // The instances' numbers: mono to mono, mono to stereo, stereo to stereo; two bands.
 template <size_t shape>
-using GenericShape = GenericLoop<shape / 2 >= 1, shape / 2 == 2, shape % 2 != 0>;
+using GenericShape = GenericLoop<(shape / 2 > 0), (shape / 2 > 1), (shape % 2 > 0)>;
+constexpr auto kLoops = loop_table<GenericShape>(std::make_index_sequence<6>());
 
 } // namespace
 
 void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
-    const size_t shape = (!io.y_right ? 0 : io.x_right ? 4 : 2) + (e.two_band ? 1 : 0);
-    run_shape<GenericShape, 6>(shape, e, io, n, prepared);
+    const size_t channels = !io.y_right ? 0 : io.x_right ? 2 : 1;
+    const size_t shape = 2 * channels + (e.two_band ? 1 : 0);
+    kLoops[shape](e, io, n, prepared);
 }
 
 } // namespace brisel

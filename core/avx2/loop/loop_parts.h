@@ -1,5 +1,5 @@
-// What both feedback loops are made of: pieces and tiles, gains in lanes, the end of a turn from the
-// last stage to the new samples, the advance of all positions.
+// What both feedback loops are made of: pieces and tiles, gains in lanes, the end of a turn from
+// the last stage to the new samples, the advance of all positions.
 #ifndef BRISEL_CORE_AVX2_LOOP_LOOP_PARTS_H
 #define BRISEL_CORE_AVX2_LOOP_LOOP_PARTS_H
 
@@ -18,8 +18,8 @@ namespace brisel {
 constexpr uint32_t kTile = 8;    // frames, one vector of a line
 constexpr uint32_t kPiece = 128; // frames; the rows of a piece stay in the first-level cache
 
-// Gains of the lines on both sides (0 left, 1 right), each in all lanes of a vector. Gains that repeat
-// after kPeriod lines stand there once.
+// Gains of the lines on both sides (0 left, 1 right), each in all lanes of a vector. Gains that
+// repeat after kPeriod lines stand there once.
 template <size_t kPeriod>
 struct LaneGains {
     alignas(32) float lanes[2][kPeriod][8];
@@ -40,7 +40,8 @@ struct LaneGains {
 // Filter output of two tiles: [tile][lines 0-7, 8-15][frame][line].
 using FilteredTiles = float[2][2][8][8];
 
-// Which coefficients the two-band filters of a piece take, tile by tile: b0 of the 16 lines, then a1.
+// Which coefficients the two-band filters of a piece take, tile by tile: b0 of the 16 lines, then
+// a1.
 struct Shelf {
     const float* rows;
     size_t step; // floats a frame: 4 with a row for each tile, 0 with one for all
@@ -55,15 +56,15 @@ inline Shelf shelf_of(const ffdn_block_n16& e, const BlockSignals& io, size_t t)
     return {e.shelf_b0, 0};
 }
 
-// The end of a turn, for a piece: decay and injection into rows of kOutRow floats. First in each tile
-// comes `before(p)`, work of the caller's; then `row(line, p)` gives the address of the last stage's
-// output.
+// The end of a turn, for a piece: decay and injection into rows of kOutRow floats. First in each
+// tile comes `before(p)`, work of the caller's; then `row(line, p)` gives the address of the last
+// stage's output.
 //
 // The two-band filter's recursion takes four cycles a frame. The injection of the tile before and
 // the caller's work for the next one stand between two of its tiles and fill them.
 //
-// Where signals and rows stand comes by value: stores of vectors may alias anything, so that the compiler
-// would load a member again after each of them.
+// Where signals and rows stand comes by value: stores of vectors may alias anything, so that the
+// compiler would load a member again after each of them.
 template <bool kTwoBand, bool kStereoIn, size_t kOutRow, size_t kPeriod, typename Before,
           typename Row>
 inline __attribute__((always_inline)) void
@@ -115,20 +116,15 @@ inline void advance_positions(ffdn_block_n16& e, uint32_t n) {
         e.stages[s].wpos = (e.stages[s].wpos + n) & e.stages[s].mask;
 }
 
-// A loop has an instance for each shape of a network; run_shape runs the one of number `shape`.
+// A loop has an instance for each shape of a network: a table of them by the shape's number.
 template <typename Loop>
 void run_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     Loop(e, io, n, prepared).run();
 }
 
-template <template <size_t> typename Loop, size_t kShapes>
-void run_shape(size_t shape, ffdn_block_n16& e, const BlockSignals& io, uint32_t n,
-               uint32_t prepared) {
-    static constexpr auto kTable = []<size_t... s>(std::index_sequence<s...>) {
-        return std::array{run_loop<Loop<s>>...};
-    }
-    (std::make_index_sequence<kShapes>());
-    kTable[shape](e, io, n, prepared);
+template <template <size_t> typename Loop, size_t... shape>
+constexpr auto loop_table(std::index_sequence<shape...>) {
+    return std::array{run_loop<Loop<shape>>...};
 }
 
 } // namespace brisel

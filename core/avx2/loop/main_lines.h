@@ -23,15 +23,15 @@ inline uint32_t lanes(__m256i condition) {
     return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(condition)));
 }
 
-// The lines during one block of n frames. Their write positions stay where they are until the block's
-// end; a piece names the frame t at which it starts. `prepared`: see feedback_loop.h.
+// The lines during one block of n frames. Their write positions stay where they are until the
+// block's end; a piece names the frame t at which it starts. `prepared`: see feedback_loop.h.
 class MainLines {
 public:
     MainLines(ffdn_block_n16& e, uint32_t n, uint32_t prepared)
         : e_(e), n_(n), prepared_(prepared) {}
 
-    // The addresses of the `length` delayed samples of each line: in its ring, in tap_block if it is
-    // prepared or, where they wrap, in a copy.
+    // The addresses of the `length` delayed samples of each line: in its ring, in tap_block if it
+    // is prepared or, where they wrap, in a copy.
     void find_reads(const float** rows, uint32_t t, uint32_t length) const {
         uint32_t elsewhere = locate(rows, e_.line_delay, t, length) | prepared_;
         for (; elsewhere != 0; elsewhere &= elsewhere - 1) {
@@ -40,18 +40,19 @@ public:
         }
     }
 
-    // The addresses that the lines' new samples go to; returns the lines where these wrap, a bit each.
+    // The addresses that the lines' new samples go to; returns, a bit each, the lines
+    // where these wrap.
     uint32_t find_writes(float** rows, uint32_t t, uint32_t length) const {
         return locate(rows, nullptr, t, length);
     }
 
-    // Where the rings exceed the second-level cache, the processor loses track of what 16 lines read and
-    // write: a block takes 1.2 to 1.5 times as long unless fetch_ahead helps.
+    // Where the rings exceed the second-level cache, the processor loses track of what 16 lines
+    // read and write: a block takes 1.2 to 1.5 times as long unless fetch_ahead helps.
     bool exceed_cache() const { return e_.ring_len >= 1u << 20; }
 
-    // Asks for what lies 192 frames behind tile p of `rows`: for half of the lines, since two tiles share
-    // a cache line, and the other half's turn is the next tile. Lines to be written are fetched, too. A
-    // few tiles at a time: all of a piece at once is no help.
+    // Asks for what lies 192 frames behind tile p of `rows`: for half of the lines, since two tiles
+    // share a cache line, and the other half's turn is the next tile. Lines to be written are
+    // fetched, too. A few tiles at a time: all of a piece at once is no help.
     static inline __attribute__((always_inline)) void fetch_ahead(const float* const* rows,
                                                                   size_t p) {
 #pragma GCC unroll 8
