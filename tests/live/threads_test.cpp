@@ -34,6 +34,7 @@ TEST(LiveThreads, MainThreadReadsAndLoadsWhileAudioRuns) {
         EXPECT_GE(instance.window().sounding(kDecay), 0.1);
     }
     audio.join();
+    instance.stop();
     instance.flush(Events());
     EXPECT_EQ(instance.said.size(), queued);
 }
