@@ -39,7 +39,7 @@ done
 printf '0.1003s mix 0.9\n0.5s size 90ms\n0.7s decay 0.5s\n' >"$work/changes"
 to_raw constant --tail 1s
 for block in 64 1000 4096; do to_raw "$block" --tail 1s --block "$block" --automation "$work/changes"; done
-cmp "$work/64.raw" "$work/1000.raw" && cmp "$work/64.raw" "$work/4096.raw" || fail "blocks show"
+{ cmp "$work/64.raw" "$work/1000.raw" && cmp "$work/64.raw" "$work/4096.raw"; } || fail "blocks show"
 rate=$(od -An -tu4 -j24 -N4 "$input")
 first=$({ cmp "$work/constant.raw" "$work/64.raw" || true; } | grep -oP 'byte \K\d+')
 late=$(awk "BEGIN { print int(($first - 1) / 8) - int(0.1003 * $rate + 0.5) }")
