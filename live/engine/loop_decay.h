@@ -62,8 +62,7 @@ public:
     // The glide has stepped.
     void step(const DecayGlide& glide);
 
-    // Coefficients for the tile that starts `offset` frames behind the last knot, at weight s of the
-    // new loops.
+    // Coefficients `offset` frames behind the last knot, at weight s of the new loops.
     void row(ShelfRow& to, uint32_t offset, float s) const;
     // The engine's own coefficients, for a glide that has arrived. `from_silence`: its filters hold
     // nothing, and it takes every coefficient as the exact engine does.

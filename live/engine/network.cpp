@@ -268,9 +268,9 @@ const float* Network::shelf_rows(const Taps& taps, const DecayGlide& glide, uint
     }
     settled_ = from_silence_ = false;
     Fade fade = taps.resize();
-    for (uint32_t t = 0; t < frames; t += kTile) {
-        fade.advance(kTile);
+    for (uint32_t t = 0; t <= frames; t += kTile) {
         decay_.row(shelf_rows_[t / kTile], knot + t, taps.resizing() ? fade.weight() : 0.0f);
+        fade.advance(kTile);
     }
     return shelf_rows_[0].b0.data();
 }

@@ -85,7 +85,7 @@ private:
     LoopDecay decay_;
     bool settled_ = false;      // the engine's own coefficients are in force
     bool from_silence_ = false; // nothing has moved since the start
-    std::array<ShelfRow, kLongestSlice / kTile> shelf_rows_{};
+    std::array<ShelfRow, kLongestSlice / kTile + 1> shelf_rows_{};
 
     std::array<float, BRISEL_LINES> gain_ratios_{}; // of a resize; see LoopDecay
     EnergyReserve reserve_;
