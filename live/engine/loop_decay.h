@@ -68,8 +68,9 @@ public:
     // nothing, and it takes every coefficient as the exact engine does.
     void settled(const DecayGlide& glide, ffdn_block_n16& e, bool from_silence) const;
 
-    // How much louder a trip through each new loop is than one through the old, both at 0 Hz.
-    void gain_ratios(const DecayGlide& glide, std::array<float, BRISEL_LINES>& ratios) const;
+    // The square roots of how much louder a trip through each new loop is than one through the old, both
+    // at 0 Hz.
+    void gain_roots(const DecayGlide& glide, std::array<float, BRISEL_LINES>& roots) const;
 
 private:
     struct Way { // of loops of one length, between two knots

@@ -16,21 +16,44 @@ namespace brisel::live {
 
 namespace {
 
-float sum_of(__m256 x) {
-    alignas(32) float lanes[8];
-    _mm256_store_ps(lanes, x);
-    float sum = 0.0f;
-    for (const float lane : lanes) sum += lane;
-    return sum;
+// How far the pairs of lines have turned from their old taps to their new ones.
+//
+// A crossfade a + w (b - a) of two uncorrelated taps has less energy than either of them, and a gain that
+// makes up for it lets grow what they have in common, low frequencies, trip by trip. Here the halves of
+// the differences, (b - a) / 2 of two lines i and j, turn by an angle from 0 to pi instead:
+//
+//   row i = (a_i + b_i) / 2 - cos (b_i - a_i) / 2 + sin (b_j - a_j) / 2
+//   row j = (a_j + b_j) / 2 - cos (b_j - a_j) / 2 - sin (b_i - a_i) / 2
+//
+// Turning keeps the energy of the differences, at every frequency, and the means are left alone. As long as
+// the lines are not correlated with each other, the rows have the energy (1 - w) a^2 + w b^2 with
+// w = (1 - cos) / 2.
+struct Turns {
+    __m256 cosine; // half of it, of eight pairs
+    __m256 sine;   // likewise
+
+    // tan(angle / 2) = root * s / (1 - s). The roots of the ratios of the trips' gains let each tap be
+    // fed back with its own length's gain when the filter's gain is the mix of both.
+    Turns(float s, __m256 roots) {
+        const __m256 p = _mm256_set1_ps(1.0f - s);
+        const __m256 q = _mm256_mul_ps(_mm256_set1_ps(s), roots);
+        const __m256 p2 = _mm256_mul_ps(p, p);
+        const __m256 q2 = _mm256_mul_ps(q, q);
+        const __m256 norm = _mm256_div_ps(_mm256_set1_ps(1.0f), _mm256_add_ps(p2, q2));
+        const __m256 half = _mm256_set1_ps(0.5f);
+        cosine = _mm256_mul_ps(_mm256_mul_ps(_mm256_sub_ps(p2, q2), norm), half);
+        sine = _mm256_mul_ps(_mm256_mul_ps(p, q), norm);
+    }
+};
+
+// The lines of a pair belong to the same side: i and i + 2.
+constexpr size_t first_of_pair(size_t pair) {
+    return pair / 2 * 4 + pair % 2;
 }
 
-// Of a line that fades from old to new taps: w = s r / (1 - s + s r), so that each tap is fed back with
-// its own length's gain when the filter's gain is the mix 1 - s : s of both.
-void tap_weights(float* weights, float s, const std::array<float, BRISEL_LINES>& gain_ratios) {
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        const float share = s * gain_ratios[i];
-        weights[i] = share / (1.0f - s + share);
-    }
+// w = (1 - cos) / 2 of pairs whose roots are 1.
+float weight_of(float s) {
+    return s * s / (s * s + (1.0f - s) * (1.0f - s));
 }
 
 __m256 smoothstep(__m256 x) {
@@ -39,21 +62,6 @@ __m256 smoothstep(__m256 x) {
 }
 
 } // namespace
-
-float EnergyReserve::next_gain(float weight) const {
-    constexpr float kShare = 1.0f / 16.0f; // of the reserve, a tile
-    constexpr float kMost = 1.0f;          // of the lines' energy: 3 dB
-    constexpr float kSilence = 1e-20f;
-    if (level_ < kSilence) return 1.0f;
-    // What a fade takes is as little at its ends.
-    const float window = std::min(1.0f, 8.0f * weight * (1.0f - weight));
-    return std::sqrt(1.0f + window * std::clamp(kShare * energy_ / level_, -0.5f, kMost));
-}
-
-void EnergyReserve::settle(float taken, float before, float behind) {
-    energy_ += taken - (behind - before);
-    level_ = before;
-}
 
 bool Network::prepare(double rate, const Taps& taps) {
     constexpr uint32_t kShortestRing = 16;
@@ -104,8 +112,6 @@ void Network::start(int stages, const Taps& taps, const DecayGlide& glide) {
     decay_.jump(glide, loops(taps.base_from()));
     settled_ = false;
     from_silence_ = true;
-    reserve_.empty();
-    gain_ = 1.0f;
     if (taps.resizing()) start_resize(taps, glide);
 }
 
@@ -128,16 +134,17 @@ uint32_t Network::stage_frames() const {
 
 void Network::start_resize(const Taps& taps, const DecayGlide& glide) {
     decay_.start_resize(glide, loops(taps.base_to()));
-    decay_.gain_ratios(glide, gain_ratios_);
-    // What a sweep's last fade has left over is the next one's.
-    if (written_ != resized_at_) reserve_.empty();
+    std::array<float, BRISEL_LINES> roots;
+    decay_.gain_roots(glide, roots);
+    for (size_t p = 0; p < kPairs; ++p) {
+        const size_t i = first_of_pair(p);
+        gain_roots_[p] = 0.5f * (roots[i] + roots[i + 2]);
+    }
 }
 
 void Network::finish_resize() {
     decay_.finish_resize();
     settled_ = false;
-    gain_ = 1.0f;
-    resized_at_ = written_;
 }
 
 // Zeroes what `count` frames from the one `after` frames ahead on would find `delay` frames back from
@@ -220,42 +227,51 @@ void Network::read_line(std::span<const TapRun> runs, size_t line, float* row) {
 }
 
 void Network::read_resizing(const Taps& taps, uint32_t frames) {
-    const __m256 eighths = ramp(0.0f, 1.0f);
     const float* a[BRISEL_LINES];
     const float* b[BRISEL_LINES];
     for (size_t i = 0; i < BRISEL_LINES; ++i) {
         a[i] = tap(i, taps.from(i), 0, frames, scratch_[2 * i].data());
         b[i] = tap(i, taps.to(i), 0, frames, scratch_[2 * i + 1].data());
     }
+    const __m256 half = _mm256_set1_ps(0.5f);
+    const __m256 eighths = ramp(0.0f, 1.0f);
+    const __m256 roots = _mm256_load_ps(gain_roots_.data());
     Fade fade = taps.resize();
-    alignas(32) float begin[BRISEL_LINES];
-    alignas(32) float end[BRISEL_LINES];
-    alignas(32) float more[BRISEL_LINES];
-    tap_weights(end, fade.weight(), gain_ratios_);
+    Turns end(fade.weight(), roots);
     for (uint32_t t = 0; t < frames; t += kTile) {
+        const Turns begin = end;
         fade.advance(kTile);
-        std::copy_n(end, BRISEL_LINES, begin);
-        tap_weights(end, fade.weight(), gain_ratios_);
-        for (size_t i = 0; i < BRISEL_LINES; ++i) more[i] = end[i] - begin[i];
-        const float next_gain = reserve_.next_gain(fade.weight());
-        const __m256 gain = ramp(gain_, next_gain);
-        gain_ = next_gain;
-        __m256 taken = _mm256_setzero_ps();
-        __m256 before = _mm256_setzero_ps();
-        float* row = engine_.tap_block + t;
-        for (size_t i = 0; i < BRISEL_LINES; ++i, row += frames) {
-            const __m256 old_tap = _mm256_loadu_ps(a[i] + t);
-            const __m256 way = _mm256_sub_ps(_mm256_loadu_ps(b[i] + t), old_tap);
-            const __m256 weight =
-                _mm256_fmadd_ps(_mm256_set1_ps(more[i]), eighths, _mm256_set1_ps(begin[i]));
-            const __m256 step = _mm256_mul_ps(weight, way);
-            const __m256 mixed = _mm256_add_ps(old_tap, step);
-            taken = _mm256_fmadd_ps(step, _mm256_sub_ps(way, step), taken);
-            before = _mm256_fmadd_ps(mixed, mixed, before);
-            _mm256_storeu_ps(row, _mm256_mul_ps(mixed, gain));
+        end = Turns(fade.weight(), roots);
+        alignas(32) float now[2][kPairs];
+        alignas(32) float way[2][kPairs];
+        _mm256_store_ps(now[0], begin.cosine);
+        _mm256_store_ps(now[1], begin.sine);
+        _mm256_store_ps(way[0], _mm256_sub_ps(end.cosine, begin.cosine));
+        _mm256_store_ps(way[1], _mm256_sub_ps(end.sine, begin.sine));
+        for (size_t p = 0; p < kPairs; ++p) {
+            const auto glide = [&](size_t k) {
+                return _mm256_fmadd_ps(_mm256_broadcast_ss(&way[k][p]), eighths,
+                                       _mm256_broadcast_ss(&now[k][p]));
+            };
+            const __m256 cosine = glide(0);
+            const __m256 sine = glide(1);
+            const size_t i = first_of_pair(p);
+            const size_t j = i + 2;
+            const __m256 old_i = _mm256_loadu_ps(a[i] + t);
+            const __m256 old_j = _mm256_loadu_ps(a[j] + t);
+            const __m256 new_i = _mm256_loadu_ps(b[i] + t);
+            const __m256 new_j = _mm256_loadu_ps(b[j] + t);
+            const __m256 way_i = _mm256_sub_ps(new_i, old_i);
+            const __m256 way_j = _mm256_sub_ps(new_j, old_j);
+            const __m256 mean_i = _mm256_mul_ps(_mm256_add_ps(old_i, new_i), half);
+            const __m256 mean_j = _mm256_mul_ps(_mm256_add_ps(old_j, new_j), half);
+            const __m256 row_i =
+                _mm256_fmadd_ps(sine, way_j, _mm256_fnmadd_ps(cosine, way_i, mean_i));
+            const __m256 row_j =
+                _mm256_fnmadd_ps(sine, way_i, _mm256_fnmadd_ps(cosine, way_j, mean_j));
+            _mm256_storeu_ps(engine_.tap_block + i * frames + t, row_i);
+            _mm256_storeu_ps(engine_.tap_block + j * frames + t, row_j);
         }
-        const __m256 behind = _mm256_mul_ps(before, _mm256_mul_ps(gain, gain));
-        reserve_.settle(sum_of(taken), sum_of(before), sum_of(behind));
     }
 }
 
@@ -269,7 +285,8 @@ const float* Network::shelf_rows(const Taps& taps, const DecayGlide& glide, uint
     settled_ = from_silence_ = false;
     Fade fade = taps.resize();
     for (uint32_t t = 0; t <= frames; t += kTile) {
-        decay_.row(shelf_rows_[t / kTile], knot + t, taps.resizing() ? fade.weight() : 0.0f);
+        decay_.row(shelf_rows_[t / kTile], knot + t,
+                   taps.resizing() ? weight_of(fade.weight()) : 0.0f);
         fade.advance(kTile);
     }
     return shelf_rows_[0].b0.data();

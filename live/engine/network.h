@@ -18,22 +18,6 @@ namespace brisel::live {
 // 16 rows, one a line, of a slice's frames.
 using LineRows = std::array<std::array<float, kLongestSlice>, BRISEL_LINES>;
 
-// Energy that crossfades have taken from the lines and that is given back to them. A crossfade of two
-// signals a and b with weights 1 - w and w has less energy than the same mix of their energies: exactly
-// w (1 - w) (a - b)^2 less. Never more is given back than was taken, so that no loop gains energy.
-class EnergyReserve {
-public:
-    void empty() { energy_ = 0.0f; }
-    // The lines' gain at the end of the next tile; `weight`: the crossfade's, there.
-    float next_gain(float weight) const;
-    // What a tile took, and its energy before and behind the gain.
-    void settle(float taken, float before, float behind);
-
-private:
-    float energy_ = 0.0f;
-    float level_ = 0.0f; // energy of the last tile before the gain
-};
-
 class Network {
 public:
     // [main-thread]; false when memory runs out.
@@ -64,6 +48,8 @@ public:
     void early_outputs(float* const out[2], uint32_t frames);
 
 private:
+    static constexpr size_t kPairs = BRISEL_LINES / 2;
+
     Loops loops(const LineDelays& lines) const;
     float* ring(size_t line) { return engine_.ring + engine_.line_offset[line]; }
     void forget(size_t line, uint32_t delay, uint32_t after, uint32_t count);
@@ -87,10 +73,7 @@ private:
     bool from_silence_ = false; // nothing has moved since the start
     std::array<ShelfRow, kLongestSlice / kTile + 1> shelf_rows_{};
 
-    std::array<float, BRISEL_LINES> gain_ratios_{}; // of a resize; see LoopDecay
-    EnergyReserve reserve_;
-    float gain_ = 1.0f;       // of the lines while a resize runs
-    uint64_t resized_at_ = 0; // written_ at the end of the last resize
+    alignas(32) std::array<float, kPairs> gain_roots_{}; // of a resize; see Turns
 
     float inputs_[2][2][kTile] = {}; // of the last tile; of the last one before the slice
     const float* inputs_of_slice_[2] = {};
