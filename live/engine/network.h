@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cstdint>
-#include <span>
 
 #include "brisel/ffdn_block.h"
 #include "live/engine/loop_decay.h"
@@ -48,8 +47,6 @@ public:
     void early_outputs(float* const out[2], uint32_t frames);
 
 private:
-    static constexpr size_t kPairs = BRISEL_LINES / 2;
-
     Loops loops(const LineDelays& lines) const;
     float* ring(size_t line) { return engine_.ring + engine_.line_offset[line]; }
     void forget(size_t line, uint32_t delay, uint32_t after, uint32_t count);
@@ -57,7 +54,7 @@ private:
     const float* tap(size_t line, uint32_t delay, uint32_t after, uint32_t count, float* scratch);
     float* last_tile(size_t line);
     uint32_t read_lines(const Taps& taps, uint32_t frames);
-    void read_line(std::span<const TapRun> runs, size_t line, float* row);
+    void read_pair(const Taps& taps, size_t pair, uint32_t frames);
     void read_resizing(const Taps& taps, uint32_t frames);
     const float* shelf_rows(const Taps& taps, const DecayGlide& glide, uint32_t knot,
                             uint32_t frames);
@@ -73,7 +70,7 @@ private:
     bool from_silence_ = false; // nothing has moved since the start
     std::array<ShelfRow, kLongestSlice / kTile + 1> shelf_rows_{};
 
-    alignas(32) std::array<float, kPairs> gain_roots_{}; // of a resize; see Turns
+    alignas(32) std::array<float, kPairs> gain_roots_{}; // of a resize; see Turn
 
     float inputs_[2][2][kTile] = {}; // of the last tile; of the last one before the slice
     const float* inputs_of_slice_[2] = {};
