@@ -355,10 +355,12 @@ void Network::inject_rows(const HalfRows& rows, const float* gain, uint32_t fram
                           uint32_t count) {
     for (size_t i = 0; i < BRISEL_LINES; ++i)
         each_run(i, frames, from, count, [&](float* v, size_t t, size_t n) {
-            const float sign = kSigns[i];
             const float* row = rows[i / 2].data() + from + t;
             const float* g = gain + from + t;
-            for (size_t k = 0; k < n; ++k) v[k] = std::fma(sign * g[k], row[k], v[k]);
+            if (kSigns[i] > 0.0f)
+                for (size_t k = 0; k < n; ++k) v[k] = std::fma(g[k], row[k], v[k]);
+            else
+                for (size_t k = 0; k < n; ++k) v[k] = std::fma(-g[k], row[k], v[k]);
         });
 }
 
