@@ -1,9 +1,10 @@
 // Source of the sections: A. Simper, "Solving the continuous SVF equations using trapezoidal integration and
 // equivalent currents", 2013. With damping sqrt(2) the shelves are those of the exact plug-in.
 //
-// All four bands of both channels run in the lanes of one register. A band works a frame behind the one in
-// front of it, whose output moves up by two lanes from one step to the next; at both ends of a run some
-// lanes have no frame and keep their memories.
+// All four bands of both channels run in the lanes of one register. A band works two frames behind the one
+// in front of it, whose output moves up by two lanes; at both ends of a run some lanes have no frame and keep
+// their memories. From memory to output, up, and into memories again takes 24 cycles of latency: over two
+// frames' distance that is the 8 a frame which the memories' own recursion takes anyway.
 #include "live/engine/tone.h"
 
 #include <algorithm>
@@ -153,12 +154,13 @@ void Tone::derive() {
 template <bool kMoving>
 void Tone::filter(float* left, float* right, uint32_t frames) {
     const __m256i up = _mm256_setr_epi32(0, 0, 0, 1, 2, 3, 4, 5);
-    // Eighths of the tile's way behind each band's frame, at step 0 less one.
-    const __m256 behind = _mm256_setr_ps(0.f, 0.f, 0.125f, 0.125f, 0.25f, 0.25f, 0.375f, 0.375f);
+    // Eighths of the tile's way by which each band is behind the first.
+    const __m256 behind = _mm256_setr_ps(0.f, 0.f, 0.25f, 0.25f, 0.5f, 0.5f, 0.75f, 0.75f);
     __m256 c[kCoefficients];
     if constexpr (!kMoving)
         for (int k = 0; k < kCoefficients; ++k) c[k] = _mm256_load_ps(to_[k]);
-    __m256 s1 = _mm256_load_ps(s1_), s2 = _mm256_load_ps(s2_), y = _mm256_setzero_ps();
+    __m256 s1 = _mm256_load_ps(s1_), s2 = _mm256_load_ps(s2_);
+    __m256 y = _mm256_setzero_ps(), before = y; // outputs of the last step and of the one before
 
     const auto advance = [&](__m256 x, uint32_t step) {
         if constexpr (kMoving) {
@@ -170,17 +172,17 @@ void Tone::filter(float* left, float* right, uint32_t frames) {
             }
         }
         const __m256 memories = _mm256_fmadd_ps(c[kO1], s1, _mm256_mul_ps(c[kO2], s2));
-        const __m256 n1 = _mm256_add_ps(_mm256_fnmadd_ps(c[kD1], s1, s1),
-                                        _mm256_fnmadd_ps(c[kC], s2, _mm256_mul_ps(c[kC], x)));
-        const __m256 n2 = _mm256_add_ps(_mm256_fnmadd_ps(c[kD2], s2, s2),
-                                        _mm256_fmadd_ps(c[kC], s1, _mm256_mul_ps(c[kD2], x)));
+        const __m256 rest = _mm256_sub_ps(x, s2);
+        const __m256 next = _mm256_fmadd_ps(c[kC], s1, s2);
+        s1 = _mm256_fmadd_ps(c[kC], rest, _mm256_fnmadd_ps(c[kD1], s1, s1));
+        s2 = _mm256_fmadd_ps(c[kD2], rest, next);
+        before = y;
         y = _mm256_fmadd_ps(c[kO0], x, memories);
-        s1 = n1;
-        s2 = n2;
     };
+    const auto passed_up = [&] { return _mm256_permutevar8x32_ps(before, up); };
     const auto input = [&](uint32_t t) {
         const __m128 frame = _mm_unpacklo_ps(_mm_load_ss(left + t), _mm_load_ss(right + t));
-        return _mm256_blend_ps(_mm256_permutevar8x32_ps(y, up), _mm256_castps128_ps256(frame), 0x3);
+        return _mm256_blend_ps(passed_up(), _mm256_castps128_ps256(frame), 0x3);
     };
     const auto output = [&](uint32_t t) {
         const __m128 high = _mm256_extractf128_ps(y, 1);
@@ -188,22 +190,22 @@ void Tone::filter(float* left, float* right, uint32_t frames) {
         _mm_store_ss(right + t, _mm_permute_ps(high, 3));
     };
     // Some bands only: the others keep their memories.
-    const auto advance_some = [&](__m256 x, uint32_t step, int first, int last) {
-        const __m256 old1 = s1, old2 = s2, active = lanes_of(first, last);
+    const auto advance_some = [&](__m256 x, uint32_t step, uint32_t first, uint32_t last) {
+        const __m256 old1 = s1, old2 = s2;
+        const __m256 active = lanes_of(static_cast<int>(first), static_cast<int>(last));
         advance(x, step);
         s1 = _mm256_blendv_ps(old1, s1, active);
         s2 = _mm256_blendv_ps(old2, s2, active);
     };
-    constexpr uint32_t kLag = kBands - 1; // frames of the last band behind the first
-    for (uint32_t step = 0; step < kLag; ++step)
-        advance_some(input(step), step, 0, static_cast<int>(step));
+    constexpr uint32_t kLag = 2 * (kBands - 1); // frames of the last band behind the first
+    static_assert(kLag <= kTile);
+    for (uint32_t step = 0; step < kLag; ++step) advance_some(input(step), step, 0, step / 2);
     for (uint32_t step = kLag; step < frames; ++step) {
         advance(input(step), step);
         output(step - kLag);
     }
     for (uint32_t k = 0; k < kLag; ++k) {
-        advance_some(_mm256_permutevar8x32_ps(y, up), frames + k, static_cast<int>(k) + 1,
-                     kBands - 1);
+        advance_some(passed_up(), frames + k, k / 2 + 1, kBands - 1);
         output(frames + k - kLag);
     }
     _mm256_store_ps(s1_, s1);

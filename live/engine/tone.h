@@ -43,8 +43,8 @@ private:
 
     // The section as a linear map of its memories s1, s2 and its input x:
     //   y   = o0 x + (o1 s1 + o2 s2)
-    //   s1' = (s1 - d1 s1) + (c x - c s2)
-    //   s2' = (s2 - d2 s2) + (c s1 + d2 x)
+    //   s1' = (s1 - d1 s1) + c (x - s2)
+    //   s2' = (s2 + c s1) + d2 (x - s2)
     // At low corners the memories change by little a frame: that little has coefficients of full precision.
     enum Coefficient { kO0, kO1, kO2, kD1, kC, kD2, kCoefficients };
     using Lanes = float[8]; // of each band the left and the right channel
