@@ -18,8 +18,6 @@ namespace brisel::live {
 
 namespace {
 
-constexpr double kLn1000 = 3.0 * std::numbers::ln10;
-
 // Time constants of each of two one-poles, seconds.
 constexpr double kMuteSeconds = 0.01;
 constexpr double kDiffusionSeconds = 0.02;
@@ -172,17 +170,7 @@ DecayTimes Late::State::target_times() const {
     // As the exact reverb rounds them.
     const auto decay = static_cast<float>(settings_.decay);
     const auto damp = static_cast<float>(settings_.damp);
-    DecayTimes times{decay, damp > 0.0f ? std::pow(0.1f, damp) * decay : decay};
-
-    // A step of modulation by one sample, weight s, passes 1 - 4 s (1 - s) sin^2(w / 2) of the energy:
-    // over a whole smoothstep 1 - 0.514 sin^2(w / 2). The filters' high band makes up for it, whose
-    // inverse power gain has the same shape.
-    const double nepers = 0.5 * (4.0 * 9.0 / 70.0) * taps_.share_of_steps();
-    if (nepers > 0.0) {
-        const double per_second = kLn1000 / times.high - nepers / mean_loop();
-        times.high = per_second > 0.0 ? kLn1000 / per_second : kNever;
-    }
-    return times;
+    return {decay, damp > 0.0f ? std::pow(0.1f, damp) * decay : decay};
 }
 
 uint32_t Late::State::slice_limit() const {

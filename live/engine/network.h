@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cstdint>
-#include <span>
 
 #include "brisel/ffdn_block.h"
 #include "live/engine/loop_decay.h"
@@ -17,22 +16,6 @@ namespace brisel::live {
 
 // 16 rows, one a line, of a slice's frames.
 using LineRows = std::array<std::array<float, kLongestSlice>, BRISEL_LINES>;
-
-// Energy that crossfades have taken from the lines and that is given back to them. A crossfade of two
-// signals a and b with weights 1 - w and w has less energy than the same mix of their energies: exactly
-// w (1 - w) (a - b)^2 less. Never more is given back than was taken, so that no loop gains energy.
-class EnergyReserve {
-public:
-    void empty() { energy_ = 0.0f; }
-    // The lines' gain at the end of the next tile; `weight`: the crossfade's, there.
-    float next_gain(float weight) const;
-    // What a tile took, and its energy before and behind the gain.
-    void settle(float taken, float before, float behind);
-
-private:
-    float energy_ = 0.0f;
-    float level_ = 0.0f; // energy of the last tile before the gain
-};
 
 class Network {
 public:
@@ -71,7 +54,7 @@ private:
     const float* tap(size_t line, uint32_t delay, uint32_t after, uint32_t count, float* scratch);
     float* last_tile(size_t line);
     uint32_t read_lines(const Taps& taps, uint32_t frames);
-    void read_line(std::span<const TapRun> runs, size_t line, float* row);
+    void read_pair(const Taps& taps, size_t pair, uint32_t frames);
     void read_resizing(const Taps& taps, uint32_t frames);
     const float* shelf_rows(const Taps& taps, const DecayGlide& glide, uint32_t knot,
                             uint32_t frames);
@@ -85,12 +68,9 @@ private:
     LoopDecay decay_;
     bool settled_ = false;      // the engine's own coefficients are in force
     bool from_silence_ = false; // nothing has moved since the start
-    std::array<ShelfRow, kLongestSlice / kTile> shelf_rows_{};
+    std::array<ShelfRow, kLongestSlice / kTile + 1> shelf_rows_{};
 
-    std::array<float, BRISEL_LINES> gain_ratios_{}; // of a resize; see LoopDecay
-    EnergyReserve reserve_;
-    float gain_ = 1.0f;       // of the lines while a resize runs
-    uint64_t resized_at_ = 0; // written_ at the end of the last resize
+    alignas(32) std::array<float, kPairs> gain_roots_{}; // of a resize; see Turn
 
     float inputs_[2][2][kTile] = {}; // of the last tile; of the last one before the slice
     const float* inputs_of_slice_[2] = {};
