@@ -70,6 +70,11 @@ inline void turn_tile(const float* const taps[2][2], float* const rows[2], uint3
     _mm256_storeu_ps(rows[1] + t, _mm256_fnmadd_ps(turn.sine, way[0], row[1]));
 }
 
+// Each row enters a line of either side, with signs that are orthogonal: rows that come out of a transform
+// must not add up to one of those that went in. (-1)^(x1 x2) for the left side and (-1)^(x1 x2 + x3) for
+// the right one, x the bits of the row's number, draw on four of eight each.
+constexpr float kSigns[BRISEL_LINES] = {1, 1, 1, 1, 1, 1, -1, -1, 1, -1, 1, -1, 1, -1, -1, 1};
+
 } // namespace
 
 bool Network::prepare(double rate, const Taps& taps) {
@@ -115,7 +120,6 @@ void Network::start(int stages, const Taps& taps, const DecayGlide& glide) {
     engine_.stage_count = stages;
     std::fill_n(engine_.line_wpos, BRISEL_LINES, 0u);
     std::fill_n(engine_.shelf_state, BRISEL_LINES, 0.0f);
-    std::memset(inputs_, 0, sizeof inputs_);
     written_ = 0;
 
     decay_.jump(glide, loops(taps.from()));
@@ -172,7 +176,6 @@ void Network::forget(size_t line, uint32_t delay, uint32_t after, uint32_t count
 void Network::forget_older(const Taps& taps, uint32_t frames) {
     if (written_ >= taps.longest()) return;
     for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        forget(i, kTile, 0, kTile);
         if (taps.resizing()) {
             forget(i, Taps::modulated(taps.from(), i, taps.offset(i)), 0, frames);
             forget(i, Taps::modulated(taps.to(), i, taps.offset(i)), 0, frames);
@@ -308,60 +311,55 @@ void Network::run(const Taps& taps, const DecayGlide& glide, uint32_t knot,
     const float* shelf = shelf_rows(taps, glide, knot, frames);
     run_block(engine_, {in[0], in[1], out[0], out[1], shelf}, frames, prepared);
     written_ += frames;
-    std::memcpy(inputs_[1], inputs_[0], sizeof inputs_[0]);
-    for (size_t c = 0; c < 2; ++c) {
-        inputs_of_slice_[c] = in[c];
-        std::copy_n(in[c] + frames - kTile, kTile, inputs_[0][c]);
-    }
-}
-
-float* Network::last_tile(size_t line) {
-    return ring(line) + (static_cast<uint32_t>(written_ - kTile) & engine_.line_mask[line]);
-}
-
-void Network::inject(const float* const in[2], uint32_t from, uint32_t count) {
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        float* v = last_tile(i) + from;
-        for (uint32_t t = 0; t < count; ++t)
-            v[t] = std::fma(engine_.in_right[i], in[1][t],
-                            std::fma(engine_.in_left[i], in[0][t], v[t]));
-    }
-    for (size_t c = 0; c < 2; ++c) std::copy_n(in[c], count, inputs_[0][c] + from);
-}
-
-void Network::add_rows(const LineRows& rows, const float* gain, uint32_t frames) {
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        const uint32_t mask = engine_.line_mask[i];
-        const uint32_t start = static_cast<uint32_t>(written_) - frames;
-        const float* row = rows[i].data();
-        for (uint32_t t = 0; t < frames; t += kTile) {
-            float* v = ring(i) + ((start + t) & mask);
-            _mm256_storeu_ps(v, _mm256_fmadd_ps(_mm256_loadu_ps(gain + t), _mm256_loadu_ps(row + t),
-                                                _mm256_loadu_ps(v)));
-        }
-    }
-}
-
-void Network::add_to_tile(const LineRows& rows, const float* gain, uint32_t from, uint32_t count) {
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        float* v = last_tile(i);
-        for (uint32_t t = from; t < from + count; ++t) v[t] = std::fma(gain[t], rows[i][t], v[t]);
-    }
 }
 
 void Network::early_outputs(float* const out[2], uint32_t frames) {
     const float* rows[BRISEL_LINES];
     for (size_t i = 0; i < BRISEL_LINES; ++i)
-        rows[i] = tap(i, frames + kTile, 0, frames, scratch_[i].data());
+        rows[i] = tap(i, frames, 0, frames, scratch_[i].data());
     const __m256 gain = _mm256_set1_ps(engine_.out_left[0]);
     for (size_t c = 0; c < 2; ++c)
         for (uint32_t t = 0; t < frames; t += kTile) {
-            const float* input = t == 0 ? inputs_[1][c] : inputs_of_slice_[c] + t - kTile;
             __m256 sum = _mm256_setzero_ps();
             for (size_t i = c; i < BRISEL_LINES; i += 2)
                 sum = _mm256_add_ps(sum, _mm256_loadu_ps(rows[i] + t));
-            _mm256_storeu_ps(out[c] + t, _mm256_fmsub_ps(gain, sum, _mm256_loadu_ps(input)));
+            _mm256_storeu_ps(out[c] + t, _mm256_mul_ps(gain, sum));
         }
+}
+
+// Calls body(samples, t, n) for the one or two parts of a line's ring that hold `count` frames; n samples
+// from the t-th of them on.
+template <typename Body>
+void Network::each_run(size_t line, uint32_t frames, uint32_t from, uint32_t count, Body body) {
+    const uint32_t mask = engine_.line_mask[line];
+    const uint32_t start = (static_cast<uint32_t>(written_) - frames + from) & mask;
+    const size_t first = std::min(count, mask + 1 - start);
+    body(ring(line) + start, size_t{0}, first);
+    if (first < count) body(ring(line), first, count - first);
+}
+
+void Network::inject(const float* const in[2], uint32_t frames, uint32_t from, uint32_t count) {
+    for (size_t i = 0; i < BRISEL_LINES; ++i) {
+        const float to_left = engine_.in_left[i];
+        const float to_right = engine_.in_right[i];
+        each_run(i, frames, from, count, [&](float* v, size_t t, size_t n) {
+            const float* left = in[0] + t;
+            const float* right = in[1] + t;
+            for (size_t k = 0; k < n; ++k)
+                v[k] = std::fma(to_right, right[k], std::fma(to_left, left[k], v[k]));
+        });
+    }
+}
+
+void Network::inject_rows(const HalfRows& rows, const float* gain, uint32_t frames, uint32_t from,
+                          uint32_t count) {
+    for (size_t i = 0; i < BRISEL_LINES; ++i)
+        each_run(i, frames, from, count, [&](float* v, size_t t, size_t n) {
+            const float sign = kSigns[i];
+            const float* row = rows[i / 2].data() + from + t;
+            const float* g = gain + from + t;
+            for (size_t k = 0; k < n; ++k) v[k] = std::fma(sign * g[k], row[k], v[k]);
+        });
 }
 
 } // namespace brisel::live

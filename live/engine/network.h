@@ -14,8 +14,8 @@
 
 namespace brisel::live {
 
-// 16 rows, one a line, of a slice's frames.
-using LineRows = std::array<std::array<float, kLongestSlice>, BRISEL_LINES>;
+// Rows of a slice's frames, one for each two lines.
+using HalfRows = std::array<std::array<float, kLongestSlice>, BRISEL_LINES / 2>;
 
 class Network {
 public:
@@ -35,16 +35,15 @@ public:
     // The frames that the taps have planned: inputs in, outputs out. `knot`: frames since the last knot.
     void run(const Taps& taps, const DecayGlide& glide, uint32_t knot, const float* const in[2],
              float* const out[2], uint32_t frames);
-    // `count` frames of input, later than run() that had zeros there: for the frames from `from` on of
-    // the tile that it ran.
-    void inject(const float* const in[2], uint32_t from, uint32_t count);
-    // Adds gain[t] * row[t] to what the lines have taken in in the last `frames` frames; or in the frames
-    // from .. from + count - 1 of the last tile.
-    void add_rows(const LineRows& rows, const float* gain, uint32_t frames);
-    void add_to_tile(const LineRows& rows, const float* gain, uint32_t from, uint32_t count);
-    // Of the frames that were run last: the outputs that the lines' inputs give without the lines, eight
-    // frames late and without run()'s and inject()'s own inputs.
+    // Of the frames that were run last, with zeros for inputs: what the outputs would be, had the lines no
+    // delay; behind the last stage.
     void early_outputs(float* const out[2], uint32_t frames);
+    // Input for the last `frames` frames, whose run had zeros there: of these the ones from `from` on,
+    // `count` in number. First the inputs of the sides, then eight rows, of which row k enters the lines
+    // 2 k and 2 k + 1 times gain[t]; in[0][0], gain[from] and row[from] belong to frame `from`.
+    void inject(const float* const in[2], uint32_t frames, uint32_t from, uint32_t count);
+    void inject_rows(const HalfRows& rows, const float* gain, uint32_t frames, uint32_t from,
+                     uint32_t count);
 
 private:
     Loops loops(const LineDelays& lines) const;
@@ -52,7 +51,8 @@ private:
     void forget(size_t line, uint32_t delay, uint32_t after, uint32_t count);
     void forget_older(const Taps& taps, uint32_t frames);
     const float* tap(size_t line, uint32_t delay, uint32_t after, uint32_t count, float* scratch);
-    float* last_tile(size_t line);
+    template <typename Body>
+    void each_run(size_t line, uint32_t frames, uint32_t from, uint32_t count, Body body);
     uint32_t read_lines(const Taps& taps, uint32_t frames);
     void read_pair(const Taps& taps, size_t pair, uint32_t frames);
     void read_resizing(const Taps& taps, uint32_t frames);
@@ -72,8 +72,6 @@ private:
 
     alignas(32) std::array<float, kPairs> gain_roots_{}; // of a resize; see Turn
 
-    float inputs_[2][2][kTile] = {}; // of the last tile; of the last one before the slice
-    const float* inputs_of_slice_[2] = {};
     std::array<std::array<float, kLongestSlice>, 2 * BRISEL_LINES> scratch_{};
 };
 
