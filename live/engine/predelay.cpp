@@ -51,7 +51,12 @@ void Predelay::reset() {
     now_ = next_ = target_;
     fade_.finish();
     entry_.finish();
-    history_ = now_ + kLongestSlice < short_.size ? &short_ : &long_;
+    history_ = &history_for(now_);
+}
+
+// No tap of the short history lies where its beginning may rise.
+const Predelay::History& Predelay::history_for(uint32_t delay) const {
+    return delay + entry_.length() + 2 * kLongestSlice < short_.size ? short_ : long_;
 }
 
 // With as much of the past as the short history holds, which begins without an edge.
@@ -84,8 +89,7 @@ void Predelay::set_seconds(double seconds) {
 void Predelay::begin() {
     if (fade_.running()) return;
     now_ = next_;
-    const uint32_t needed = std::max(now_, target_) + kLongestSlice;
-    move_to(needed < short_.size ? short_ : long_);
+    move_to(history_for(std::max(now_, target_)));
     if (target_ == now_) return;
     next_ = target_;
     fade_.start();

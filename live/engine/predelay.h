@@ -49,6 +49,7 @@ private:
         uint32_t size = 0;
     };
     static bool allocate(History& history, uint32_t size);
+    const History& history_for(uint32_t delay) const;
     void move_to(const History& history);
     void read(int channel, float* to, uint32_t delay, uint32_t from, uint32_t count) const;
 
