@@ -21,8 +21,11 @@ namespace {
 // Time constants of each of two one-poles, seconds.
 constexpr double kMuteSeconds = 0.01;
 constexpr double kDiffusionSeconds = 0.02;
-constexpr double kHandOverSeconds = 0.003; // of the input to another network; 99 % after 20 ms
-constexpr double kFadeOutSeconds = 0.004;  // of a network that is needed again; -120 dB after 70 ms
+constexpr double kFeedSeconds = 0.01; // of the input to a diffuser that starts
+constexpr double kEarlyLevelSeconds = 0.02;
+
+constexpr double kHandOverSeconds = 0.02; // the input moves to another network
+constexpr double kFadeOutSeconds = 0.03;  // a network that is needed again falls silent
 
 constexpr float kSilence = 1e-7f; // a network whose outputs stay below that has rung out
 
@@ -64,12 +67,14 @@ struct Late::State {
 private:
     DecayTimes target_times() const;
     double mean_loop() const;
+    double early_level() const;
     bool waits_for_knots() const {
         return glide_.moving() || diffusion_.moving() || second_ ||
                settings_.stages != first().stages();
     }
     bool gains_move() const {
-        return mute_.moving() || diffusion_.moving() || share_.moving() || second_level_.moving();
+        return mute_.moving() || diffusion_.moving() || feed_.moving() || early_level_.moving() ||
+               hand_over_.running() || fade_out_.running();
     }
     uint32_t slice_limit() const;
     void begin();
@@ -105,19 +110,21 @@ private:
     float second_peak_ = 0.0f;  // since the last knot
     bool diffusing_ = false;
 
-    Smoother mute_;         // 1: the input is heard
-    Smoother diffusion_;    // 0 .. 1
-    Smoother share_;        // of the input that the active network takes
-    Smoother second_level_; // of the other one's outputs
-    double mute_share_ = 0, diffusion_share_ = 0, hand_over_share_ = 0, fade_out_share_ = 0;
-
+    Smoother mute_;        // 1: the input is heard
+    Smoother diffusion_;   // 0 .. 1
+    Smoother feed_;        // of the diffuser
+    Smoother early_level_; // what the outputs behind the last stage are multiplied with
+    Fade hand_over_;       // of the input, to the active network
+    Fade fade_out_;        // of the other one's outputs
+    bool fading_out_ = false;
+    double mute_share_ = 0, diffusion_share_ = 0, feed_share_ = 0, early_level_share_ = 0;
     // Gains of the frames of a slice. `plain_`: all are 1 and there is nothing to add.
     bool plain_ = false;
-    bool steady_ = false;                                  // the gains are those of any slice
-    alignas(32) Slice input_, first_input_, second_input_; // mute; and what each network takes
-    alignas(32) Slice first_rows_, second_rows_;           // of the diffuser
-    alignas(32) Slice near_, early_;                       // of the two kinds of outputs
-    alignas(32) Slice level_;                              // of the second network
+    bool steady_ = false;                                       // the gains are those of any slice
+    alignas(32) Slice feed_input_, first_input_, second_input_; // of the diffuser and the networks
+    alignas(32) Slice first_rows_, second_rows_;                // of the diffuser
+    alignas(32) Slice near_, early_;                            // of the two kinds of outputs
+    alignas(32) Slice level_;                                   // of the second network
 
     alignas(32) Slice scaled_[2], y_[2], early_y_[2];
     alignas(32) Slice zeros_{};
@@ -130,8 +137,10 @@ bool Late::State::prepare(double rate) {
     glide_.prepare(rate);
     mute_share_ = share_of_tile(rate, kMuteSeconds);
     diffusion_share_ = share_of_tile(rate, kDiffusionSeconds);
-    hand_over_share_ = share_of_tile(rate, kHandOverSeconds);
-    fade_out_share_ = share_of_tile(rate, kFadeOutSeconds);
+    feed_share_ = share_of_tile(rate, kFeedSeconds);
+    early_level_share_ = share_of_tile(rate, kEarlyLevelSeconds);
+    hand_over_.set_length(whole_tiles(rate, kHandOverSeconds));
+    fade_out_.set_length(whole_tiles(rate, kFadeOutSeconds));
     for (Network& network : networks_)
         if (!network.prepare(rate, taps_)) return false;
     if (!diffuser_.prepare(rate)) return false;
@@ -147,10 +156,10 @@ void Late::State::reset() {
     active_ = 0;
     glide_.jump(target_times());
     first().start(settings_.stages, taps_, glide_);
-    for (Smoother* smoother : {&mute_, &diffusion_}) smoother->snap();
-    share_.target = second_level_.target = 1.0;
-    share_.snap();
-    second_level_.snap();
+    feed_.target = 1.0;
+    for (Smoother* smoother : {&mute_, &diffusion_, &feed_, &early_level_}) smoother->snap();
+    hand_over_.finish();
+    fade_out_.finish();
     diffusing_ = steady_ = false;
 }
 
@@ -160,6 +169,21 @@ void Late::State::set(const LateSettings& settings) {
     glide_.aim(target_times(), mean_loop());
     mute_.target = settings.freeze ? 0.0 : 1.0;
     diffusion_.target = settings.diffusion;
+    early_level_.target = early_level();
+    if (!diffusing_) early_level_.snap();
+}
+
+// The outputs behind the last stage lack what passes the filters for the first time. Steady white noise
+// has the power sum over k >= 0 of g^2k in the lines' outputs and of g^2k, k >= 1, behind them, g^2 the
+// power gain of a trip. With 1 / g^2 = 1 / low^2 + (1 / high^2 - 1 / low^2) sin^2(w / 2) the means over w
+// are 1 + m and m, m = ((1 / low^2 - 1) (1 / high^2 - 1))^-1/2.
+double Late::State::early_level() const {
+    constexpr double kMost = 4.0;
+    const DecayTimes times = target_times();
+    const auto loss = [&](double time) {
+        return std::expm1(6.0 * std::numbers::ln10 * mean_loop() / time); // 1 / g^2 - 1
+    };
+    return std::min(std::sqrt(1.0 + std::sqrt(loss(times.low) * loss(times.high))), kMost);
 }
 
 // Seconds; of the settings' size and stages.
@@ -192,6 +216,10 @@ void Late::State::begin() {
     if (!diffusing_ && diffusion_.target > 0.0) {
         diffusing_ = true;
         diffuser_.start(settings_.size);
+        // From silence: the inputs do not begin with a step in each of its many echoes.
+        feed_.target = 0.0;
+        feed_.snap();
+        feed_.target = 1.0;
     }
     if (!taps_.begin()) return;
     first().start_resize(taps_, glide_);
@@ -209,16 +237,18 @@ void Late::State::at_knot() {
     if (second_) {
         second_quiet_ = second_peak_ < kSilence ? second_quiet_ + kKnot : 0;
         second_peak_ = 0.0f;
-        if (second_quiet_ > longest_path() || second_level_.value == 0.0) second_ = false;
+        if (second_quiet_ > longest_path() || (fading_out_ && !fade_out_.running()))
+            second_ = false;
     }
     choose_network();
 }
 
 // Hands the input over to a network with as many stages as are set, as soon as there is one.
 void Late::State::choose_network() {
-    if (settings_.stages == first().stages() || share_.moving()) return;
-    if (second_ && (other().stages() != settings_.stages || second_level_.target == 0.0)) {
-        second_level_.target = 0.0;
+    if (settings_.stages == first().stages() || hand_over_.running()) return;
+    if (second_ && (fading_out_ || other().stages() != settings_.stages)) {
+        if (!fading_out_) fade_out_.start();
+        fading_out_ = true;
         return;
     }
     if (!second_) other().start(settings_.stages, taps_, glide_);
@@ -226,11 +256,8 @@ void Late::State::choose_network() {
     second_ = true;
     second_quiet_ = 0;
     second_peak_ = 0.0f;
-    second_level_.target = 1.0;
-    second_level_.snap();
-    share_.target = 0.0;
-    share_.snap();
-    share_.target = 1.0;
+    fading_out_ = false;
+    hand_over_.start();
 }
 
 // Steps the smoothers through the tiles of a slice.
@@ -242,18 +269,19 @@ void Late::State::find_gains(uint32_t frames) {
     steady_ = !gains_move();
     if (steady_) frames = kLongestSlice;
     struct Ends {
-        float input, first, second, near, early, level;
+        float mute, feed, first, second, near, rows, early, level;
     };
-    const __m256 row_gain = _mm256_set1_ps(Diffuser::kGain);
     const auto now = [&] {
-        const Blend share(share_.value);
+        const Blend share(hand_over_.weight());
         const Blend diffusion(diffusion_.value);
-        return Ends{static_cast<float>(mute_.value),
-                    share.far,
-                    share.near,
-                    diffusion.near,
-                    diffusion.far,
-                    static_cast<float>(second_level_.value)};
+        return Ends{.mute = static_cast<float>(mute_.value),
+                    .feed = static_cast<float>(mute_.value * feed_.value),
+                    .first = share.far,
+                    .second = share.near,
+                    .near = diffusion.near,
+                    .rows = diffusion.far * Diffuser::kGain,
+                    .early = diffusion.far * static_cast<float>(early_level_.value),
+                    .level = fading_out_ ? 1.0f - fade_out_.weight() : 1.0f};
     };
     Ends end = now();
     for (uint32_t t = 0; t < frames; t += kTile) {
@@ -261,22 +289,23 @@ void Late::State::find_gains(uint32_t frames) {
         if (gains_move()) {
             mute_.step(mute_share_);
             diffusion_.step(diffusion_share_);
-            share_.step(hand_over_share_);
-            second_level_.step(fade_out_share_);
+            feed_.step(feed_share_);
+            early_level_.step(early_level_share_);
+            hand_over_.advance(kTile);
+            fade_out_.advance(kTile);
             end = now();
         }
-        const __m256 input = ramp(begin.input, end.input);
         const __m256 first = ramp(begin.first, end.first);
         const __m256 second = ramp(begin.second, end.second);
         const __m256 near = ramp(begin.near, end.near);
+        const __m256 rows = ramp(begin.rows, end.rows);
         const __m256 early = ramp(begin.early, end.early);
-        const __m256 direct = _mm256_mul_ps(input, near);
-        _mm256_store_ps(&input_[t], input);
+        const __m256 direct = _mm256_mul_ps(ramp(begin.mute, end.mute), near);
+        _mm256_store_ps(&feed_input_[t], ramp(begin.feed, end.feed));
         _mm256_store_ps(&first_input_[t], _mm256_mul_ps(direct, first));
         _mm256_store_ps(&second_input_[t], _mm256_mul_ps(direct, second));
-        const __m256 diffused = _mm256_mul_ps(early, row_gain);
-        _mm256_store_ps(&first_rows_[t], _mm256_mul_ps(diffused, first));
-        _mm256_store_ps(&second_rows_[t], _mm256_mul_ps(diffused, second));
+        _mm256_store_ps(&first_rows_[t], _mm256_mul_ps(rows, first));
+        _mm256_store_ps(&second_rows_[t], _mm256_mul_ps(rows, second));
         _mm256_store_ps(&near_[t], near);
         _mm256_store_ps(&early_[t], early);
         _mm256_store_ps(&level_[t], ramp(begin.level, end.level));
@@ -322,7 +351,7 @@ void Late::State::step(const float* const in[2], float* const out[2], uint32_t f
 
 void Late::State::write_diffuser(const float* const in[2], uint32_t from, uint32_t count) {
     const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
-    scale(in, input_, from, count);
+    scale(in, feed_input_, from, count);
     diffuser_.write(x, from, count);
 }
 
@@ -348,9 +377,11 @@ void Late::State::run_network(Network& network, const Slice& input, const Slice&
 void Late::State::inject_into(Network& network, const Slice& input, const Slice& row_gain,
                               const float* const in[2], uint32_t frames, uint32_t from,
                               uint32_t count) {
-    const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
-    scale(in, input, from, count);
-    network.inject(x, frames, from, count);
+    if (!steady_ || input[0] != 0.0f) {
+        const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
+        scale(in, input, from, count);
+        network.inject(x, frames, from, count);
+    }
     if (diffusing_) network.inject_rows(rows_, row_gain.data(), frames, from, count);
 }
 

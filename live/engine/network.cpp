@@ -70,6 +70,11 @@ inline void turn_tile(const float* const taps[2][2], float* const rows[2], uint3
     _mm256_storeu_ps(rows[1] + t, _mm256_fnmadd_ps(turn.sine, way[0], row[1]));
 }
 
+__m256 smoothstep(__m256 x) {
+    const __m256 slope = _mm256_fnmadd_ps(_mm256_set1_ps(2.0f), x, _mm256_set1_ps(3.0f));
+    return _mm256_mul_ps(_mm256_mul_ps(x, x), slope);
+}
+
 // Each row enters a line of either side, with signs that are orthogonal: rows that come out of a transform
 // must not add up to one of those that went in. (-1)^(x1 x2) for the left side and (-1)^(x1 x2 + x3) for
 // the right one, x the bits of the row's number, draw on four of eight each.
@@ -243,7 +248,7 @@ void Network::read_pair(const Taps& taps, size_t pair, uint32_t frames) {
         for (uint32_t k = 0; k < run.frames; k += kTile) {
             const __m256 frame =
                 _mm256_add_ps(_mm256_set1_ps(static_cast<float>(run.position + k)), ramp);
-            turn_tile(found, rows, k, Turn(smootherstep(_mm256_mul_ps(frame, scale)), one));
+            turn_tile(found, rows, k, Turn(smoothstep(_mm256_mul_ps(frame, scale)), one));
         }
     }
 }
@@ -355,10 +360,12 @@ void Network::inject_rows(const HalfRows& rows, const float* gain, uint32_t fram
                           uint32_t count) {
     for (size_t i = 0; i < BRISEL_LINES; ++i)
         each_run(i, frames, from, count, [&](float* v, size_t t, size_t n) {
-            const float sign = kSigns[i];
             const float* row = rows[i / 2].data() + from + t;
             const float* g = gain + from + t;
-            for (size_t k = 0; k < n; ++k) v[k] = std::fma(sign * g[k], row[k], v[k]);
+            if (kSigns[i] > 0.0f)
+                for (size_t k = 0; k < n; ++k) v[k] = std::fma(g[k], row[k], v[k]);
+            else
+                for (size_t k = 0; k < n; ++k) v[k] = std::fma(-g[k], row[k], v[k]);
         });
 }
 
