@@ -222,7 +222,12 @@ void print_peer(Lv2World& world, const LilvPlugin* plugin) {
                                  }};
         return measure(subject, control ? kSteps : kNothing);
     };
-    print(first->name(), "nothing", "at rest", click(std::nullopt));
+    const double at_rest = click(std::nullopt);
+    if (at_rest < -200.0) {
+        fmt::print(stderr, "left out: {}: silent at its default settings\n", first->name());
+        return;
+    }
+    print(first->name(), "nothing", "at rest", at_rest);
     for (size_t k = 0; k < first->controls().size(); ++k) {
         const Lv2Peer::Control& c = first->controls()[k];
         if (worth_turning(c.name)) print(first->name(), c.name, "step and back", click(k));
