@@ -51,15 +51,18 @@ inline float to_port(Id id, double value) {
 }
 
 // The parameter's value for a number on its port, not clamped; NaN for NaN. A number that is the nearest
-// one to a short decimal stands for that decimal: 1.3, not 1.2999999523. So a value comes through this
+// one to a short decimal stands for that decimal: 1.3, not 1.2999999523. One that differs from the
+// default's by less than hosts keep in text, seven digits, is the default. So a value comes through this
 // port as it comes through every other format.
 inline double from_port(Id id, float number) {
+    constexpr double kDecimals = 1e5;
+    constexpr float kText = 1e-6f;
     const Parameter& p = parameters()[id];
     if (std::isnan(number)) return static_cast<double>(number);
     if (id == kBypass) return number > 0.0f ? 0.0 : 1.0;
     if (p.on_off()) return number > 0.0f ? 1.0 : 0.0;
-    if (number == to_port(id, p.initial)) return p.initial;
-    constexpr double kDecimals = 1e5;
+    const float initial = to_port(id, p.initial);
+    if (std::fabs(number - initial) <= kText * std::fabs(initial)) return p.initial;
     const double rounded = std::nearbyint(static_cast<double>(number) * kDecimals) / kDecimals;
     const bool nearest = static_cast<float>(rounded) == number;
     return (nearest ? rounded : static_cast<double>(number)) / shown_scale(p.unit);

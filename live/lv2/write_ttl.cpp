@@ -45,11 +45,14 @@ const std::string kPrefixes = "@prefix atom: <" LV2_ATOM_PREFIX "> .\n"
 
 constexpr const char* kProject = "https://tamrockaudio.com/brisel";
 
-// The shortest decimal that gives this number again, never with an exponent.
+// The shortest decimal that gives this number again, never with an exponent; with a point, since hosts
+// take "20" for an integer and not all of them expect one.
 std::string decimal(float number) {
     char text[64];
-    return {text,
-            std::to_chars(text, text + sizeof text, number + 0.0f, std::chars_format::fixed).ptr};
+    const auto end =
+        std::to_chars(text, text + sizeof text, number + 0.0f, std::chars_format::fixed).ptr;
+    const std::string digits(text, end);
+    return digits.find('.') == std::string::npos ? digits + ".0" : digits;
 }
 
 std::string literal(std::string_view text) {
