@@ -156,7 +156,7 @@ void compare_with_engine(const char* uri, bool mono) {
         };
         if (told) {
             render(0, at);
-            tempo = Tempo{bpm * 4.0 / 8.0};
+            tempo = Tempo{bpm};
             render(at, frames);
         } else {
             render(0, frames);
