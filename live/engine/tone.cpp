@@ -1,0 +1,206 @@
+// Source of the sections: A. Simper, "Solving the continuous SVF equations using trapezoidal integration and
+// equivalent currents", 2013. With damping sqrt(2) the shelves are those of the exact plug-in.
+//
+// All four bands of both channels run in the lanes of one register. A band works a frame behind the one in
+// front of it, whose output moves up by two lanes from one step to the next; at both ends of a run some
+// lanes have no frame and keep their memories.
+#include "live/engine/tone.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <numbers>
+
+#include "live/engine/motion.h"
+
+namespace brisel::live {
+
+namespace {
+
+constexpr double kLowShelfHz = 250.0, kHighShelfHz = 4500.0; // as the exact plug-in has them
+constexpr double kLowCutOff = 20.0, kHighCutOff = 20000.0;   // Hz, where a cut is off
+constexpr double kHighestCorner = 0.45;                      // of the rate
+constexpr double kDamping = std::numbers::sqrt2;
+
+// All ones in the lanes of the bands first .. last.
+inline __m256 lanes_of(int first, int last) {
+    const __m256i band = _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3);
+    const __m256i below = _mm256_cmpgt_epi32(_mm256_set1_epi32(first), band);
+    const __m256i above = _mm256_cmpgt_epi32(band, _mm256_set1_epi32(last));
+    return _mm256_castsi256_ps(
+        _mm256_andnot_si256(_mm256_or_si256(below, above), _mm256_set1_epi32(-1)));
+}
+
+} // namespace
+
+void Tone::prepare(double rate) {
+    rate_ = rate;
+    share_ = share_of_tile(rate, kLevelSeconds);
+}
+
+void Tone::set_band(int band, double g, double m0, double m1, double m2) {
+    const double quantities[kQuantities] = {g, m0, m1, m2};
+    for (int q = 0; q < kQuantities; ++q) {
+        moving_ = moving_ || target_[q][band] != quantities[q];
+        target_[q][band] = quantities[q];
+    }
+}
+
+void Tone::set(const ToneSettings& settings) {
+    const auto g_of = [this](double hz) {
+        return std::tan(std::numbers::pi * std::min(hz / rate_, kHighestCorner));
+    };
+    constexpr double k = kDamping;
+    const bool low_cut = settings.low_cut > kLowCutOff;
+    set_band(0, g_of(settings.low_cut), 1.0, low_cut ? -k : 0.0, low_cut ? -1.0 : 0.0);
+    double A = std::pow(10.0, settings.low_shelf / 40.0);
+    set_band(1, g_of(kLowShelfHz) / std::sqrt(A), 1.0, k * (A - 1.0), A * A - 1.0);
+    A = std::pow(10.0, settings.high_shelf / 40.0);
+    set_band(2, g_of(kHighShelfHz) * std::sqrt(A), A * A, k * (1.0 - A) * A, 1.0 - A * A);
+    const bool high_cut = settings.high_cut < kHighCutOff;
+    set_band(3, g_of(settings.high_cut), high_cut ? 0.0 : 1.0, 0.0, high_cut ? 1.0 : 0.0);
+}
+
+void Tone::reset() {
+    std::memcpy(first_, target_, sizeof first_);
+    std::memcpy(value_, target_, sizeof value_);
+    std::memset(s1_, 0, sizeof s1_);
+    std::memset(s2_, 0, sizeof s2_);
+    derive();
+    moving_ = false;
+    neutral_ = is_neutral();
+}
+
+bool Tone::is_neutral() const {
+    for (int band = 0; band < kBands; ++band)
+        if (value_[kM0][band] != 1.0 || value_[kM1][band] != 0.0 || value_[kM2][band] != 0.0)
+            return false;
+    return true;
+}
+
+void Tone::step() {
+    const __m256d share = _mm256_set1_pd(share_), arrived = _mm256_set1_pd(kArrived);
+    const __m256d sign = _mm256_set1_pd(-0.0);
+    __m256d way = _mm256_setzero_pd(); // the longest that is left
+    for (int q = 0; q < kQuantities; ++q) {
+        const __m256d target = _mm256_load_pd(target_[q]);
+        __m256d first = _mm256_load_pd(first_[q]), value = _mm256_load_pd(value_[q]);
+        first = _mm256_fmadd_pd(share, _mm256_sub_pd(target, first), first);
+        value = _mm256_fmadd_pd(share, _mm256_sub_pd(first, value), value);
+        _mm256_store_pd(first_[q], first);
+        _mm256_store_pd(value_[q], value);
+        for (const __m256d x : {first, value})
+            way = _mm256_max_pd(way, _mm256_andnot_pd(sign, _mm256_sub_pd(target, x)));
+    }
+    moving_ = _mm256_movemask_pd(_mm256_cmp_pd(way, arrived, _CMP_GE_OQ)) != 0;
+    if (moving_) return;
+    std::memcpy(first_, target_, sizeof first_);
+    std::memcpy(value_, target_, sizeof value_);
+}
+
+// With a1 = 1 / (1 + g (g + k)), a2 = g a1, a3 = g a2, of the section's equations
+//   v3 = x - s2, v1 = a1 s1 + a2 v3, v2 = s2 + a2 s1 + a3 v3, s1' = 2 v1 - s1, s2' = 2 v2 - s2
+// and y = m0 x + m1 v1 + m2 v2.
+void Tone::derive() {
+    const __m256d one = _mm256_set1_pd(1.0), two = _mm256_set1_pd(2.0);
+    const __m256d g = _mm256_load_pd(value_[kG]), m0 = _mm256_load_pd(value_[kM0]);
+    const __m256d m1 = _mm256_load_pd(value_[kM1]), m2 = _mm256_load_pd(value_[kM2]);
+    const __m256d damped = _mm256_add_pd(g, _mm256_set1_pd(kDamping));
+    const __m256d a1 = _mm256_div_pd(one, _mm256_fmadd_pd(g, damped, one));
+    const __m256d a2 = _mm256_mul_pd(g, a1), a3 = _mm256_mul_pd(g, a2);
+    const __m256d twice_a2 = _mm256_mul_pd(two, a2);
+
+    const auto put = [this](Coefficient c, __m256d bands) {
+        const __m128 narrow = _mm256_cvtpd_ps(bands);
+        _mm_store_ps(to_[c], _mm_unpacklo_ps(narrow, narrow));
+        _mm_store_ps(to_[c] + 4, _mm_unpackhi_ps(narrow, narrow));
+    };
+    put(kO0, _mm256_fmadd_pd(m2, a3, _mm256_fmadd_pd(m1, a2, m0)));
+    put(kO1, _mm256_fmadd_pd(m2, a2, _mm256_mul_pd(m1, a1)));
+    put(kO2, _mm256_fnmadd_pd(m1, a2, _mm256_fnmadd_pd(m2, a3, m2)));
+    put(kC11, _mm256_fmsub_pd(two, a1, one));
+    put(kC12, _mm256_sub_pd(_mm256_setzero_pd(), twice_a2));
+    put(kB1, twice_a2);
+    put(kC22, _mm256_fnmadd_pd(two, a3, one));
+    put(kC21, twice_a2);
+    // 2 a3 as what c22 lacks of 1 in single precision, too: a constant then rests in the memory exactly.
+    _mm256_store_ps(to_[kB2], _mm256_sub_ps(_mm256_set1_ps(1.0f), _mm256_load_ps(to_[kC22])));
+}
+
+template <bool kMoving>
+void Tone::filter(float* left, float* right, uint32_t frames) {
+    const __m256i up = _mm256_setr_epi32(0, 0, 0, 1, 2, 3, 4, 5);
+    // Eighths of the tile's way behind each band's frame, at step 0 less one.
+    const __m256 behind = _mm256_setr_ps(0.f, 0.f, 0.125f, 0.125f, 0.25f, 0.25f, 0.375f, 0.375f);
+    __m256 c[kCoefficients];
+    if constexpr (!kMoving)
+        for (int k = 0; k < kCoefficients; ++k) c[k] = _mm256_load_ps(to_[k]);
+    __m256 s1 = _mm256_load_ps(s1_), s2 = _mm256_load_ps(s2_), y = _mm256_setzero_ps();
+
+    const auto advance = [&](__m256 x, uint32_t step) {
+        if constexpr (kMoving) {
+            const __m256 way =
+                _mm256_sub_ps(_mm256_set1_ps(0.125f * static_cast<float>(step + 1)), behind);
+            for (int k = 0; k < kCoefficients; ++k) {
+                const __m256 from = _mm256_load_ps(from_[k]);
+                c[k] = _mm256_fmadd_ps(way, _mm256_sub_ps(_mm256_load_ps(to_[k]), from), from);
+            }
+        }
+        const __m256 memories = _mm256_fmadd_ps(c[kO1], s1, _mm256_mul_ps(c[kO2], s2));
+        const __m256 n1 =
+            _mm256_fmadd_ps(c[kC11], s1, _mm256_fmadd_ps(c[kC12], s2, _mm256_mul_ps(c[kB1], x)));
+        const __m256 n2 =
+            _mm256_fmadd_ps(c[kC22], s2, _mm256_fmadd_ps(c[kC21], s1, _mm256_mul_ps(c[kB2], x)));
+        y = _mm256_fmadd_ps(c[kO0], x, memories);
+        s1 = n1;
+        s2 = n2;
+    };
+    const auto input = [&](uint32_t t) {
+        const __m128 frame = _mm_unpacklo_ps(_mm_load_ss(left + t), _mm_load_ss(right + t));
+        return _mm256_blend_ps(_mm256_permutevar8x32_ps(y, up), _mm256_castps128_ps256(frame), 0x3);
+    };
+    const auto output = [&](uint32_t t) {
+        const __m128 high = _mm256_extractf128_ps(y, 1);
+        _mm_store_ss(left + t, _mm_movehl_ps(high, high));
+        _mm_store_ss(right + t, _mm_permute_ps(high, 3));
+    };
+    // Some bands only: the others keep their memories.
+    const auto advance_some = [&](__m256 x, uint32_t step, int first, int last) {
+        const __m256 old1 = s1, old2 = s2, active = lanes_of(first, last);
+        advance(x, step);
+        s1 = _mm256_blendv_ps(old1, s1, active);
+        s2 = _mm256_blendv_ps(old2, s2, active);
+    };
+    constexpr uint32_t kLag = kBands - 1; // frames of the last band behind the first
+    for (uint32_t step = 0; step < kLag; ++step)
+        advance_some(input(step), step, 0, static_cast<int>(step));
+    for (uint32_t step = kLag; step < frames; ++step) {
+        advance(input(step), step);
+        output(step - kLag);
+    }
+    for (uint32_t k = 0; k < kLag; ++k) {
+        advance_some(_mm256_permutevar8x32_ps(y, up), frames + k, static_cast<int>(k) + 1,
+                     kBands - 1);
+        output(frames + k - kLag);
+    }
+    _mm256_store_ps(s1_, s1);
+    _mm256_store_ps(s2_, s2);
+}
+
+void Tone::run(float* const wet[2], uint32_t frames) {
+    uint32_t t = 0;
+    for (; t < frames && moving_; t += kTile) {
+        neutral_ = false;
+        std::memcpy(from_, to_, sizeof from_);
+        step();
+        derive();
+        filter<true>(wet[0] + t, wet[1] + t, kTile);
+        if (moving_ || !is_neutral()) continue;
+        neutral_ = true;
+        std::memset(s1_, 0, sizeof s1_);
+        std::memset(s2_, 0, sizeof s2_);
+    }
+    if (t < frames && !neutral_) filter<false>(wet[0] + t, wet[1] + t, frames - t);
+}
+
+} // namespace brisel::live

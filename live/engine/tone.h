@@ -1,0 +1,65 @@
+// The wet signal's tone: low cut, low shelf, high shelf and high cut, 12 dB an octave the cuts, slope 1 the
+// shelves, all of them state-variable sections whose corners and gains glide.
+#ifndef BRISEL_LIVE_TONE_H
+#define BRISEL_LIVE_TONE_H
+
+#include <cstdint>
+
+#include "live/engine/late.h"
+
+namespace brisel::live {
+
+struct ToneSettings {
+    double low_cut;    // Hz; 20 and below: off
+    double low_shelf;  // dB at 0 Hz, corner 250 Hz
+    double high_shelf; // dB at half the rate, corner 4500 Hz
+    double high_cut;   // Hz; 20000 and above: off
+};
+
+class Tone {
+public:
+    // Corners above 0.45 of the rate come down to it.
+    void prepare(double rate);
+
+    void set(const ToneSettings& settings);
+
+    // Silence, at the settings' own values.
+    void reset();
+
+    // Filters whole tiles in place.
+    void run(float* const wet[2], uint32_t frames);
+
+private:
+    static constexpr int kBands = 4; // low cut, low shelf, high shelf, high cut
+
+    // A band's output is m0 x + m1 band + m2 low of a section with damping sqrt(2) and g = tan(pi f / rate).
+    // These four glide: a band that is off has m = 1, 0, 0.
+    enum Quantity { kG, kM0, kM1, kM2, kQuantities };
+    using Bands = double[kQuantities][kBands];
+
+    // The section as a linear map of its memories s1, s2 and its input x:
+    //   y   = o0 x + (o1 s1 + o2 s2)
+    //   s1' = c11 s1 + (c12 s2 + b1 x)
+    //   s2' = c22 s2 + (c21 s1 + b2 x)
+    enum Coefficient { kO0, kO1, kO2, kC11, kC12, kB1, kC22, kC21, kB2, kCoefficients };
+    using Lanes = float[8]; // of each band the left and the right channel
+
+    void set_band(int band, double g, double m0, double m1, double m2);
+    bool is_neutral() const;
+    void step();   // the quantities by one tile
+    void derive(); // the coefficients of the quantities
+    template <bool kMoving>
+    void filter(float* left, float* right, uint32_t frames);
+
+    double rate_ = 0.0, share_ = 0.0;
+    bool moving_ = false;
+    bool neutral_ = true; // at rest with every band off: the signal passes as it is
+    alignas(32) Bands target_ = {}, first_ = {}, value_ = {};
+    alignas(32) Lanes from_[kCoefficients] = {}; // at the end of the tile before
+    alignas(32) Lanes to_[kCoefficients] = {};   // at the end of the present one
+    alignas(32) Lanes s1_ = {}, s2_ = {};
+};
+
+} // namespace brisel::live
+
+#endif
