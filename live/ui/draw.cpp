@@ -59,12 +59,7 @@ void padlock(cairo_t* cr, double x, double y, bool closed, const Colour& colour)
 
 void View::draw(cairo_t* cr) {
     cairo_save(cr);
-    for (int i = 0; i < cairo_region_num_rectangles(damage_); ++i) {
-        cairo_rectangle_int_t r;
-        cairo_region_get_rectangle(damage_, i, &r);
-        cairo_rectangle(cr, r.x, r.y, r.width, r.height);
-    }
-    cairo_clip(cr);
+    clip_to(cr, damage_);
     set(cr, kGround);
     cairo_paint(cr);
     cairo_translate(cr, left_, top_);
@@ -103,8 +98,7 @@ void View::draw(cairo_t* cr) {
     if (menu_) draw_menu(cr);
     if (tip_shown_ || refused_) draw_tip(cr);
     cairo_restore(cr);
-    cairo_region_destroy(damage_);
-    damage_ = cairo_region_create();
+    cairo_region_subtract(damage_, damage_);
 }
 
 void View::draw_header_item(cairo_t* cr, int index) const {

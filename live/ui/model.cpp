@@ -59,8 +59,8 @@ ParameterMask Model::refresh() {
         sounding_[id] = sounding;
     }
     if (changed && !preset_unchanged()) {
-        const auto found =
-            std::ranges::find_if(presets_, [this](const auto& entry) { return matches(entry); });
+        const auto found = std::ranges::find_if(
+            presets_, [this](const auto& entry) { return matches(entry.preset); });
         if (found != presets_.end()) remember(static_cast<int>(found - presets_.begin()));
     }
     return changed;
@@ -110,14 +110,17 @@ void Model::scan_presets() {
     if (preset_ >= static_cast<int>(presets_.size())) preset_ = -1;
 }
 
-ParameterMask Model::kept() const {
-    return kNotInPresets | (mix_locked() ? bit_of(kMix) : 0);
+// What loading leaves alone: a locked Mix, and what presets leave to the moment or to the mixer where they
+// do not mention it.
+ParameterMask Model::kept(const Preset& preset) const {
+    constexpr ParameterMask kOnlyWhereGiven = kNotInPresets | bit_of(kMix);
+    return (kOnlyWhereGiven & ~preset.given) | (mix_locked() ? bit_of(kMix) : 0);
 }
 
-bool Model::matches(const PresetEntry& entry) const {
+bool Model::matches(const Preset& preset) const {
     for (uint32_t id = 0; id < kParameters; ++id)
-        if (!(kept() >> id & 1) &&
-            !same(parameters()[id], settings_[id], entry.preset.settings[id]))
+        if (!(kept(preset) >> id & 1) &&
+            !same(parameters()[id], settings_[id], preset.settings[id]))
             return false;
     return true;
 }
@@ -128,10 +131,11 @@ void Model::remember(int index) {
 }
 
 void Model::load_preset(int index) {
-    const Settings& settings = presets_[static_cast<size_t>(index)].preset.settings;
+    const Preset& preset = presets_[static_cast<size_t>(index)].preset;
     for (uint32_t i = 0; i < kParameters; ++i) {
         const Id id = static_cast<Id>(i);
-        if (!(kept() >> id & 1) && settings[id] != settings_[id]) choose(id, settings[id]);
+        if (!(kept(preset) >> id & 1) && preset.settings[id] != settings_[id])
+            choose(id, preset.settings[id]);
     }
     remember(index);
 }

@@ -41,7 +41,9 @@ public:
     // The one that was loaded last, or whose values are these; -1 for none.
     int preset() const { return preset_; }
     // Whether its values are still these.
-    bool preset_unchanged() const { return preset_ >= 0 && matches(presets_[size_t(preset_)]); }
+    bool preset_unchanged() const {
+        return preset_ >= 0 && matches(presets_[size_t(preset_)].preset);
+    }
     void load_preset(int index);
     void step_preset(int by); // to the next one, or back, in a circle
 
@@ -53,8 +55,8 @@ private:
     // The host's memory: the lock, and above it the preset's number, 0 for none.
     static constexpr uint32_t kMixLocked = 1, kPresetShift = 1;
 
-    ParameterMask kept() const;
-    bool matches(const PresetEntry& entry) const;
+    ParameterMask kept(const Preset& preset) const;
+    bool matches(const Preset& preset) const;
     void remember(int index);
 
     const brisel_ui_host& host_;

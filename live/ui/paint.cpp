@@ -26,6 +26,15 @@ void choose(cairo_t* cr, const Type& type) {
 
 } // namespace
 
+void clip_to(cairo_t* cr, const cairo_region_t* region) {
+    for (int i = 0; i < cairo_region_num_rectangles(region); ++i) {
+        cairo_rectangle_int_t r;
+        cairo_region_get_rectangle(region, i, &r);
+        cairo_rectangle(cr, r.x, r.y, r.width, r.height);
+    }
+    cairo_clip(cr);
+}
+
 void set(cairo_t* cr, const Colour& colour, double alpha) {
     cairo_set_source_rgba(cr, colour.r, colour.g, colour.b, alpha);
 }

@@ -43,6 +43,8 @@ struct Type {
     bool bold = false;
 };
 
+void clip_to(cairo_t* cr, const cairo_region_t* region);
+
 void set(cairo_t* cr, const Colour& colour, double alpha = 1.0);
 
 // `x` is the left end, the middle or the right end, as `type` says, `y` the baseline.

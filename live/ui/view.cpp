@@ -22,8 +22,7 @@ constexpr ParameterMask kNotInResponse = bit_of(kMix) | bit_of(kDuck) | bit_of(k
 
 } // namespace
 
-View::View(const brisel_ui_host& host)
-    : model_(host), items_(make_items()), damage_(cairo_region_create()) {
+View::View(const brisel_ui_host& host) : model_(host), items_(make_items()) {
     move_nodes();
 }
 

@@ -110,7 +110,7 @@ private:
     Response response_;
     bool response_stale_ = true, response_shown_ = false;
     std::vector<Item> items_;
-    cairo_region_t* damage_;
+    cairo_region_t* const damage_ = cairo_region_create();
     double scale_ = 1.0, left_ = 0.0, top_ = 0.0; // of the view in its surface, pixels
     uint32_t time_ = 0;
 
