@@ -60,10 +60,7 @@ int32_t process(ffdn_block_n16& e, const BlockSignals& io, int32_t frames) {
     const DelayCheck delays = check_delays(e, n);
     if (delays.too_short) return -1;
     read_overlong_lines(e, n, delays.overlong);
-    if (brisel::fused_loop_applies(e, io))
-        brisel::run_fused_loop(e, io, n, delays.overlong);
-    else
-        brisel::run_generic_loop(e, io, n, delays.overlong);
+    brisel::run_block(e, io, n, delays.overlong);
     return 0;
 }
 
@@ -96,6 +93,17 @@ void add_energy(double& energy, const float* ring, uint32_t wpos, uint32_t mask,
 }
 
 } // namespace
+
+namespace brisel {
+
+void run_block(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
+    if (fused_loop_applies(e, io))
+        run_fused_loop(e, io, n, prepared);
+    else
+        run_generic_loop(e, io, n, prepared);
+}
+
+} // namespace brisel
 
 int32_t ffdn_block_n16_apply_modulation(ffdn_block_n16* e, int32_t n) {
     return brisel::modulate_lines(*e, n) ? 0 : modulate_line_by_line(*e, n);

@@ -34,6 +34,7 @@
 
 #include "core/avx2/main_lines.h"
 #include "core/avx2/runs.h"
+#include "core/avx2/shelf.h"
 #include "core/avx2/tiles.h"
 
 namespace brisel {
@@ -65,8 +66,8 @@ struct alignas(64) Workspace {
 template <int K, bool kTwoBand, bool kStereoIn, bool kAlternating>
 class FusedLoop {
 public:
-    FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong)
-        : e_(e), io_(io), n_(n), lines_(e, n, overlong) {}
+    FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared)
+        : e_(e), io_(io), n_(n), lines_(e, n, prepared) {}
 
     void run() {
         exchange_history<Direction::kTake>(0);
@@ -201,13 +202,15 @@ private:
         uint32_t far_wpos;
         const float* x_left; // the piece's input
         const float* x_right;
+        Shelf shelf;
     };
 
     // B, B2, C and D.
     __attribute__((noinline)) void feed_back(uint32_t t0, uint32_t length) {
         const Piece piece{e_.stages[1].ring,      e_.stages[2].ring,
                           e_.stages[1].wpos + t0, e_.stages[2].wpos + t0,
-                          io_.x_left + t0,        kStereoIn ? io_.x_right + t0 : nullptr};
+                          io_.x_left + t0,        kStereoIn ? io_.x_right + t0 : nullptr,
+                          shelf_of(e_, io_, t0)};
         broadcast_gains(ws_.in_gains, kStereoIn ? e_.in_left : e_.in_gain, e_.in_right);
         if (!kTwoBand) {
             for (uint32_t p = 0; p < length; p += kTile) {
@@ -284,7 +287,7 @@ private:
     // C.
     inline __attribute__((always_inline)) void filter(const Piece& piece, float* filtered,
                                                       uint32_t p, __m256 (&memory)[2]) {
-        filter_tile(filtered, e_.shelf_b0, memory,
+        filter_tile(filtered, piece.shelf.tile(p), memory,
                     [&](size_t line) { return last_row(piece, line, p); });
     }
 
@@ -362,27 +365,27 @@ bool all_alternate(const ffdn_block_n16& e, bool stereo_in) {
 }
 
 template <int K, bool kTwoBand, bool kStereoIn>
-void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
+void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     if (all_alternate(e, kStereoIn))
-        FusedLoop<K, kTwoBand, kStereoIn, true>(e, io, n, overlong).run();
+        FusedLoop<K, kTwoBand, kStereoIn, true>(e, io, n, prepared).run();
     else
-        FusedLoop<K, kTwoBand, kStereoIn, false>(e, io, n, overlong).run();
+        FusedLoop<K, kTwoBand, kStereoIn, false>(e, io, n, prepared).run();
 }
 
 template <int K, bool kTwoBand>
-void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
+void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     if (io.x_right)
-        run<K, kTwoBand, true>(e, io, n, overlong);
+        run<K, kTwoBand, true>(e, io, n, prepared);
     else
-        run<K, kTwoBand, false>(e, io, n, overlong);
+        run<K, kTwoBand, false>(e, io, n, prepared);
 }
 
 template <int K>
-void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
+void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     if (e.two_band)
-        run<K, true>(e, io, n, overlong);
+        run<K, true>(e, io, n, prepared);
     else
-        run<K, false>(e, io, n, overlong);
+        run<K, false>(e, io, n, prepared);
 }
 
 } // namespace
@@ -394,16 +397,16 @@ bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io) {
     return aligned_positions(e);
 }
 
-void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
+void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     switch (e.stage_count) {
     case 1:
-        run<1>(e, io, n, overlong);
+        run<1>(e, io, n, prepared);
         break;
     case 2:
-        run<2>(e, io, n, overlong);
+        run<2>(e, io, n, prepared);
         break;
     default:
-        run<3>(e, io, n, overlong);
+        run<3>(e, io, n, prepared);
         break;
     }
 }

@@ -10,8 +10,8 @@ namespace brisel {
 // Whether the engine has such a shape: one to three stages of the default cascade, stereo output.
 bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io);
 
-// Renders n frames, a positive multiple of 8, at most every line's delay. `overlong`: see MainLines.
-void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong);
+// Renders n frames, a positive multiple of 8, at most every line's delay. `prepared`: see MainLines.
+void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared);
 
 } // namespace brisel
 

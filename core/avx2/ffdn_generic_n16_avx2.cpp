@@ -21,6 +21,7 @@
 
 #include "core/avx2/main_lines.h"
 #include "core/avx2/runs.h"
+#include "core/avx2/shelf.h"
 #include "core/avx2/tiles.h"
 
 namespace brisel {
@@ -43,8 +44,8 @@ struct alignas(64) Workspace {
 template <bool kStereoOut, bool kStereoIn, bool kTwoBand>
 class GenericLoop {
 public:
-    GenericLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong)
-        : e_(e), io_(io), n_(n), lines_(e, n, overlong) {
+    GenericLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared)
+        : e_(e), io_(io), n_(n), lines_(e, n, prepared) {
         broadcast_gains(ws_.out_gains[0], kStereoOut ? e.out_left : e.out_gain);
         if (kStereoOut) broadcast_gains(ws_.out_gains[1], e.out_right);
         broadcast_gains(ws_.in_gains[0], kStereoIn ? e.in_left : e.in_gain);
@@ -151,13 +152,14 @@ private:
         const float* x_left = io_.x_left + t;
         const float* x_right = kStereoIn ? io_.x_right + t : nullptr;
         if (kTwoBand)
-            feed_back_two_bands(x_left, x_right, length);
+            feed_back_two_bands(x_left, x_right, shelf_of(e_, io_, t), length);
         else
             feed_back_one_band(x_left, x_right, length);
     }
 
     // The filter's recursion waits for itself: the injection of the tile before fills it.
-    void feed_back_two_bands(const float* x_left, const float* x_right, uint32_t length) {
+    void feed_back_two_bands(const float* x_left, const float* x_right, Shelf shelf,
+                             uint32_t length) {
         const float* gains = opaque(ws_.in_gains[0][0]);
         const auto inject = [&](const float* filtered, size_t p) {
             const __m256 left = _mm256_loadu_ps(x_left + p);
@@ -174,7 +176,7 @@ private:
         size_t p = 0;
         for (; p < length; p += kTile) {
             if (p > 0) inject(before, p - kTile);
-            filter_tile(now, e_.shelf_b0, memory,
+            filter_tile(now, shelf.tile(p), memory,
                         [&](size_t line) { return ws_.delayed[line] + p; });
             std::swap(now, before);
         }
@@ -218,22 +220,22 @@ private:
 };
 
 template <bool kStereoOut, bool kStereoIn>
-void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
+void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     if (e.two_band)
-        GenericLoop<kStereoOut, kStereoIn, true>(e, io, n, overlong).run();
+        GenericLoop<kStereoOut, kStereoIn, true>(e, io, n, prepared).run();
     else
-        GenericLoop<kStereoOut, kStereoIn, false>(e, io, n, overlong).run();
+        GenericLoop<kStereoOut, kStereoIn, false>(e, io, n, prepared).run();
 }
 
 } // namespace
 
-void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong) {
+void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     if (!io.y_right)
-        run<false, false>(e, io, n, overlong);
+        run<false, false>(e, io, n, prepared);
     else if (io.x_right)
-        run<true, true>(e, io, n, overlong);
+        run<true, true>(e, io, n, prepared);
     else
-        run<true, false>(e, io, n, overlong);
+        run<true, false>(e, io, n, prepared);
 }
 
 } // namespace brisel

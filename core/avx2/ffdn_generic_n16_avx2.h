@@ -6,8 +6,8 @@
 
 namespace brisel {
 
-// Renders n frames, a positive multiple of 8, at most every line's delay. `overlong`: see MainLines.
-void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t overlong);
+// Renders n frames, a positive multiple of 8, at most every line's delay. `prepared`: see MainLines.
+void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared);
 
 } // namespace brisel
 

@@ -24,17 +24,17 @@ inline uint32_t lanes(__m256i condition) {
 }
 
 // The lines during one block of n frames. They move on at the end, by advance(); until then a piece
-// names the frame t at which it starts. `overlong` names the lines, a bit each, that stand in tap_block
+// names the frame t at which it starts. `prepared` names the lines, a bit each, that stand in tap_block
 // already, n samples a row.
 class MainLines {
 public:
-    MainLines(ffdn_block_n16& e, uint32_t n, uint32_t overlong)
-        : e_(e), n_(n), overlong_(overlong) {}
+    MainLines(ffdn_block_n16& e, uint32_t n, uint32_t prepared)
+        : e_(e), n_(n), prepared_(prepared) {}
 
     // The addresses of the `length` delayed samples of each line: in its ring or, where they cross the
     // ring's seam, in a copy.
     void find_delayed(const float** rows, uint32_t t, uint32_t length) const {
-        uint32_t special = locate(rows, e_.line_delay, t, length) | overlong_;
+        uint32_t special = locate(rows, e_.line_delay, t, length) | prepared_;
         for (; special != 0; special &= special - 1) {
             const auto line = static_cast<uint32_t>(__builtin_ctz(special));
             rows[line] = copy_of_row(line, t, length);
@@ -101,10 +101,10 @@ private:
         return crossing;
     }
 
-    // Overlong lines have one for the whole block; others are copied to work_block.
+    // Prepared lines have one for the whole block; others are copied to work_block.
     __attribute__((noinline)) const float* copy_of_row(uint32_t line, uint32_t t,
                                                        uint32_t length) const {
-        if (overlong_ >> line & 1) return e_.tap_block + size_t{line} * n_ + t;
+        if (prepared_ >> line & 1) return e_.tap_block + size_t{line} * n_ + t;
         const uint32_t mask = e_.line_mask[line];
         float* row = e_.work_block + size_t{line} * length;
         copy_from_ring(row, e_.ring + e_.line_offset[line], mask + 1,
@@ -114,7 +114,7 @@ private:
 
     ffdn_block_n16& e_;
     const uint32_t n_;
-    const uint32_t overlong_;
+    const uint32_t prepared_;
 };
 
 } // namespace brisel
