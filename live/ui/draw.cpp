@@ -188,13 +188,13 @@ void View::draw_meters(cairo_t* cr) const {
     fill(cr, kMeterPanel, 6, kPanel);
     const float levels[] = {shown_.input, shown_.wet, shown_.output};
     constexpr const char* kNames[] = {"In", "Wet", "Out"};
-    const Rect bars = {kMeterPanel.x + 5, kMeterPanel.y + 10, kMeterPanel.w - 10,
+    const Rect bars = {kMeterPanel.x + 4, kMeterPanel.y + 10, kMeterPanel.w - 8,
                        kMeterPanel.h - 28};
     for (int i = 0; i < 3; ++i) {
         const double decibels = 20.0 * std::log10(std::max(double{levels[i]}, 1e-9));
         const double share = std::clamp((decibels - kFloor) / (kCeiling - kFloor), 0.0, 1.0);
         const double pitch = bars.w / 3, x = bars.x + i * pitch;
-        const Rect bar = {x + 2, bars.y, pitch - 4, bars.h};
+        const Rect bar = {x + 3, bars.y, pitch - 6, bars.h};
         fill(cr, bar, 2, kRaised);
         const Colour& colour = decibels > 0.0 ? kAlert : i == 0 ? kDim : kDecayColour;
         if (share > 0.0)
@@ -203,7 +203,7 @@ void View::draw_meters(cairo_t* cr) const {
             const double taken = -20.0 * std::log10(std::max(double{shown_.duck}, 1e-3));
             fill(cr, {bar.x, bar.y, bar.w, bar.h * taken / (kCeiling - kFloor)}, 2, kToneColour);
         }
-        write(cr, x + pitch / 2, kMeterPanel.bottom() - 7, kNames[i], {7.5, kDim, Align::kCentre});
+        write(cr, x + pitch / 2, kMeterPanel.bottom() - 7, kNames[i], {8, kDim, Align::kCentre});
     }
 }
 
@@ -212,11 +212,10 @@ void View::draw_menu(cairo_t* cr) const {
     outline(cr, kMenu, 8, kLine);
     const auto& presets = model_.presets();
     for (size_t i = 0; i < presets.size(); ++i) {
-        const Rect cell = menu_cell(static_cast<int>(i));
+        const Rect& cell = menu_cells_[i];
         if (i == 0 || presets[i].category != presets[i - 1].category)
             write(cr, cell.x + 8, cell.y - 5, presets[i].category, {9.5, kDecayColour});
-        const bool chosen = static_cast<int>(i) == menu_entry_;
-        if (chosen) fill(cr, cell, 4, kLine);
+        if (static_cast<int>(i) == menu_entry_) fill(cr, cell, 4, kLine);
         const bool present = static_cast<int>(i) == model_.preset();
         write(cr, cell.x + 8, cell.y + 13, presets[i].name,
               {11, present ? kDecayColour : kText, Align::kLeft, present});

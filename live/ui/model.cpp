@@ -92,7 +92,8 @@ void Model::choose(Id id, double value) {
 }
 
 void Model::scan_presets() {
-    presets_.clear();
+    constexpr ParameterMask kGiven = kAllParameters & ~(kNotInPresets | bit_of(kMix));
+    presets_ = {{"Basics", "Default", {default_settings(), kGiven}}};
     for (const FactoryPreset& factory : factory_presets()) {
         PresetEntry entry = {std::string(factory.category), std::string(factory.name), {}};
         if (read_preset(factory.text, entry.preset)) presets_.push_back(std::move(entry));

@@ -13,7 +13,7 @@ constexpr double kWheelStep = 0.02, kKeyStep = 0.01, kPageStep = 0.1;     // of 
 constexpr uint32_t kDoubleClick = 400, kTipDelay = 700, kClearHold = 100; // ms
 constexpr size_t kLongestTyped = 16;
 constexpr double kMeterFall = 0.85; // per refresh
-constexpr int kMenuRows = 19;
+constexpr int kMenuRows = 19, kMenuColumns = 4;
 constexpr double kMenuRowHeight = 18.5;
 
 // What the response does not depend on.
@@ -392,38 +392,54 @@ void View::stop_typing(bool take) {
 // Presets
 
 void View::open_menu(bool open) {
-    if (open) {
-        hover(kNothing, time_);
-        model_.scan_presets();
-    }
     if (open || menu_) damage_all();
     menu_ = open;
     menu_entry_ = open ? model_.preset() : kNothing;
+    if (!open) return;
+    hover(kNothing, time_);
+    model_.scan_presets();
+    // As few rows as four columns allow, or more columns where the menu is full.
+    int columns = 5;
+    for (int rows = 6; columns > kMenuColumns && rows <= kMenuRows; ++rows)
+        columns = place_menu_cells(rows);
+    const double width = (kMenu.w - 16) / std::max(columns, kMenuColumns);
+    for (Rect& cell : menu_cells_) {
+        cell.x = kMenu.x + 8 + width * cell.x;
+        cell.w = width;
+    }
 }
 
-// The entries fill columns from top to bottom, a row being kept for the heading of each category.
-Rect View::menu_cell(int entry) const {
+// Fills columns from top to bottom, each category below its heading and, where it fits, in one column.
+// The cells' x are numbers of columns; returns how many there are.
+int View::place_menu_cells(int rows) {
     const auto& presets = model_.presets();
-    int row = 0;
-    for (int i = 0; i <= entry; ++i) {
-        const bool heading =
-            i == 0 || presets[size_t(i)].category != presets[size_t(i) - 1].category;
-        if (heading) {
-            if (i > 0) ++row; // a gap
-            if (row % kMenuRows >= kMenuRows - 2) row += kMenuRows - row % kMenuRows;
-            ++row;
+    menu_cells_.clear();
+    int row = 0, column = 0;
+    for (size_t i = 0; i < presets.size(); ++i) {
+        if (i == 0 || presets[i].category != presets[i - 1].category) {
+            const auto last = std::find_if(
+                presets.begin() + std::ptrdiff_t(i), presets.end(),
+                [&](const auto& entry) { return entry.category != presets[i].category; });
+            const int size = static_cast<int>(last - presets.begin()) - static_cast<int>(i);
+            if (row > 0 && row + 2 + std::min(size, rows - 1) > rows) {
+                row = 0;
+                ++column;
+            }
+            row += row > 0 ? 2 : 1; // a gap and the heading
+        } else if (row >= rows) {
+            row = 0;
+            ++column;
         }
-        if (i < entry) ++row;
+        menu_cells_.push_back(
+            {double(column), kMenu.y + 8 + kMenuRowHeight * row++, 0, kMenuRowHeight});
     }
-    constexpr double kColumn = (kMenu.w - 16) / 4;
-    return {kMenu.x + 8 + kColumn * (row / kMenuRows),
-            kMenu.y + 8 + kMenuRowHeight * (row % kMenuRows), kColumn, kMenuRowHeight};
+    return column + 1;
 }
 
 int View::menu_entry_at(Point point) const {
-    for (int i = 0; i < static_cast<int>(model_.presets().size()); ++i)
-        if (menu_cell(i).contains(point.x, point.y)) return i;
-    return kNothing;
+    const auto cell = std::ranges::find_if(
+        menu_cells_, [=](const Rect& rect) { return rect.contains(point.x, point.y); });
+    return cell == menu_cells_.end() ? kNothing : static_cast<int>(cell - menu_cells_.begin());
 }
 
 bool View::menu_key(Key key) {

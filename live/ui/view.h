@@ -74,7 +74,7 @@ private:
     // view.cpp: behaviour
     int item_at(Point point) const;
     int menu_entry_at(Point point) const;
-    Rect menu_cell(int entry) const;
+    int place_menu_cells(int rows);
     void move_nodes();
     void damage(const Rect& rect);
     void damage_item(int item);
@@ -131,6 +131,7 @@ private:
 
     bool menu_ = false;
     int menu_entry_ = kNothing;
+    std::vector<Rect> menu_cells_; // of the presets
 
     bool typing_ = false, typed_fresh_ = false, refused_ = false; // into the item in focus
     std::string typed_;
