@@ -1,8 +1,8 @@
-/* The part of the CLAP 1.2.8 plug-in interface that the plug-in and the renderer use, under the
+/* The part of the CLAP 1.2.8 plug-in interface that the plug-ins and the renderer use, under the
  * official names, for machines without the official headers. Declarations only; C11 and C++20.
  *
  * Every record carries the official `_t` name and its plain struct tag. Their layout follows from the
- * platform's C rules; the plug-in's unit pins it, so that it holds for the official headers too.
+ * platform's C rules; the plug-ins pin it, so that it holds for the official headers too.
  *
  * Order of a plug-in's life: entry.init, entry.get_factory, factory.create_plugin, plugin.init, then
  * activate, start_processing, process ..., stop_processing, deactivate as often as the host likes,
@@ -311,6 +311,287 @@ typedef struct clap_plugin_audio_ports {
     bool(CLAP_ABI* get)(const clap_plugin_t* plugin, uint32_t index, bool is_input,
                         clap_audio_port_info_t* info);
 } clap_plugin_audio_ports_t;
+
+/* ---- What Brisel Live uses besides ------------------------------------------------------------- */
+
+/* Modulation, gestures and transport. */
+
+typedef struct clap_event_param_mod {
+    clap_event_header_t header;
+    clap_id param_id;
+    void* cookie;
+    int32_t note_id;
+    int16_t port_index;
+    int16_t channel;
+    int16_t key;
+    double amount; /* an offset on the value, in the parameter's unit */
+} clap_event_param_mod_t;
+
+typedef struct clap_event_param_gesture {
+    clap_event_header_t header;
+    clap_id param_id;
+} clap_event_param_gesture_t;
+
+typedef int64_t clap_beattime; /* beats times 2^31 */
+typedef int64_t clap_sectime;  /* seconds times 2^31 */
+
+enum clap_transport_flags { CLAP_TRANSPORT_HAS_TEMPO = 1 << 0 };
+
+struct clap_event_transport {
+    clap_event_header_t header;
+    uint32_t flags; /* a field is valid with its flag only */
+    clap_beattime song_pos_beats;
+    clap_sectime song_pos_seconds;
+    double tempo;     /* beats per minute */
+    double tempo_inc; /* per frame, until the next transport event */
+    clap_beattime loop_start_beats;
+    clap_beattime loop_end_beats;
+    clap_sectime loop_start_seconds;
+    clap_sectime loop_end_seconds;
+    clap_beattime bar_start;
+    int32_t bar_number;
+    uint16_t tsig_num;
+    uint16_t tsig_denom;
+};
+
+/* Extension "clap.params": more flags, the host's side. */
+
+enum { CLAP_PARAM_IS_MODULATABLE = 1 << 10, CLAP_PARAM_IS_ENUM = 1 << 16 };
+
+typedef uint32_t clap_param_rescan_flags;
+enum { CLAP_PARAM_RESCAN_VALUES = 1 << 0 };
+
+typedef uint32_t clap_param_clear_flags;
+
+typedef struct clap_host_params {
+    void(CLAP_ABI* rescan)(const clap_host_t* host, clap_param_rescan_flags flags);
+    void(CLAP_ABI* clear)(const clap_host_t* host, clap_id param_id, clap_param_clear_flags flags);
+    void(CLAP_ABI* request_flush)(const clap_host_t* host);
+} clap_host_params_t;
+
+/* Extension "clap.state-context/2". */
+
+static const char CLAP_EXT_STATE_CONTEXT[] = "clap.state-context/2";
+
+enum clap_plugin_state_context_type {
+    CLAP_STATE_CONTEXT_FOR_PRESET = 1,
+    CLAP_STATE_CONTEXT_FOR_DUPLICATE = 2,
+    CLAP_STATE_CONTEXT_FOR_PROJECT = 3,
+};
+
+typedef struct clap_plugin_state_context {
+    bool(CLAP_ABI* save)(const clap_plugin_t* plugin, const clap_ostream_t* stream,
+                         uint32_t context_type);
+    bool(CLAP_ABI* load)(const clap_plugin_t* plugin, const clap_istream_t* stream,
+                         uint32_t context_type);
+} clap_plugin_state_context_t;
+
+/* Extension "clap.preset-load/2". */
+
+static const char CLAP_EXT_PRESET_LOAD[] = "clap.preset-load/2";
+static const char CLAP_EXT_PRESET_LOAD_COMPAT[] = "clap.preset-load.draft/2";
+
+typedef struct clap_plugin_preset_load {
+    bool(CLAP_ABI* from_location)(const clap_plugin_t* plugin, uint32_t location_kind,
+                                  const char* location, const char* load_key);
+} clap_plugin_preset_load_t;
+
+typedef struct clap_host_preset_load {
+    void(CLAP_ABI* on_error)(const clap_host_t* host, uint32_t location_kind, const char* location,
+                             const char* load_key, int32_t os_error, const char* msg);
+    void(CLAP_ABI* loaded)(const clap_host_t* host, uint32_t location_kind, const char* location,
+                           const char* load_key);
+} clap_host_preset_load_t;
+
+/* Factory "clap.preset-discovery-factory/2". */
+
+static const char CLAP_PRESET_DISCOVERY_FACTORY_ID[] = "clap.preset-discovery-factory/2";
+static const char CLAP_PRESET_DISCOVERY_FACTORY_ID_COMPAT[] =
+    "clap.preset-discovery-factory/draft-2";
+
+enum clap_preset_discovery_location_kind {
+    CLAP_PRESET_DISCOVERY_LOCATION_FILE = 0,   /* the path of a file or folder */
+    CLAP_PRESET_DISCOVERY_LOCATION_PLUGIN = 1, /* inside the library; no path */
+};
+
+enum clap_preset_discovery_flags {
+    CLAP_PRESET_DISCOVERY_IS_FACTORY_CONTENT = 1 << 0,
+    CLAP_PRESET_DISCOVERY_IS_USER_CONTENT = 1 << 1,
+};
+
+typedef uint64_t clap_timestamp; /* seconds since 1970, 0 for unknown */
+
+typedef struct clap_universal_plugin_id {
+    const char* abi; /* "clap" */
+    const char* id;
+} clap_universal_plugin_id_t;
+
+typedef struct clap_preset_discovery_metadata_receiver {
+    void* receiver_data;
+    void(CLAP_ABI* on_error)(const struct clap_preset_discovery_metadata_receiver* receiver,
+                             int32_t os_error, const char* error_message);
+    bool(CLAP_ABI* begin_preset)(const struct clap_preset_discovery_metadata_receiver* receiver,
+                                 const char* name, const char* load_key);
+    void(CLAP_ABI* add_plugin_id)(const struct clap_preset_discovery_metadata_receiver* receiver,
+                                  const clap_universal_plugin_id_t* plugin_id);
+    void(CLAP_ABI* set_soundpack_id)(const struct clap_preset_discovery_metadata_receiver* receiver,
+                                     const char* soundpack_id);
+    void(CLAP_ABI* set_flags)(const struct clap_preset_discovery_metadata_receiver* receiver,
+                              uint32_t flags);
+    void(CLAP_ABI* add_creator)(const struct clap_preset_discovery_metadata_receiver* receiver,
+                                const char* creator);
+    void(CLAP_ABI* set_description)(const struct clap_preset_discovery_metadata_receiver* receiver,
+                                    const char* description);
+    void(CLAP_ABI* set_timestamps)(const struct clap_preset_discovery_metadata_receiver* receiver,
+                                   clap_timestamp creation_time, clap_timestamp modification_time);
+    void(CLAP_ABI* add_feature)(const struct clap_preset_discovery_metadata_receiver* receiver,
+                                const char* feature);
+    void(CLAP_ABI* add_extra_info)(const struct clap_preset_discovery_metadata_receiver* receiver,
+                                   const char* key, const char* value);
+} clap_preset_discovery_metadata_receiver_t;
+
+typedef struct clap_preset_discovery_filetype {
+    const char* name;
+    const char* description;
+    const char* file_extension; /* without the dot */
+} clap_preset_discovery_filetype_t;
+
+typedef struct clap_preset_discovery_location {
+    uint32_t flags;
+    const char* name;
+    uint32_t kind;
+    const char* location;
+} clap_preset_discovery_location_t;
+
+struct clap_preset_discovery_soundpack;
+
+typedef struct clap_preset_discovery_provider_descriptor {
+    clap_version_t clap_version;
+    const char* id;
+    const char* name;
+    const char* vendor;
+} clap_preset_discovery_provider_descriptor_t;
+
+typedef struct clap_preset_discovery_provider {
+    const clap_preset_discovery_provider_descriptor_t* desc;
+    void* provider_data;
+    bool(CLAP_ABI* init)(const struct clap_preset_discovery_provider* provider);
+    void(CLAP_ABI* destroy)(const struct clap_preset_discovery_provider* provider);
+    bool(CLAP_ABI* get_metadata)(
+        const struct clap_preset_discovery_provider* provider, uint32_t location_kind,
+        const char* location, const clap_preset_discovery_metadata_receiver_t* metadata_receiver);
+    const void*(CLAP_ABI* get_extension)(const struct clap_preset_discovery_provider* provider,
+                                         const char* extension_id);
+} clap_preset_discovery_provider_t;
+
+typedef struct clap_preset_discovery_indexer {
+    clap_version_t clap_version;
+    const char* name;
+    const char* vendor;
+    const char* url;
+    const char* version;
+    void* indexer_data;
+    bool(CLAP_ABI* declare_filetype)(const struct clap_preset_discovery_indexer* indexer,
+                                     const clap_preset_discovery_filetype_t* filetype);
+    bool(CLAP_ABI* declare_location)(const struct clap_preset_discovery_indexer* indexer,
+                                     const clap_preset_discovery_location_t* location);
+    bool(CLAP_ABI* declare_soundpack)(const struct clap_preset_discovery_indexer* indexer,
+                                      const struct clap_preset_discovery_soundpack* soundpack);
+    const void*(CLAP_ABI* get_extension)(const struct clap_preset_discovery_indexer* indexer,
+                                         const char* extension_id);
+} clap_preset_discovery_indexer_t;
+
+typedef struct clap_preset_discovery_factory {
+    uint32_t(CLAP_ABI* count)(const struct clap_preset_discovery_factory* factory);
+    const clap_preset_discovery_provider_descriptor_t*(CLAP_ABI* get_descriptor)(
+        const struct clap_preset_discovery_factory* factory, uint32_t index);
+    const clap_preset_discovery_provider_t*(CLAP_ABI* create)(
+        const struct clap_preset_discovery_factory* factory,
+        const clap_preset_discovery_indexer_t* indexer, const char* provider_id);
+} clap_preset_discovery_factory_t;
+
+/* Extensions "clap.audio-ports-config" and "clap.audio-ports-config-info/1". */
+
+static const char CLAP_EXT_AUDIO_PORTS_CONFIG[] = "clap.audio-ports-config";
+static const char CLAP_EXT_AUDIO_PORTS_CONFIG_INFO[] = "clap.audio-ports-config-info/1";
+static const char CLAP_EXT_AUDIO_PORTS_CONFIG_INFO_COMPAT[] =
+    "clap.audio-ports-config-info/draft-0";
+
+typedef struct clap_audio_ports_config {
+    clap_id id;
+    char name[CLAP_NAME_SIZE];
+    uint32_t input_port_count;
+    uint32_t output_port_count;
+    bool has_main_input;
+    uint32_t main_input_channel_count;
+    const char* main_input_port_type;
+    bool has_main_output;
+    uint32_t main_output_channel_count;
+    const char* main_output_port_type;
+} clap_audio_ports_config_t;
+
+typedef struct clap_plugin_audio_ports_config {
+    uint32_t(CLAP_ABI* count)(const clap_plugin_t* plugin);
+    bool(CLAP_ABI* get)(const clap_plugin_t* plugin, uint32_t index,
+                        clap_audio_ports_config_t* config);
+    bool(CLAP_ABI* select)(const clap_plugin_t* plugin, clap_id config_id);
+} clap_plugin_audio_ports_config_t;
+
+typedef struct clap_plugin_audio_ports_config_info {
+    clap_id(CLAP_ABI* current_config)(const clap_plugin_t* plugin);
+    bool(CLAP_ABI* get)(const clap_plugin_t* plugin, clap_id config_id, uint32_t port_index,
+                        bool is_input, clap_audio_port_info_t* info);
+} clap_plugin_audio_ports_config_info_t;
+
+/* Extension "clap.configurable-audio-ports/1". */
+
+static const char CLAP_EXT_CONFIGURABLE_AUDIO_PORTS[] = "clap.configurable-audio-ports/1";
+static const char CLAP_EXT_CONFIGURABLE_AUDIO_PORTS_COMPAT[] =
+    "clap.configurable-audio-ports.draft1";
+
+typedef struct clap_audio_port_configuration_request {
+    bool is_input;
+    uint32_t port_index;
+    uint32_t channel_count;
+    const char* port_type;
+    const void* port_details;
+} clap_audio_port_configuration_request_t;
+
+typedef struct clap_plugin_configurable_audio_ports {
+    bool(CLAP_ABI* can_apply_configuration)(const clap_plugin_t* plugin,
+                                            const clap_audio_port_configuration_request_t* requests,
+                                            uint32_t request_count);
+    bool(CLAP_ABI* apply_configuration)(const clap_plugin_t* plugin,
+                                        const clap_audio_port_configuration_request_t* requests,
+                                        uint32_t request_count);
+} clap_plugin_configurable_audio_ports_t;
+
+/* Extension "clap.tail", the host's side. */
+
+typedef struct clap_host_tail {
+    void(CLAP_ABI* changed)(const clap_host_t* host);
+} clap_host_tail_t;
+
+/* Extension "clap.remote-controls/2". */
+
+static const char CLAP_EXT_REMOTE_CONTROLS[] = "clap.remote-controls/2";
+static const char CLAP_EXT_REMOTE_CONTROLS_COMPAT[] = "clap.remote-controls.draft/2";
+
+enum { CLAP_REMOTE_CONTROLS_COUNT = 8 };
+
+typedef struct clap_remote_controls_page {
+    char section_name[CLAP_NAME_SIZE];
+    clap_id page_id;
+    char page_name[CLAP_NAME_SIZE];
+    clap_id param_ids[CLAP_REMOTE_CONTROLS_COUNT];
+    bool is_for_preset;
+} clap_remote_controls_page_t;
+
+typedef struct clap_plugin_remote_controls {
+    uint32_t(CLAP_ABI* count)(const clap_plugin_t* plugin);
+    bool(CLAP_ABI* get)(const clap_plugin_t* plugin, uint32_t page_index,
+                        clap_remote_controls_page_t* page);
+} clap_plugin_remote_controls_t;
 
 #ifdef __cplusplus
 }

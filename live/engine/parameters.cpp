@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
+
+#include <locale.h>
 
 namespace brisel::live {
 
@@ -158,6 +161,30 @@ std::optional<double> word_value(const Parameter& p, std::string_view text) {
     return std::nullopt;
 }
 
+// Takes the decimal number off the front of `text`; nothing where there is none, or one that no value
+// needs so many digits for. Not by from_chars, which would bring the whole machinery of exceptions into
+// libraries that need none of it.
+std::optional<double> take_number(std::string_view& text) {
+    constexpr std::string_view kDigits = "0123456789";
+    const auto past_digits = [=](size_t at) {
+        return std::min(text.find_first_not_of(kDigits, at), text.size());
+    };
+    size_t end = past_digits(text.starts_with('-'));
+    if (end < text.size() && text[end] == '.') end = past_digits(end + 1);
+    if (text.substr(0, end).find_first_of(kDigits) == std::string_view::npos) return std::nullopt;
+    if (end < text.size() && lower(text[end]) == 'e') {
+        size_t exponent = end + 1;
+        if (exponent < text.size() && (text[exponent] == '-' || text[exponent] == '+')) ++exponent;
+        if (past_digits(exponent) > exponent) end = past_digits(exponent);
+    }
+    char digits[128];
+    if (end >= sizeof digits) return std::nullopt;
+    digits[text.copy(digits, end)] = '\0';
+    text.remove_prefix(end);
+    const double number = strtod_l(digits, nullptr, newlocale(LC_ALL_MASK, "C", nullptr));
+    return std::isfinite(number) ? std::optional(number) : std::nullopt;
+}
+
 // Text put together in a caller's buffer, which is long enough for every parameter.
 class Line {
 public:
@@ -258,8 +285,8 @@ std::string_view to_text(const Parameter& parameter, double value,
         Line(digits)
             .add_number(std::fabs(v) * shown_scale(parameter.unit), parameter.decimals)
             .text();
-    double shown = 0.0;
-    std::from_chars(unsigned_text.data(), unsigned_text.data() + unsigned_text.size(), shown);
+    std::string_view rest = unsigned_text;
+    const double shown = take_number(rest).value_or(0.0);
     const bool negative = v < 0.0 && shown > 0.0;
     if (parameter.off && shown == parameter.off_at) return Line(buffer).add(parameter.off).text();
     return Line(buffer)
@@ -292,17 +319,16 @@ std::optional<double> from_text(const Parameter& parameter, std::string_view tex
     text = trimmed(text);
     if (const auto value = word_value(parameter, text)) return value;
     if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
-    double number = 0.0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || !std::isfinite(number)) return std::nullopt;
-    const std::string_view suffix = trimmed(text.substr(static_cast<size_t>(end - text.data())));
+    const std::optional<double> number = take_number(text);
+    if (!number) return std::nullopt;
+    const std::string_view suffix = trimmed(text);
     double scale;
     if (!suffix.empty())
         scale = base_of(parameter.unit, suffix);
     else
         scale = bare == BareNumber::kShown ? shown_scale(parameter.unit) : 1.0;
     if (scale == 0.0) return std::nullopt;
-    return clamp(parameter, number / scale);
+    return clamp(parameter, *number / scale);
 }
 
 std::span<const Page> pages() {

@@ -1,0 +1,39 @@
+// One instance of brisel-live.clap under a host whose main thread reads and changes everything while audio
+// runs. Under the thread sanitizer the test shows any data that both touch without order.
+#include <thread>
+
+#include "tests/live/strict_host.h"
+
+using namespace strict_host;
+
+TEST(ThreadsLive, MainThreadReadsAndLoadsWhileAudioRuns) {
+    compare::Random random(1);
+    const std::array<Frames, 2> noise = {compare::noise(512, 1), compare::noise(512, 2)};
+    Instance instance;
+    ASSERT_TRUE(instance.activate());
+    std::atomic<bool> done = false;
+    std::thread audio([&] {
+        for (int block = 0; block < 400; ++block) {
+            Events events;
+            events.value(static_cast<uint32_t>(block) % kParameters, block % 3);
+            events.modulation(kDecay, block % 5);
+            const auto rendered = instance.process(noise, 0, 512, &events);
+            EXPECT_NE(rendered.status, CLAP_PROCESS_ERROR);
+        }
+        done = true;
+    });
+    size_t told = 0;
+    while (!done) {
+        for (uint32_t id = 0; id < kParameters; ++id) instance.text(id, instance.value(id));
+        (void)instance.tail->get(instance.plugin);
+        const std::string saved = instance.save();
+        EXPECT_FALSE(saved.empty());
+        instance.window().edit({Edit::Kind::kBegin, kSize, 0});
+        instance.window().edit({Edit::Kind::kValue, kSize, random.real(0.005f, 0.5f)});
+        instance.window().edit({Edit::Kind::kEnd, kSize, 0});
+        (void)instance.window().sounding(kDecay);
+        told += instance.state->load == nullptr;
+    }
+    audio.join();
+    EXPECT_EQ(instance.said.size() % 3, told);
+}
