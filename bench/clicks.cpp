@@ -90,10 +90,24 @@ struct LiveRow {
     std::vector<std::pair<Id, double>> with = {}; // settings besides Mix 1
 };
 
+// Settings of all rows, from the command line.
+std::vector<std::pair<Id, double>> everywhere;
+
+void read_setting(const std::string& text) {
+    const size_t equals = text.find('=');
+    const Id id = find_key(text.substr(0, equals));
+    const auto value = id == kParameters || equals == std::string::npos
+                           ? std::nullopt
+                           : from_text(parameters()[id], text.substr(equals + 1));
+    if (!value) throw CLI::ValidationError("--set", "'" + text + "' is no key=value");
+    everywhere.emplace_back(id, *value);
+}
+
 class LiveSubject {
 public:
     explicit LiveSubject(const LiveRow& row) : row_(row) {
         reverb_.values().set_plain(kMix, 1.0);
+        for (const auto& [id, value] : everywhere) reverb_.values().set_plain(id, value);
         for (const auto& [id, value] : row.with) reverb_.values().set_plain(id, value);
         if (!reverb_.prepare(kRate, kBlock)) std::abort();
     }
@@ -221,6 +235,13 @@ int main(int argc, char** argv) {
     CLI::App app("Prints how much each parameter clicks, dB below the programme.");
     app.add_flag("--no-peers", no_peers, "Brisel Live only");
     app.add_option("--only", only, "parameters of Brisel Live whose name begins so");
+    app.add_option_function<std::vector<std::string>>(
+        "--set",
+        [](const std::vector<std::string>& settings) {
+            for (const std::string& setting : settings) read_setting(setting);
+        },
+        "key=value, as in a preset but with numbers as shown: a setting of Brisel Live in every "
+        "row");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
