@@ -53,7 +53,7 @@ constexpr const char* kProject = "https://tamrockaudio.com/brisel";
 // take "20" for an integer and not all of them expect one.
 std::string decimal(float number) {
     char text[64];
-    const auto end =
+    const char* const end =
         std::to_chars(text, text + sizeof text, number + 0.0f, std::chars_format::fixed).ptr;
     const std::string digits(text, end);
     return digits.find('.') == std::string::npos ? digits + ".0" : digits;

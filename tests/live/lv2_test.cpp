@@ -8,7 +8,6 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
-#include <limits>
 #include <map>
 #include <memory>
 #include <random>
@@ -117,7 +116,7 @@ void compare_with_clap(const char* uri, bool mono) {
     std::normal_distribution<float> noise(0.0f, 0.1f);
     const auto chance = [&] { return std::uniform_real_distribution<>(0.0, 1.0)(random); };
     TimePort time;
-    for (int block = 0; block < 300; ++block) {
+    for (size_t block = 0; block < 300; ++block) {
         const auto frames = static_cast<uint32_t>(std::pow(chance(), 3.0) * kMostFrames) + 1;
         strict_host::Events events;
         for (uint16_t number = 0; number < kParameters; ++number) {
@@ -142,7 +141,7 @@ void compare_with_clap(const char* uri, bool mono) {
         }
         if (mono) sides[1] = sides[0];
         const auto expected = clap.process(sides, 0, frames, &events);
-        const int crossed = block % 2;
+        const size_t crossed = block % 2;
         lv2.connect(mono ? "in" : "in_left", sides[0].data());
         if (!mono) lv2.connect("in_right", sides[1].data());
         lv2.connect("out_left", sides[crossed].data());
@@ -222,15 +221,14 @@ TEST(Lv2, PresetsAndSavedStatesKeepEveryValue) {
 }
 
 TEST(Lv2, BearsWhatHostsShouldNotDo) {
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    for (double rate : {0.0, -48000.0, 999.0, 1e6, double{NAN}, double{kInfinity}})
+    for (double rate : {0.0, -48000.0, 999.0, 1e6, std::nan(""), HUGE_VAL})
         EXPECT_FALSE(Instance(kStereoUri, rate).instance) << rate;
     for (double rate : {1000.0, 7350.5, 48000.0, 768000.0}) {
         Instance lv2(kStereoUri, rate, nullptr);
         ASSERT_TRUE(lv2.instance) << rate;
         std::vector<float> left(777, 0.5f), right(777, -0.5f);
         left[5] = NAN;
-        right[6] = kInfinity;
+        right[6] = HUGE_VALF;
         for (const char* symbol :
              {"time", "input_level", "wet_level", "output_level", "ducking", "size"})
             lv2.connect(symbol, nullptr);
@@ -239,7 +237,7 @@ TEST(Lv2, BearsWhatHostsShouldNotDo) {
         lv2.connect("in_right", right.data());
         lv2.connect("out_left", left.data());
         lv2.connect("out_right", right.data());
-        for (float number : {float{NAN}, kInfinity, -kInfinity, 1e30f, -1e30f, 1e-42f, 0.0f}) {
+        for (float number : {NAN, HUGE_VALF, -HUGE_VALF, 1e30f, -1e30f, 1e-42f, 0.0f}) {
             for (uint16_t id = 0; id < kParameters; ++id)
                 lv2[symbol_of(static_cast<Id>(id))] = number;
             for (uint32_t frames : {777u, 0u, 1u, 63u}) {
