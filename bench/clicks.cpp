@@ -205,7 +205,7 @@ double live_click(const LiveRow& row, const Course& course) {
     return measure(subject.subject(), course);
 }
 
-// ---- The exact plug-in, which starts anew with every change ----------------------------------------
+// ---- The exact plug-in, which starts anew with every change --------------------------------------
 
 struct ExactRow {
     const char* name;

@@ -104,9 +104,9 @@ struct TimePort {
     alignas(8) uint8_t buffer[256];
 };
 
-// Every parameter moves, in blocks of any length, some in place with the sides crossed; the tempo changes
-// inside of blocks. The plug-in for CLAP hosts, given the same values, gives the same bits; a mono input
-// sounds as the same signal on both sides.
+// Every parameter moves, in blocks of any length, some in place with the sides crossed; the tempo
+// changes inside of blocks. The plug-in for CLAP hosts, given the same values, gives the same bits;
+// a mono input sounds as the same signal on both sides.
 void compare_with_clap(const char* uri, bool mono) {
     Instance lv2(uri, 48000.0);
     ASSERT_TRUE(lv2.instance);
@@ -167,7 +167,8 @@ const void* give(const char* symbol, void* data, uint32_t* size, uint32_t* type)
     return &(*static_cast<Instance*>(data))[symbol];
 }
 
-// Each preset, found as hosts find them, set, saved as a host's state, and read again from its files.
+// Each preset, found as hosts find them, set, saved as a host's state, and read again from its
+// files.
 TEST(Lv2, PresetsAndSavedStatesKeepEveryValue) {
     Instance lv2(kStereoUri, 48000.0);
     ASSERT_TRUE(lv2.instance);
