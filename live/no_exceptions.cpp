@@ -58,29 +58,37 @@ namespace std {
 
 } // namespace std
 
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size > 0 ? size : 1);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return operator new(size, std::nothrow);
-}
-void* operator new(std::size_t size) {
-    void* const memory = operator new(size, std::nothrow);
+namespace {
+
+void* checked(void* memory) {
     if (!memory) std::abort();
     return memory;
 }
-void* operator new[](std::size_t size) {
-    return operator new(size);
+
+} // namespace
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return std::malloc(size > 0 ? size : 1);
+}
+void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    const auto multiple = static_cast<std::size_t>(alignment);
+    return std::aligned_alloc(multiple, (size + multiple - 1) / multiple * multiple);
+}
+void* operator new(std::size_t size) {
+    return checked(operator new(size, std::nothrow));
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    return checked(operator new(size, alignment, std::nothrow));
 }
 void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
     std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
     std::free(memory);
 }
-void operator delete[](void* memory, std::size_t) noexcept {
+void operator delete(void* memory, std::align_val_t) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
     std::free(memory);
 }

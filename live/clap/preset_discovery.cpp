@@ -58,6 +58,15 @@ bool describe_program(const Receiver& receiver) {
     return true;
 }
 
+// What is behind the last slash of `path`, which loses it.
+std::string_view take_last(std::string_view& path) {
+    const size_t slash = std::min(path.rfind('/'), path.size());
+    const std::string_view last = path.substr(std::min(slash + 1, path.size()));
+    path = path.substr(0, slash);
+    return last;
+}
+
+// The file's name is the preset's, and its folder's name the category.
 bool describe_file(const Receiver& receiver, const char* path) {
     const PresetFile file(path);
     if (!file.valid()) {
@@ -65,11 +74,11 @@ bool describe_file(const Receiver& receiver, const char* path) {
                           file.error() ? "The preset cannot be read." : "This is no preset.");
         return false;
     }
-    std::string_view stem = path;
-    stem.remove_prefix(stem.rfind('/') + 1);
-    stem = stem.substr(0, stem.rfind('.'));
-    char buffer[kLongestLine];
-    describe(receiver, Line(preset_name(stem, buffer)).c_str(), nullptr, "", file.description());
+    std::string_view rest = path;
+    const std::string_view name = take_last(rest), folder = take_last(rest);
+    char name_text[kLongestLine], category[kLongestLine];
+    describe(receiver, Line(preset_name(name.substr(0, name.rfind('.')), name_text)).c_str(),
+             nullptr, folder == "presets" ? "" : preset_name(folder, category), file.description());
     return true;
 }
 

@@ -73,7 +73,7 @@ ssize_t read_file(const char* path, char* buffer, size_t capacity) {
 bool factory_preset_folder(Path& path) {
     Path library;
     if (factory_presets().empty() || !library_folder(library)) return false;
-    for (const char* folder : {"/../../share/brisel/presets", "/presets"}) {
+    for (const char* folder : {"/../../share/brisel/presets/live", "/presets/live"}) {
         // Other things may be called so: it is the folder that holds our first preset.
         Path place, first;
         if (join(place, {library, folder}) && realpath(place, path) &&
