@@ -192,7 +192,9 @@ void View::press(Point point, const PointerEvent& event) {
     if (tip_shown_) damage(tip_area());
     tip_shown_ = false;
     tip_spent_ = true;
+    end_drag();
     stop_typing(true);
+    stop_typing(false); // what was refused
     focus_shown_ = false;
     if (menu_) {
         const int entry = menu_entry_at(point);
@@ -291,6 +293,7 @@ void View::activate(int index) {
 }
 
 bool View::key(Key key, char character, bool fine) {
+    if (dragged_ != kNothing) return false;
     if (menu_) return menu_key(key);
     if (typing_) return typing_key(key, character);
     const int count = static_cast<int>(items_.size());
