@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -224,7 +225,10 @@ public:
     const clap_plugin_tail_t* tail;
     bool active = false;
     std::atomic<bool> on_audio_thread{false};
-    int rescans = 0, tail_changes = 0, loaded = 0, errors = 0;
+    int rescans = 0, tail_changes = 0, loaded = 0, errors = 0, windows_closed = 0;
+    std::set<clap_id> timers; // registered
+    clap_id last_timer = 0;
+    std::set<int> fds; // registered
     std::vector<Said> said;
     size_t room = 1000; // events that the output list takes
 
@@ -278,7 +282,26 @@ private:
                 ++of(h).errors;
             },
             [](const clap_host_t* h, uint32_t, const char*, const char*) { ++of(h).loaded; }};
+        static constexpr clap_host_timer_support_t kTimer = {
+            [](const clap_host_t* h, uint32_t, clap_id* timer) {
+                of(h).timers.insert(*timer = ++of(h).last_timer);
+                return true;
+            },
+            [](const clap_host_t* h, clap_id timer) { return of(h).timers.erase(timer) == 1; }};
+        static constexpr clap_host_posix_fd_support_t kFd = {
+            [](const clap_host_t* h, int fd, clap_posix_fd_flags_t) {
+                return of(h).fds.insert(fd).second;
+            },
+            [](const clap_host_t*, int, clap_posix_fd_flags_t) { return false; },
+            [](const clap_host_t* h, int fd) { return of(h).fds.erase(fd) == 1; }};
+        static constexpr clap_host_gui_t kGui = {
+            [](const clap_host_t*) {}, [](const clap_host_t*, uint32_t, uint32_t) { return false; },
+            [](const clap_host_t*) { return false; }, [](const clap_host_t*) { return false; },
+            [](const clap_host_t* h, bool) { ++of(h).windows_closed; }};
         const std::string_view asked = id;
+        if (asked == CLAP_EXT_TIMER_SUPPORT) return &kTimer;
+        if (asked == CLAP_EXT_POSIX_FD_SUPPORT) return &kFd;
+        if (asked == CLAP_EXT_GUI) return &kGui;
         if (asked == CLAP_EXT_PARAMS) return &kParams;
         if (asked == CLAP_EXT_TAIL) return &kTail;
         return asked == CLAP_EXT_PRESET_LOAD ? &kPresetLoad : nullptr;
