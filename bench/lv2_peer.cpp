@@ -142,7 +142,8 @@ std::unique_ptr<Lv2Peer> Lv2Peer::start(Lv2World& world, const LilvPlugin* plugi
     peer->controls_.resize(ports);
     peer->spare_.resize(frames);
     peer->atoms_.reserve(ports);
-    lilv_plugin_get_port_ranges_float(plugin, nullptr, nullptr, peer->controls_.data());
+    std::vector<float> least(ports), most(ports);
+    lilv_plugin_get_port_ranges_float(plugin, least.data(), most.data(), peer->controls_.data());
     for (uint32_t index = 0; index < ports; ++index) {
         const LilvPort* port = lilv_plugin_get_port_by_index(plugin, index);
         const bool input = is(port, LV2_CORE__InputPort);
@@ -151,6 +152,12 @@ std::unique_ptr<Lv2Peer> Lv2Peer::start(Lv2World& world, const LilvPlugin* plugi
         } else if (is(port, LV2_CORE__ControlPort)) {
             if (std::isnan(peer->controls_[index])) peer->controls_[index] = 0.0f;
             lilv_instance_connect_port(peer->instance_, index, &peer->controls_[index]);
+            if (input && std::isfinite(least[index]) && std::isfinite(most[index])) {
+                LilvNode* port_name = lilv_port_get_name(plugin, port);
+                peer->turned_.push_back({lilv_node_as_string(port_name), least[index], most[index],
+                                         &peer->controls_[index]});
+                lilv_node_free(port_name);
+            }
         } else if (is(port, LV2_ATOM__AtomPort)) {
             peer->atoms_.emplace_back(kAtomWords);
             (input ? peer->atom_inputs_ : peer->atom_outputs_)

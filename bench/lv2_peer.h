@@ -43,6 +43,15 @@ public:
     Lv2Peer& operator=(const Lv2Peer&) = delete;
 
     const std::string& name() const { return name_; }
+
+    // An input that people turn.
+    struct Control {
+        std::string name;
+        float least, most;
+        float* value;
+    };
+    const std::vector<Control>& controls() const { return turned_; }
+
     // A plug-in with one input hears the left one; one output appears on both sides.
     void process(const float* in_l, const float* in_r, float* out_l, float* out_r);
 
@@ -57,6 +66,7 @@ private:
     const LV2_Worker_Interface* worker_ = nullptr;
     LV2_Worker_Schedule scheduler_ = {this, schedule};
     std::vector<float> controls_, spare_;
+    std::vector<Control> turned_;
     std::vector<uint32_t> inputs_, outputs_;
     std::vector<std::vector<uint64_t>> atoms_;
     std::vector<std::pair<uint32_t, size_t>> atom_inputs_, atom_outputs_; // port, buffer

@@ -20,12 +20,18 @@ public:
     // Nothing in it, and at its target. It clears no memory: what is older than this reads as 0.
     void reset();
 
+    // After a reset: the input comes in over 20 ms, so that it does not begin with an edge.
+    void fade_in() { entry_.start(); }
+
     void set_seconds(double seconds);
 
     // At the start of a tile: takes up a new target where no fade is under way.
     void begin();
     // From now on no longer slice than this.
-    uint32_t slice_limit() const { return fade_.running() ? fade_.left() : kLongestSlice; }
+    uint32_t slice_limit() const {
+        const uint32_t limit = fade_.running() ? fade_.left() : kLongestSlice;
+        return entry_.running() && entry_.left() < limit ? entry_.left() : limit;
+    }
 
     // The input of the frames from .. to - 1 of the present slice goes in, what comes out of the delay
     // for them is at `delayed()` afterwards, at the same indices.
@@ -40,12 +46,14 @@ private:
 
     double rate_ = 0.0;
     uint32_t target_ = 0, now_ = 0, next_ = 0; // delays, frames
-    Fade fade_;
+    Fade fade_;                                // between two delays
+    Fade entry_;                               // of the input
     Floats rings_[2];
     uint32_t mask_ = 0;
     uint64_t written_ = 0; // frames before the present slice, since the reset
     alignas(32) float out_[2][kLongestSlice] = {};
     alignas(32) float old_[kLongestSlice] = {}; // of the tap that fades out
+    alignas(32) float entering_[2][kLongestSlice] = {};
     const float* delayed_[2] = {};
 };
 

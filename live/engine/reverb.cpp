@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <new>
@@ -96,6 +97,7 @@ struct Reverb::State {
     Tone tone;
     Mixer mixer;
 
+    Settings settings = default_settings(); // what sounds, as of the start of the present tile
     uint64_t clock = 0;    // frames since the reset, at the start of the present tile
     uint32_t ahead = 0;    // frames of the present tile still to be delivered; 0: at a tile's start
     uint32_t injected = 0; // frames of that tile that have gone into the network
@@ -111,10 +113,10 @@ struct Reverb::State {
 
     std::atomic<float> peak_in{0.0f}, peak_wet{0.0f}, peak_out{0.0f}, duck_gain{1.0f};
 
-    double value(Id id) const { return values.sounding(id); }
-    bool on(Id id) const { return value(id) >= 0.5; }
-    double predelay_seconds() const;
+    bool on(Id id) const { return settings[id] >= 0.5; }
+    double predelay_seconds(double plain, double sync) const;
     LateSettings late_settings() const;
+    ParameterMask take_changed();
 
     bool prepare(double new_rate);
     void reset();
@@ -134,23 +136,34 @@ struct Reverb::State {
     uint32_t deliver(const float* const host[2], uint32_t at, uint32_t frames, float* const out[2]);
 };
 
-double Reverb::State::predelay_seconds() const {
-    const double note = kNotes[static_cast<size_t>(value(kPredelaySync))];
+// What has changed since the last call, and in `settings` to what.
+ParameterMask Reverb::State::take_changed() {
+    const ParameterMask changed = values.take_changed();
+    for (ParameterMask left = changed; left != 0; left &= left - 1) {
+        const auto id = static_cast<Id>(std::countr_zero(left));
+        settings[id] = values.sounding(id);
+    }
+    return changed;
+}
+
+// Of the values of Predelay and Predelay Sync, at the latest tempo known.
+double Reverb::State::predelay_seconds(double plain, double sync) const {
+    const double note = kNotes[static_cast<size_t>(sync)];
     const double tempo = beats_per_minute.load(std::memory_order_relaxed);
-    if (note == 0.0 || tempo == 0.0) return value(kPredelay);
+    if (note == 0.0 || tempo == 0.0) return plain;
     return std::min(note * 60.0 / tempo, Predelay::kLongest);
 }
 
 LateSettings Reverb::State::late_settings() const {
     return {
-        .size = value(kSize),
-        .decay = value(kDecay),
-        .damp = value(kDamp),
-        .stages = static_cast<int>(value(kScattering)),
+        .size = settings[kSize],
+        .decay = settings[kDecay],
+        .damp = settings[kDamp],
+        .stages = static_cast<int>(settings[kScattering]),
         .modulate = on(kModulation),
-        .mod_depth = value(kModDepth),
-        .mod_rate = value(kModRate),
-        .diffusion = value(kDiffusion),
+        .mod_depth = settings[kModDepth],
+        .mod_rate = settings[kModRate],
+        .diffusion = settings[kDiffusion],
         .freeze = on(kFreeze),
     };
 }
@@ -168,7 +181,7 @@ bool Reverb::State::prepare(double new_rate) {
 }
 
 void Reverb::State::reset() {
-    values.take_changed();
+    take_changed();
     stale = kAllParameters;
     wake();
     clock = ahead = 0;
@@ -196,15 +209,16 @@ void Reverb::State::apply(ParameterMask changed) {
     const LateSettings network = late_settings();
     if (changed & kOfLate) late.set(network);
     if (changed & kOfLevel) auto_level.set(network, on(kAutoLevel));
-    if (changed & kOfPredelay) predelay.set_seconds(predelay_seconds());
+    if (changed & kOfPredelay)
+        predelay.set_seconds(predelay_seconds(settings[kPredelay], settings[kPredelaySync]));
     if (changed & kOfEarly)
-        early.set(value(kErSize),
-                  on(kEarlyReflections) ? static_cast<float>(value(kErLevel)) : 0.0f);
+        early.set(settings[kErSize],
+                  on(kEarlyReflections) ? static_cast<float>(settings[kErLevel]) : 0.0f);
     if (changed & kOfTone)
-        tone.set({value(kLowCut), value(kEqLow), value(kEqHigh), value(kHighCut)});
+        tone.set({settings[kLowCut], settings[kEqLow], settings[kEqHigh], settings[kHighCut]});
     if (changed & kOfMixer)
-        mixer.set({value(kMix), value(kWidth), gain_of(value(kWetGain)), value(kDuck),
-                   value(kDuckRelease), on(kBypass)});
+        mixer.set({settings[kMix], settings[kWidth], gain_of(settings[kWetGain]), settings[kDuck],
+                   settings[kDuckRelease], on(kBypass)});
     if (changed & bit_of(kClear)) {
         if (on(kClear) && !clear_pressed) mixer.fade_to_clear();
         clear_pressed = on(kClear);
@@ -234,7 +248,7 @@ uint64_t Reverb::State::longest_path() const {
 }
 
 void Reverb::State::begin_tile() {
-    ParameterMask changed = values.take_changed();
+    ParameterMask changed = take_changed();
     if (tempo_changed) changed |= bit_of(kPredelaySync);
     tempo_changed = false;
     if (asleep) {
@@ -246,7 +260,10 @@ void Reverb::State::begin_tile() {
         return;
     }
     apply(changed);
-    if (mixer.faded()) silence();
+    if (mixer.faded()) {
+        silence();
+        predelay.fade_in();
+    }
     predelay.begin();
     early.begin();
     if (clock % kSleepGrid == 0 && mixer.quiet_frames() > std::max(longest_path(), kShortestWait)) {
@@ -442,11 +459,13 @@ Status Reverb::process(const float* const in[2], float* const out[2], uint32_t f
 
 uint64_t Reverb::tail_frames() const {
     const State& s = *state_;
-    if (s.on(kFreeze)) return std::numeric_limits<uint64_t>::max();
-    const double early = s.on(kEarlyReflections) ? s.value(kErSize) : 0.0;
+    const auto value = [&s](Id id) { return s.values.sounding(id); };
+    if (value(kFreeze) >= 0.5) return std::numeric_limits<uint64_t>::max();
+    const double early = value(kEarlyReflections) >= 0.5 ? value(kErSize) : 0.0;
     // 60 dB in one decay time, behind the first trip.
-    const double late = 1.5 * s.value(kDecay) + 2.0 * s.value(kSize);
-    return static_cast<uint64_t>(s.rate * (s.predelay_seconds() + std::max(early, late)));
+    const double late = 1.5 * value(kDecay) + 2.0 * value(kSize);
+    const double predelay = s.predelay_seconds(value(kPredelay), value(kPredelaySync));
+    return static_cast<uint64_t>(s.rate * (predelay + std::max(early, late)));
 }
 
 Meters Reverb::read_meters() {

@@ -27,7 +27,7 @@ constexpr float kFall = 24.0f; // dB a second, of the level meters
 
 // The numbers of the URIs that tell a tempo; all 0 where the host has no map.
 struct Urids {
-    LV2_URID blank, object, position, beats_per_minute, beat_unit;
+    LV2_URID blank, object, position, beats_per_minute;
     LV2_URID types[4]; // of a number: Float, Double, Int, Long
 
     explicit Urids(const LV2_URID_Map* map) {
@@ -36,7 +36,6 @@ struct Urids {
         object = number(LV2_ATOM__Object);
         position = number(LV2_TIME__Position);
         beats_per_minute = number(LV2_TIME__beatsPerMinute);
-        beat_unit = number(LV2_TIME__beatUnit);
         const char* const names[] = {LV2_ATOM__Float, LV2_ATOM__Double, LV2_ATOM__Int,
                                      LV2_ATOM__Long};
         std::ranges::transform(names, types, number);
@@ -57,17 +56,15 @@ struct Urids {
         return std::nullopt;
     }
 
-    // Quarter notes a minute, of an event that tells a tempo.
+    // Quarter notes a minute, of an event that tells a tempo. The metre's beat does not count: a host that
+    // plays 120 quarters a minute in 6/8 tells 120 and a beat of an eighth (Ardour 7).
     std::optional<double> tempo(const LV2_Atom& event) const {
         if (position == 0 || (event.type != object && event.type != blank)) return std::nullopt;
         const auto& body = reinterpret_cast<const LV2_Atom_Object&>(event);
         if (body.body.otype != position) return std::nullopt;
-        const LV2_Atom *beats = nullptr, *unit = nullptr;
-        lv2_atom_object_get(&body, beats_per_minute, &beats, beat_unit, &unit, 0);
-        const std::optional<double> bpm = value(beats);
-        if (!bpm) return std::nullopt;
-        const double note = value(unit).value_or(4.0); // 4 is a quarter, 8 an eighth
-        return note > 0.0 ? *bpm * 4.0 / note : *bpm;
+        const LV2_Atom* beats = nullptr;
+        lv2_atom_object_get(&body, beats_per_minute, &beats, 0);
+        return value(beats);
     }
 };
 

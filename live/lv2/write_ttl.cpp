@@ -4,6 +4,8 @@
 // usage: write_ttl FOLDER VERSION [WINDOW]     VERSION: 1.2.3; WINDOW: file name of the window's library
 #include <lv2/atom/atom.h>
 #include <lv2/core/lv2.h>
+#include <lv2/options/options.h>
+#include <lv2/parameters/parameters.h>
 #include <lv2/port-groups/port-groups.h>
 #include <lv2/port-props/port-props.h>
 #include <lv2/presets/presets.h>
@@ -33,6 +35,8 @@ const std::string kPrefixes = "@prefix atom: <" LV2_ATOM_PREFIX "> .\n"
                               "@prefix doap: <http://usefulinc.com/ns/doap#> .\n"
                               "@prefix foaf: <http://xmlns.com/foaf/0.1/> .\n"
                               "@prefix lv2: <" LV2_CORE_PREFIX "> .\n"
+                              "@prefix opts: <" LV2_OPTIONS_PREFIX "> .\n"
+                              "@prefix param: <" LV2_PARAMETERS_PREFIX "> .\n"
                               "@prefix pg: <" LV2_PORT_GROUPS_PREFIX "> .\n"
                               "@prefix pprops: <" LV2_PORT_PROPS_PREFIX "> .\n"
                               "@prefix pset: <" LV2_PRESETS_PREFIX "> .\n"
@@ -314,7 +318,8 @@ std::string window_text(const std::string& binary) {
         .say("a", "ui:X11UI")
         .say("lv2:binary", uri(binary))
         .say("lv2:requiredFeature", "ui:idleInterface , ui:parent")
-        .say("lv2:optionalFeature", "ui:resize , ui:touch")
+        .say("lv2:optionalFeature", "opts:options , ui:resize , ui:touch , urid:map")
+        .say("opts:supportedOption", "param:sampleRate , ui:scaleFactor")
         .say("lv2:extensionData", "ui:idleInterface , ui:resize")
         .end(" .\n\n");
 }
