@@ -118,7 +118,7 @@ void update(Plugin& p) {
 
 bool is_api_supported(const clap_plugin_t* plugin, const char* api, bool is_floating) {
     Plugin& p = self(plugin);
-    if (!same_text(api, CLAP_WINDOW_API_X11) || is_floating || !p.host_timer) return false;
+    if (!same_text(api, CLAP_WINDOW_API_X11) || is_floating) return false;
     const bool in_use = p.gui.module;
     const bool supported = take_module(p.gui);
     if (!in_use) release_module(p.gui);
@@ -133,8 +133,11 @@ bool get_preferred_api(const clap_plugin_t* plugin, const char** api, bool* is_f
 
 bool create(const clap_plugin_t* plugin, const char* api, bool is_floating) {
     Plugin& p = self(plugin);
-    if (p.gui.module || !is_api_supported(plugin, api, is_floating)) return false;
-    if (!take_module(p.gui)) return false;
+    // The host's time is asked for here and not above: some hosts ask what is supported without offering
+    // anything themselves.
+    if (p.gui.module || !p.host_timer || !same_text(api, CLAP_WINDOW_API_X11) || is_floating ||
+        !take_module(p.gui))
+        return false;
     p.gui.scale = 0.0;
     p.gui.module->default_size(p.gui.scale, &p.gui.width, &p.gui.height);
     return true;
