@@ -13,6 +13,12 @@
 #include "tests/compare.h"
 #include "tests/decay_time.h"
 
+// What fontconfig keeps of its configuration until a program ends is none of the window's.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:libfontconfig";
+}
+
 namespace {
 
 using namespace brisel::live;

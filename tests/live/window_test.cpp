@@ -12,6 +12,12 @@
 #include "live/ui/layout.h"
 #include "tests/live/strict_host.h"
 
+// What fontconfig keeps of its configuration until a program ends is none of the window's.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:libfontconfig";
+}
+
 namespace {
 
 using strict_host::Frames;
