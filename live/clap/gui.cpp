@@ -188,8 +188,7 @@ bool adjust_size(const clap_plugin_t* plugin, uint32_t* width, uint32_t* height)
 
 bool set_size(const clap_plugin_t* plugin, uint32_t width, uint32_t height) {
     Gui& gui = self(plugin).gui;
-    constexpr uint32_t kMost = 16384; // pixels
-    if (!gui.module || width - 1 >= kMost || height - 1 >= kMost) return false;
+    if (!gui.module || width == 0 || height == 0) return false;
     gui.width = width;
     gui.height = height;
     if (gui.ui) gui.module->resize(gui.ui, width, height);

@@ -29,8 +29,10 @@ using namespace brisel::live;
 struct Frame {
     explicit Frame(int16_t x = 0, int16_t y = 0) {
         const xcb_screen_t* s = xcb_setup_roots_iterator(xcb_get_setup(display)).data;
+        const uint32_t events = XCB_EVENT_MASK_KEY_PRESS;
         xcb_create_window(display, s->root_depth, id, s->root, x, y, 720, 420, 0,
-                          XCB_WINDOW_CLASS_INPUT_OUTPUT, s->root_visual, 0, nullptr);
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, s->root_visual, XCB_CW_EVENT_MASK,
+                          &events);
         xcb_map_window(display, id);
         sync();
     }
@@ -39,6 +41,14 @@ struct Frame {
     Frame& operator=(const Frame&) = delete;
     void sync() const {
         std::free(xcb_get_input_focus_reply(display, xcb_get_input_focus(display), nullptr));
+    }
+    int events() const { // that have come since the last time
+        int count = 0;
+        while (xcb_generic_event_t* event = xcb_poll_for_event(display)) {
+            std::free(event);
+            ++count;
+        }
+        return count;
     }
     xcb_connection_t* display = xcb_connect(nullptr, nullptr);
     uint32_t id = xcb_generate_id(display);
@@ -131,6 +141,11 @@ TEST(ClapWindow, IsDraggedAndTheSoundFollows) {
     xdotool("key 7 period 5 Return");
     wait_ticks(3, [&] { window.tick(); });
     EXPECT_EQ(instance.value(kDecay), 7.5);
+    // A key that means nothing here is the host's.
+    EXPECT_EQ(frame.events(), 0);
+    xdotool("key space");
+    wait_ticks(2, [&] { window.tick(); });
+    EXPECT_EQ(frame.events(), 1);
     window.close();
     second.close();
     EXPECT_TRUE(instance.timers.empty() && instance.fds.empty());
