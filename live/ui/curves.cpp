@@ -62,7 +62,7 @@ double decay_time(const Settings& settings, double rate, double hz) {
         add(samples, loss);
         for (int stage = 0; stage + 1 < count; ++stage) {
             double lengths[kLines];
-            std::copy_n(stages + stage * kLines, kLines, lengths);
+            std::copy_n(&stages[stage * kLines], kLines, lengths);
             add(lengths, nullptr);
         }
         s -= excess / slope;
