@@ -11,8 +11,9 @@ namespace {
 
 // Means over the 16 lines.
 constexpr double kMeanLine = 19893.0 / 16.0 / 997.0; // of Size: the sum of the lengths' ratios
-constexpr double kMeanStages[] = {0.0, 7.5, 127.5, 2047.5};         // samples, 0 to 3 stages
-constexpr double kSettled = 1e-6;                                   // of the power
+constexpr double kMeanStages[] = {0.0, 7.5, 127.5, 2047.5}; // samples, 0 to 3 stages
+constexpr double kCoincidence = 1.66; // of the trips behind the first, without stages
+constexpr double kSettled = 1e-6;     // of the power
 constexpr double kLongestTime = 5.0, kShortestTime = kLevelSeconds; // seconds
 
 double mean_loop(const LateSettings& s, double rate) {
@@ -24,11 +25,15 @@ double mean_loop(const LateSettings& s, double rate) {
 // Each trip around the mean loop multiplies the power at w by |h|^2, h being the one-pole filter with gain
 // g_low at 0 Hz and g_high at half the rate. The sum of all trips is 1 / (1 - |h|^2); its mean over w is
 //   1 + g_low g_high / sqrt((1 - g_low^2) (1 - g_high^2)).
+// That takes all paths for incoherent, as the stages make them. Without stages paths through the same lines
+// in another order coincide and add up to more power, by kCoincidence as measured.
 double noise_power(const LateSettings& settings, double rate) {
     const double low =
         -3.0 * std::log(10.0) * mean_loop(settings, rate) / (rate * settings.decay); // ln g_low
     const double high = low * std::pow(10.0, settings.damp);
-    return 1.0 + std::exp(low + high) / std::sqrt(std::expm1(2.0 * low) * std::expm1(2.0 * high));
+    const double trips =
+        std::exp(low + high) / std::sqrt(std::expm1(2.0 * low) * std::expm1(2.0 * high));
+    return 1.0 + (settings.stages == 0 ? kCoincidence : 1.0) * trips;
 }
 
 void AutoLevel::prepare(double rate) {

@@ -53,7 +53,7 @@ using Slice = std::array<float, kLongestSlice>;
 } // namespace
 
 // Tiles are run in slices. What must not depend on how a host cuts its blocks happens at the start of a
-// slice that ends before the next such event, or, if it can wait, at knots, multiples of 64 frames.
+// slice that ends before the next such event, or, if it can wait, at knots, multiples of kKnot.
 struct Late::State {
     bool prepare(double rate);
     void reset();
@@ -246,6 +246,7 @@ void Late::State::find_gains(uint32_t frames) {
     struct Ends {
         float input, first, second, near, early, level;
     };
+    const __m256 row_gain = _mm256_set1_ps(Diffuser::kGain);
     const auto now = [&] {
         const Blend share(share_.value);
         const Blend diffusion(diffusion_.value);
@@ -275,8 +276,9 @@ void Late::State::find_gains(uint32_t frames) {
         _mm256_store_ps(&input_[t], input);
         _mm256_store_ps(&first_input_[t], _mm256_mul_ps(direct, first));
         _mm256_store_ps(&second_input_[t], _mm256_mul_ps(direct, second));
-        _mm256_store_ps(&first_rows_[t], _mm256_mul_ps(early, first));
-        _mm256_store_ps(&second_rows_[t], _mm256_mul_ps(early, second));
+        const __m256 diffused = _mm256_mul_ps(early, row_gain);
+        _mm256_store_ps(&first_rows_[t], _mm256_mul_ps(diffused, first));
+        _mm256_store_ps(&second_rows_[t], _mm256_mul_ps(diffused, second));
         _mm256_store_ps(&near_[t], near);
         _mm256_store_ps(&early_[t], early);
         _mm256_store_ps(&level_[t], ramp(begin.level, end.level));
@@ -309,14 +311,14 @@ void Late::State::step(const float* const in[2], float* const out[2], uint32_t f
         scale(in, first_input_, 0, frames);
         first().run(taps_, glide_, knot, x, out, frames);
         if (diffusing_) {
-            if (!ahead) first().add_rows(rows_, first_rows_.data(), frames, 0, frames);
+            if (!ahead) first().add_rows(rows_, first_rows_.data(), frames);
             mix_early(first(), out, frames);
         }
         if (second_) {
             scale(in, second_input_, 0, frames);
             other().run(taps_, glide_, knot, x, y, frames);
             if (diffusing_) {
-                if (!ahead) other().add_rows(rows_, second_rows_.data(), frames, 0, frames);
+                if (!ahead) other().add_rows(rows_, second_rows_.data(), frames);
                 mix_early(other(), y, frames);
             }
             add_second(out, frames);
@@ -377,11 +379,11 @@ void Late::State::inject(const float* const in[2], uint32_t from, uint32_t to) {
     }
     scale(in, first_input_, from, count);
     first().inject(x, from, count);
-    if (diffusing_) first().add_rows(rows_, first_rows_.data(), kTile, from, count);
+    if (diffusing_) first().add_to_tile(rows_, first_rows_.data(), from, count);
     if (!second_) return;
     scale(in, second_input_, from, count);
     other().inject(x, from, count);
-    if (diffusing_) other().add_rows(rows_, second_rows_.data(), kTile, from, count);
+    if (diffusing_) other().add_to_tile(rows_, second_rows_.data(), from, count);
 }
 
 uint64_t Late::State::longest_path() const {

@@ -1,8 +1,10 @@
 #include "live/engine/loop_decay.h"
 
+#include <immintrin.h>
+
 #include <algorithm>
-#include <bit>
 #include <cmath>
+#include <iterator>
 #include <numbers>
 
 #include "core/avx2/decay_gains_n16_avx2.h"
@@ -15,6 +17,10 @@ constexpr double kLn1000 = 3.0 * std::numbers::ln10;
 constexpr double kGlideSeconds = 0.02; // of each one-pole
 constexpr double kNear = 3e-6;         // of the smoothed variable: -110 dB of a gain
 
+__m256 broadcast(float x) {
+    return _mm256_set1_ps(x);
+}
+
 double share_of_way(double time, double loop) {
     return std::isinf(time) ? 1.0 : time / (time + kLn1000 * loop);
 }
@@ -23,19 +29,21 @@ double time_of(double share, double loop) {
     return kLn1000 * loop * share / (1.0 - share);
 }
 
-// 2^x for |x| <= 126, relative error below 3e-7, in operations that the compiler turns into vector
-// code: Taylor's terms for the fraction, which lies within 0.5.
-inline float exp2_of(float x) {
-    const float whole = std::floor(x + 0.5f);
-    const float y = (x - whole) * std::numbers::ln2_v<float>;
-    float sum = 1.0f / 720.0f;
-    sum = std::fma(sum, y, 1.0f / 120.0f);
-    sum = std::fma(sum, y, 1.0f / 24.0f);
-    sum = std::fma(sum, y, 1.0f / 6.0f);
-    sum = std::fma(sum, y, 0.5f);
-    sum = std::fma(sum, y, 1.0f);
-    sum = std::fma(sum, y, 1.0f);
-    return sum * std::bit_cast<float>((static_cast<int32_t>(whole) + 127) << 23);
+// 2^x for |x| <= 126, relative error below 3e-7: Taylor's terms for the fraction, which lies within 0.5.
+__m256 exp2_of(__m256 x) {
+    constexpr float kTerms[] = {1.0f / 720, 1.0f / 120, 1.0f / 24, 1.0f / 6, 1.0f / 2, 1.0f, 1.0f};
+    const __m256 whole = _mm256_round_ps(x, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+    const __m256 y = _mm256_mul_ps(_mm256_sub_ps(x, whole), broadcast(std::numbers::ln2_v<float>));
+    __m256 sum = broadcast(kTerms[0]);
+    for (size_t k = 1; k < std::size(kTerms); ++k)
+        sum = _mm256_fmadd_ps(sum, y, broadcast(kTerms[k]));
+    const __m256i exponent = _mm256_slli_epi32(_mm256_cvtps_epi32(whole), 23);
+    return _mm256_castsi256_ps(_mm256_add_epi32(_mm256_castps_si256(sum), exponent));
+}
+
+// Of eight loops, as floats.
+__m256 load_loops(const int32_t* loops) {
+    return _mm256_cvtepi32_ps(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(loops)));
 }
 
 // A filter that remembers for longer than 1000 frames has next to no output but what it held before it
@@ -89,17 +97,20 @@ float LoopDecay::log2_gain(double time) const {
 }
 
 ShelfRow LoopDecay::coefficients(const DecayTimes& times, const Loops& loops) const {
-    const float log2_low = log2_gain(times.low);
-    const float log2_high = log2_gain(times.high);
+    // Gains below 2^-60, -361 dB, leave no ratio to speak of.
+    const __m256 least = broadcast(-60.0f);
+    const __m256 log2_low = broadcast(log2_gain(times.low));
+    const __m256 log2_high = broadcast(log2_gain(times.high));
     ShelfRow row;
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        const auto samples = static_cast<float>(loops[i]);
-        // Gains below 2^-60, -361 dB, leave no ratio to speak of.
-        const float low = exp2_of(std::max(log2_low * samples, -60.0f));
-        const float high = exp2_of(std::max(log2_high * samples, -60.0f));
-        const float inverse = 1.0f / (low + high);
-        row.b0[i] = 2.0f * low * high * inverse;
-        row.a1[i] = std::min((low - high) * inverse, kSlowest);
+    for (size_t i = 0; i < BRISEL_LINES; i += 8) {
+        const __m256 samples = load_loops(&loops[i]);
+        const __m256 low = exp2_of(_mm256_max_ps(_mm256_mul_ps(log2_low, samples), least));
+        const __m256 high = exp2_of(_mm256_max_ps(_mm256_mul_ps(log2_high, samples), least));
+        const __m256 inverse = _mm256_div_ps(broadcast(1.0f), _mm256_add_ps(low, high));
+        const __m256 b0 = _mm256_mul_ps(_mm256_mul_ps(_mm256_add_ps(low, low), high), inverse);
+        const __m256 a1 = _mm256_mul_ps(_mm256_sub_ps(low, high), inverse);
+        _mm256_store_ps(&row.b0[i], b0);
+        _mm256_store_ps(&row.a1[i], _mm256_min_ps(a1, broadcast(kSlowest)));
     }
     return row;
 }
@@ -144,10 +155,12 @@ void LoopDecay::gain_ratios(const DecayGlide& glide,
                             std::array<float, BRISEL_LINES>& ratios) const {
     // Beyond 18 dB the crossfade would be over in its first frames.
     constexpr float kMost = 3.0f;
-    const float log2_low = log2_gain(glide.end().low);
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        const auto longer = static_cast<float>(next_.loops[i] - old_.loops[i]);
-        ratios[i] = exp2_of(std::clamp(log2_low * longer, -kMost, kMost));
+    const __m256 log2 = broadcast(log2_gain(glide.end().low));
+    for (size_t i = 0; i < BRISEL_LINES; i += 8) {
+        const __m256 longer =
+            _mm256_sub_ps(load_loops(&next_.loops[i]), load_loops(&old_.loops[i]));
+        const __m256 ratio = _mm256_max_ps(_mm256_mul_ps(log2, longer), broadcast(-kMost));
+        _mm256_storeu_ps(&ratios[i], exp2_of(_mm256_min_ps(ratio, broadcast(kMost))));
     }
 }
 

@@ -11,7 +11,7 @@
 namespace brisel::live {
 
 // Decay times move on knots of the engine's clock and their coefficients linearly from one to the next.
-inline constexpr uint32_t kKnot = 64; // frames
+inline constexpr uint32_t kKnot = 128; // frames
 
 // Seconds to fall by 60 dB at 0 Hz and at half the rate; infinite: no decay.
 struct DecayTimes {

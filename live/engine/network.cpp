@@ -3,13 +3,14 @@
 #include <immintrin.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "brisel/ffdn_defaults_n16.h"
-#include "core/avx2/runs.h"
 #include "core/ffdn_block_signals.h"
 #include "core/ffdn_block_storage.h"
 #include "core/network_math.h"
+#include "live/engine/ring.h"
 
 namespace brisel::live {
 
@@ -25,12 +26,16 @@ float sum_of(__m256 x) {
 
 // Of a line that fades from old to new taps: w = s r / (1 - s + s r), so that each tap is fed back with
 // its own length's gain when the filter's gain is the mix 1 - s : s of both.
-void tap_weights(std::array<float, BRISEL_LINES>& weights, float s,
-                 const std::array<float, BRISEL_LINES>& gain_ratios) {
+void tap_weights(float* weights, float s, const std::array<float, BRISEL_LINES>& gain_ratios) {
     for (size_t i = 0; i < BRISEL_LINES; ++i) {
         const float share = s * gain_ratios[i];
         weights[i] = share / (1.0f - s + share);
     }
+}
+
+__m256 smoothstep(__m256 x) {
+    const __m256 slope = _mm256_fnmadd_ps(_mm256_set1_ps(2.0f), x, _mm256_set1_ps(3.0f));
+    return _mm256_mul_ps(_mm256_mul_ps(x, x), slope);
 }
 
 } // namespace
@@ -155,21 +160,24 @@ void Network::forget_older(const Taps& taps, uint32_t frames) {
         if (taps.resizing()) {
             forget(i, taps.from(i), 0, frames);
             forget(i, taps.to(i), 0, frames);
-            continue;
-        }
-        uint32_t t = 0;
-        for (const TapRun& run : taps.runs(i)) {
-            forget(i, run.from, t, run.frames);
-            forget(i, run.to, t, run.frames);
-            t += run.frames;
+        } else if (taps.moving_lines() >> i & 1) {
+            uint32_t t = 0;
+            for (const TapRun& run : taps.runs(i)) {
+                forget(i, run.from, t, run.frames);
+                forget(i, run.to, t, run.frames);
+                t += run.frames;
+            }
+        } else {
+            forget(i, taps.delays()[i], 0, frames);
         }
     }
 }
 
-void Network::read(float* to, size_t line, uint32_t delay, uint32_t after, uint32_t count) {
-    const uint32_t mask = engine_.line_mask[line];
-    const uint32_t start = (static_cast<uint32_t>(written_) + after - delay) & mask;
-    copy_from_ring(to, ring(line), mask + 1, start, count);
+// A line's samples `delay` frames back from the one `after` frames ahead on.
+const float* Network::tap(size_t line, uint32_t delay, uint32_t after, uint32_t count,
+                          float* scratch) {
+    const uint32_t start = static_cast<uint32_t>(written_) + after - delay;
+    return find_in_ring(ring(line), engine_.line_mask[line], start, count, scratch);
 }
 
 // The lines that are not just read out of their rings stand in tap_block afterwards; returns them, a bit
@@ -180,70 +188,73 @@ uint32_t Network::read_lines(const Taps& taps, uint32_t frames) {
         read_resizing(taps, frames);
         return 0xFFFF;
     }
-    uint32_t prepared = 0;
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        const auto runs = taps.runs(i);
-        engine_.line_delay[i] = runs[0].to;
-        const bool rests = std::none_of(runs.begin(), runs.end(), [&](const TapRun& run) {
-            return run.fading() || run.to != runs[0].to;
-        });
-        if (rests) continue;
-        read_line(runs, i, engine_.tap_block + i * frames);
-        prepared |= 1u << i;
+    std::copy_n(taps.delays().data(), BRISEL_LINES, engine_.line_delay);
+    for (uint32_t rest = taps.moving_lines(); rest != 0; rest &= rest - 1) {
+        const auto line = static_cast<uint32_t>(std::countr_zero(rest));
+        read_line(taps.runs(line), line, engine_.tap_block + size_t{line} * frames);
     }
-    return prepared;
+    return taps.moving_lines();
 }
 
 void Network::read_line(std::span<const TapRun> runs, size_t line, float* row) {
+    const __m256 ramp = _mm256_setr_ps(0.f, 1.f, 2.f, 3.f, 4.f, 5.f, 6.f, 7.f);
     uint32_t t = 0;
     for (const TapRun& run : runs) {
-        read(row + t, line, run.to, t, run.frames);
-        if (run.fading()) {
-            float* old = old_[0].data();
-            read(old, line, run.from, t, run.frames);
-            const float scale = 1.0f / static_cast<float>(run.length);
-            for (uint32_t k = 0; k < run.frames; ++k) {
-                const float x = static_cast<float>(run.position + k) * scale;
-                const float s = x * x * (3.0f - 2.0f * x);
-                row[t + k] = std::fma(s, row[t + k] - old[k], old[k]);
-            }
+        const float* a = tap(line, run.from, t, run.frames, scratch_[0].data());
+        if (!run.fading()) {
+            copy_vectors(row + t, a, run.frames);
+            t += run.frames;
+            continue;
+        }
+        const float* b = tap(line, run.to, t, run.frames, scratch_[1].data());
+        const __m256 scale = _mm256_set1_ps(1.0f / static_cast<float>(run.length));
+        for (uint32_t k = 0; k < run.frames; k += kTile) {
+            const auto frame = static_cast<float>(run.position + k);
+            const __m256 x = _mm256_mul_ps(_mm256_add_ps(_mm256_set1_ps(frame), ramp), scale);
+            const __m256 old_tap = _mm256_loadu_ps(a + k);
+            const __m256 new_tap = _mm256_loadu_ps(b + k);
+            _mm256_storeu_ps(row + t + k, crossfade(old_tap, new_tap, smoothstep(x)));
         }
         t += run.frames;
     }
 }
 
 void Network::read_resizing(const Taps& taps, uint32_t frames) {
+    const __m256 eighths = ramp(0.0f, 1.0f);
+    const float* a[BRISEL_LINES];
+    const float* b[BRISEL_LINES];
     for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        read(old_[i].data(), i, taps.from(i), 0, frames);
-        read(new_[i].data(), i, taps.to(i), 0, frames);
+        a[i] = tap(i, taps.from(i), 0, frames, scratch_[2 * i].data());
+        b[i] = tap(i, taps.to(i), 0, frames, scratch_[2 * i + 1].data());
     }
     Fade fade = taps.resize();
-    std::array<float, BRISEL_LINES> begin;
-    std::array<float, BRISEL_LINES> end;
+    alignas(32) float begin[BRISEL_LINES];
+    alignas(32) float end[BRISEL_LINES];
+    alignas(32) float more[BRISEL_LINES];
     tap_weights(end, fade.weight(), gain_ratios_);
     for (uint32_t t = 0; t < frames; t += kTile) {
-        begin = end;
         fade.advance(kTile);
+        std::copy_n(end, BRISEL_LINES, begin);
         tap_weights(end, fade.weight(), gain_ratios_);
+        for (size_t i = 0; i < BRISEL_LINES; ++i) more[i] = end[i] - begin[i];
         const float next_gain = reserve_.next_gain(fade.weight());
         const __m256 gain = ramp(gain_, next_gain);
         gain_ = next_gain;
         __m256 taken = _mm256_setzero_ps();
         __m256 before = _mm256_setzero_ps();
-        __m256 behind = _mm256_setzero_ps();
-        for (size_t i = 0; i < BRISEL_LINES; ++i) {
-            const __m256 a = _mm256_loadu_ps(old_[i].data() + t);
-            const __m256 way = _mm256_sub_ps(_mm256_loadu_ps(new_[i].data() + t), a);
-            const __m256 w = ramp(begin[i], end[i]);
-            const __m256 step = _mm256_mul_ps(w, way);
-            const __m256 mixed = _mm256_add_ps(a, step);
-            const __m256 row = _mm256_mul_ps(mixed, gain);
-            // w (1 - w) way^2
+        float* row = engine_.tap_block + t;
+        for (size_t i = 0; i < BRISEL_LINES; ++i, row += frames) {
+            const __m256 old_tap = _mm256_loadu_ps(a[i] + t);
+            const __m256 way = _mm256_sub_ps(_mm256_loadu_ps(b[i] + t), old_tap);
+            const __m256 weight =
+                _mm256_fmadd_ps(_mm256_set1_ps(more[i]), eighths, _mm256_set1_ps(begin[i]));
+            const __m256 step = _mm256_mul_ps(weight, way);
+            const __m256 mixed = _mm256_add_ps(old_tap, step);
             taken = _mm256_fmadd_ps(step, _mm256_sub_ps(way, step), taken);
             before = _mm256_fmadd_ps(mixed, mixed, before);
-            behind = _mm256_fmadd_ps(row, row, behind);
-            _mm256_storeu_ps(engine_.tap_block + i * frames + t, row);
+            _mm256_storeu_ps(row, _mm256_mul_ps(mixed, gain));
         }
+        const __m256 behind = _mm256_mul_ps(before, _mm256_mul_ps(gain, gain));
         reserve_.settle(sum_of(taken), sum_of(before), sum_of(behind));
     }
 }
@@ -277,10 +288,13 @@ void Network::run(const Taps& taps, const DecayGlide& glide, uint32_t knot,
     }
 }
 
+float* Network::last_tile(size_t line) {
+    return ring(line) + (static_cast<uint32_t>(written_ - kTile) & engine_.line_mask[line]);
+}
+
 void Network::inject(const float* const in[2], uint32_t from, uint32_t count) {
     for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        const uint32_t tile = static_cast<uint32_t>(written_ - kTile) & engine_.line_mask[i];
-        float* v = ring(i) + tile + from;
+        float* v = last_tile(i) + from;
         for (uint32_t t = 0; t < count; ++t)
             v[t] = std::fma(engine_.in_right[i], in[1][t],
                             std::fma(engine_.in_left[i], in[0][t], v[t]));
@@ -288,36 +302,39 @@ void Network::inject(const float* const in[2], uint32_t from, uint32_t count) {
     for (size_t c = 0; c < 2; ++c) std::copy_n(in[c], count, inputs_[0][c] + from);
 }
 
-void Network::add_rows(const LineRows& rows, const float* gain, uint32_t frames, uint32_t from,
-                       uint32_t count) {
+void Network::add_rows(const LineRows& rows, const float* gain, uint32_t frames) {
     for (size_t i = 0; i < BRISEL_LINES; ++i) {
         const uint32_t mask = engine_.line_mask[i];
-        const uint32_t start = static_cast<uint32_t>(written_ - frames) + from;
-        const float* row = rows[i].data() + from;
-        for (uint32_t t = 0; t < count;) {
-            const uint32_t at = (start + t) & mask;
-            const uint32_t run = std::min(count - t, mask + 1 - at);
-            float* v = ring(i) + at;
-            for (uint32_t k = 0; k < run; ++k)
-                v[k] = std::fma(gain[from + t + k], row[t + k], v[k]);
-            t += run;
+        const uint32_t start = static_cast<uint32_t>(written_) - frames;
+        const float* row = rows[i].data();
+        for (uint32_t t = 0; t < frames; t += kTile) {
+            float* v = ring(i) + ((start + t) & mask);
+            _mm256_storeu_ps(v, _mm256_fmadd_ps(_mm256_loadu_ps(gain + t), _mm256_loadu_ps(row + t),
+                                                _mm256_loadu_ps(v)));
         }
     }
 }
 
-void Network::early_outputs(float* const out[2], uint32_t frames) {
-    for (size_t c = 0; c < 2; ++c) {
-        const float* slice = inputs_of_slice_[c];
-        for (uint32_t t = 0; t < kTile; ++t) out[c][t] = -inputs_[1][c][t];
-        for (uint32_t t = kTile; t < frames; ++t) out[c][t] = -slice[t - kTile];
-    }
-    const float gain = engine_.out_left[0];
-    float* row = old_[0].data();
+void Network::add_to_tile(const LineRows& rows, const float* gain, uint32_t from, uint32_t count) {
     for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        read(row, i, frames + kTile, 0, frames);
-        float* sum = out[i % 2];
-        for (uint32_t t = 0; t < frames; ++t) sum[t] = std::fma(gain, row[t], sum[t]);
+        float* v = last_tile(i);
+        for (uint32_t t = from; t < from + count; ++t) v[t] = std::fma(gain[t], rows[i][t], v[t]);
     }
+}
+
+void Network::early_outputs(float* const out[2], uint32_t frames) {
+    const float* rows[BRISEL_LINES];
+    for (size_t i = 0; i < BRISEL_LINES; ++i)
+        rows[i] = tap(i, frames + kTile, 0, frames, scratch_[i].data());
+    const __m256 gain = _mm256_set1_ps(engine_.out_left[0]);
+    for (size_t c = 0; c < 2; ++c)
+        for (uint32_t t = 0; t < frames; t += kTile) {
+            const float* input = t == 0 ? inputs_[1][c] : inputs_of_slice_[c] + t - kTile;
+            __m256 sum = _mm256_setzero_ps();
+            for (size_t i = c; i < BRISEL_LINES; i += 2)
+                sum = _mm256_add_ps(sum, _mm256_loadu_ps(rows[i] + t));
+            _mm256_storeu_ps(out[c] + t, _mm256_fmsub_ps(gain, sum, _mm256_loadu_ps(input)));
+        }
 }
 
 } // namespace brisel::live

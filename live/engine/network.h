@@ -55,10 +55,10 @@ public:
     // `count` frames of input, later than run() that had zeros there: for the frames from `from` on of
     // the tile that it ran.
     void inject(const float* const in[2], uint32_t from, uint32_t count);
-    // Adds gain[t] * row[t] to what the lines have taken in: t = from .. from + count - 1, where frame
-    // `frames` is the next one to be run.
-    void add_rows(const LineRows& rows, const float* gain, uint32_t frames, uint32_t from,
-                  uint32_t count);
+    // Adds gain[t] * row[t] to what the lines have taken in in the last `frames` frames; or in the frames
+    // from .. from + count - 1 of the last tile.
+    void add_rows(const LineRows& rows, const float* gain, uint32_t frames);
+    void add_to_tile(const LineRows& rows, const float* gain, uint32_t from, uint32_t count);
     // Of the frames that were run last: the outputs that the lines' inputs give without the lines, eight
     // frames late and without run()'s and inject()'s own inputs.
     void early_outputs(float* const out[2], uint32_t frames);
@@ -68,7 +68,8 @@ private:
     float* ring(size_t line) { return engine_.ring + engine_.line_offset[line]; }
     void forget(size_t line, uint32_t delay, uint32_t after, uint32_t count);
     void forget_older(const Taps& taps, uint32_t frames);
-    void read(float* to, size_t line, uint32_t delay, uint32_t after, uint32_t count);
+    const float* tap(size_t line, uint32_t delay, uint32_t after, uint32_t count, float* scratch);
+    float* last_tile(size_t line);
     uint32_t read_lines(const Taps& taps, uint32_t frames);
     void read_line(std::span<const TapRun> runs, size_t line, float* row);
     void read_resizing(const Taps& taps, uint32_t frames);
@@ -93,7 +94,7 @@ private:
 
     float inputs_[2][2][kTile] = {}; // of the last tile; of the last one before the slice
     const float* inputs_of_slice_[2] = {};
-    alignas(32) LineRows old_{}, new_{}; // scratch
+    std::array<std::array<float, kLongestSlice>, 2 * BRISEL_LINES> scratch_{};
 };
 
 } // namespace brisel::live

@@ -99,8 +99,15 @@ void Taps::step(size_t i) {
 }
 
 void Taps::plan(uint32_t frames) {
+    moving_lines_ = 0;
     for (size_t i = 0; i < BRISEL_LINES; ++i) {
         Line& line = lines_[i];
+        if (line.from == line.to && line.position + frames <= line.length) {
+            line.position += frames;
+            delays_[i] = to(i);
+            continue;
+        }
+        moving_lines_ |= 1u << i;
         counts_[i] = 0;
         for (uint32_t t = 0; t < frames;) {
             if (line.position == line.length) step(i);

@@ -14,7 +14,7 @@
 
 namespace brisel::live {
 
-inline constexpr uint32_t kMovingSlice = 64; // frames, the longest slice while something moves
+inline constexpr uint32_t kMovingSlice = 128; // frames, the longest slice while something moves
 
 using LineDelays = std::array<uint32_t, BRISEL_LINES>; // frames
 
@@ -47,8 +47,11 @@ public:
     // The planned frames are over. Returns whether a fade of all lines has ended with them.
     bool advance(uint32_t frames);
 
-    // Of one line in the planned frames; not while resizing.
+    // Of the planned frames, while not resizing: the lines that move in them, a bit each; their runs; and
+    // the delays of the others.
+    uint32_t moving_lines() const { return moving_lines_; }
     std::span<const TapRun> runs(size_t line) const { return {runs_[line].data(), counts_[line]}; }
+    const LineDelays& delays() const { return delays_; }
 
     // The fade of all lines.
     bool resizing() const { return resize_.running(); }
@@ -91,6 +94,8 @@ private:
     Fade resize_;
     ModulationDraws draws_{};
     std::array<Line, BRISEL_LINES> lines_{};
+    LineDelays delays_{};
+    uint32_t moving_lines_ = 0;
     std::array<std::array<TapRun, kMostRuns>, BRISEL_LINES> runs_{};
     std::array<size_t, BRISEL_LINES> counts_{};
 };

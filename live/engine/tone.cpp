@@ -1,9 +1,10 @@
 // Source of the sections: A. Simper, "Solving the continuous SVF equations using trapezoidal integration and
 // equivalent currents", 2013. With damping sqrt(2) the shelves are those of the exact plug-in.
 //
-// All four bands of both channels run in the lanes of one register. A band works a frame behind the one in
-// front of it, whose output moves up by two lanes from one step to the next; at both ends of a run some
-// lanes have no frame and keep their memories.
+// All four bands of both channels run in the lanes of one register. A band works two frames behind the one
+// in front of it, whose output moves up by two lanes; at both ends of a run some lanes have no frame and keep
+// their memories. From memory to output, up, and into memories again takes 24 cycles of latency: over two
+// frames' distance that is the 8 a frame which the memories' own recursion takes anyway.
 #include "live/engine/tone.h"
 
 #include <algorithm>
@@ -11,15 +12,16 @@
 #include <cstring>
 #include <numbers>
 
+#include "brisel/ffdn_eq.h"
 #include "live/engine/motion.h"
 
 namespace brisel::live {
 
 namespace {
 
-constexpr double kLowShelfHz = 250.0, kHighShelfHz = 4500.0; // as the exact plug-in has them
-constexpr double kLowCutOff = 20.0, kHighCutOff = 20000.0;   // Hz, where a cut is off
-constexpr double kHighestCorner = 0.45;                      // of the rate
+constexpr float kLowShelfHz = 250.0f, kHighShelfHz = 4500.0f; // as the exact plug-in has them
+constexpr double kLowCutOff = 20.0, kHighCutOff = 20000.0;    // Hz, where a cut is off
+constexpr double kHighestCorner = 0.45;                       // of the rate
 constexpr double kDamping = std::numbers::sqrt2;
 
 // All ones in the lanes of the bands first .. last.
@@ -38,27 +40,53 @@ void Tone::prepare(double rate) {
     share_ = share_of_tile(rate, kLevelSeconds);
 }
 
-void Tone::set_band(int band, double g, double m0, double m1, double m2) {
-    const double quantities[kQuantities] = {g, m0, m1, m2};
+void Tone::set_band(int band, const Section& section) {
+    const double quantities[kQuantities] = {section.g, section.k, section.m0, section.m1,
+                                            section.m2};
     for (int q = 0; q < kQuantities; ++q) {
         moving_ = moving_ || target_[q][band] != quantities[q];
         target_[q][band] = quantities[q];
     }
 }
 
+// The section with the transfer function of b0, b1, b2, a1, a2. Its high, band and low signals have the
+// numerators (1 - z^-1)^2, g (1 - z^-2), g^2 (1 + z^-1)^2 over the denominator, which times 1 + g k + g^2 is
+// 1 + g k + g^2 + 2 (g^2 - 1) z^-1 + (1 - g k + g^2) z^-2.
+Tone::Section Tone::section_of(const float* biquad) {
+    const double b0 = biquad[0], b1 = biquad[1], b2 = biquad[2], a1 = biquad[3], a2 = biquad[4];
+    const double at_zero = 1.0 + a1 + a2, at_half = 1.0 - a1 + a2; // the denominator, of the rate
+    const double g = std::sqrt(at_zero / at_half), scale = 4.0 / at_half;
+    const double k = (1.0 - a2) * scale / (2.0 * g);
+    const double m0 = (b0 - b1 + b2) / at_half;
+    return {g, k, m0, (b0 - b2) * scale / (2.0 * g) - k * m0, (b0 + b1 + b2) / at_zero - m0};
+}
+
 void Tone::set(const ToneSettings& settings) {
-    const auto g_of = [this](double hz) {
-        return std::tan(std::numbers::pi * std::min(hz / rate_, kHighestCorner));
+    const double highest = kHighestCorner * rate_;
+    const auto g_of = [&](double hz) {
+        return std::tan(std::numbers::pi * std::min(hz, highest) / rate_);
     };
     constexpr double k = kDamping;
-    const bool low_cut = settings.low_cut > kLowCutOff;
-    set_band(0, g_of(settings.low_cut), 1.0, low_cut ? -k : 0.0, low_cut ? -1.0 : 0.0);
-    double A = std::pow(10.0, settings.low_shelf / 40.0);
-    set_band(1, g_of(kLowShelfHz) / std::sqrt(A), 1.0, k * (A - 1.0), A * A - 1.0);
-    A = std::pow(10.0, settings.high_shelf / 40.0);
-    set_band(2, g_of(kHighShelfHz) * std::sqrt(A), A * A, k * (1.0 - A) * A, 1.0 - A * A);
-    const bool high_cut = settings.high_cut < kHighCutOff;
-    set_band(3, g_of(settings.high_cut), high_cut ? 0.0 : 1.0, 0.0, high_cut ? 1.0 : 0.0);
+    const Section low_cut = {g_of(settings.low_cut), k, 1.0, -k, -1.0};
+    const Section high_cut = {g_of(settings.high_cut), k, 0.0, 0.0, 1.0};
+    const auto off = [](const Section& section) {
+        return Section{section.g, section.k, 1.0, 0.0, 0.0};
+    };
+    set_band(0, settings.low_cut > kLowCutOff ? low_cut : off(low_cut));
+    set_band(3, settings.high_cut < kHighCutOff ? high_cut : off(high_cut));
+
+    // The shelves follow the exact plug-in's coefficients as they are, rounded to single precision.
+    ffdn_eq exact;
+    ffdn_eq_init(&exact, static_cast<int32_t>(rate_ + 0.5), kLowShelfHz,
+                 std::min(kHighShelfHz, static_cast<float>(highest)));
+    ffdn_eq_set_gains(&exact, static_cast<float>(settings.low_shelf),
+                      static_cast<float>(settings.high_shelf));
+    const Section level = {0.0, k, 1.0, 0.0, 0.0};
+    Section low = level, high = level;
+    low.g = g_of(kLowShelfHz);
+    high.g = g_of(kHighShelfHz);
+    set_band(1, exact.gain_low_db != 0.0f ? section_of(exact.low) : low);
+    set_band(2, exact.gain_high_db != 0.0f ? section_of(exact.high) : high);
 }
 
 void Tone::reset() {
@@ -103,12 +131,12 @@ void Tone::step() {
 // and y = m0 x + m1 v1 + m2 v2.
 void Tone::derive() {
     const __m256d one = _mm256_set1_pd(1.0), two = _mm256_set1_pd(2.0);
-    const __m256d g = _mm256_load_pd(value_[kG]), m0 = _mm256_load_pd(value_[kM0]);
-    const __m256d m1 = _mm256_load_pd(value_[kM1]), m2 = _mm256_load_pd(value_[kM2]);
-    const __m256d damped = _mm256_add_pd(g, _mm256_set1_pd(kDamping));
-    const __m256d a1 = _mm256_div_pd(one, _mm256_fmadd_pd(g, damped, one));
+    const __m256d g = _mm256_load_pd(value_[kG]), k = _mm256_load_pd(value_[kK]);
+    const __m256d m0 = _mm256_load_pd(value_[kM0]), m1 = _mm256_load_pd(value_[kM1]);
+    const __m256d m2 = _mm256_load_pd(value_[kM2]);
+    const __m256d damped = _mm256_mul_pd(g, _mm256_add_pd(g, k));
+    const __m256d a1 = _mm256_div_pd(one, _mm256_add_pd(one, damped));
     const __m256d a2 = _mm256_mul_pd(g, a1), a3 = _mm256_mul_pd(g, a2);
-    const __m256d twice_a2 = _mm256_mul_pd(two, a2);
 
     const auto put = [this](Coefficient c, __m256d bands) {
         const __m128 narrow = _mm256_cvtpd_ps(bands);
@@ -118,24 +146,21 @@ void Tone::derive() {
     put(kO0, _mm256_fmadd_pd(m2, a3, _mm256_fmadd_pd(m1, a2, m0)));
     put(kO1, _mm256_fmadd_pd(m2, a2, _mm256_mul_pd(m1, a1)));
     put(kO2, _mm256_fnmadd_pd(m1, a2, _mm256_fnmadd_pd(m2, a3, m2)));
-    put(kC11, _mm256_fmsub_pd(two, a1, one));
-    put(kC12, _mm256_sub_pd(_mm256_setzero_pd(), twice_a2));
-    put(kB1, twice_a2);
-    put(kC22, _mm256_fnmadd_pd(two, a3, one));
-    put(kC21, twice_a2);
-    // 2 a3 as what c22 lacks of 1 in single precision, too: a constant then rests in the memory exactly.
-    _mm256_store_ps(to_[kB2], _mm256_sub_ps(_mm256_set1_ps(1.0f), _mm256_load_ps(to_[kC22])));
+    put(kD1, _mm256_mul_pd(two, _mm256_mul_pd(damped, a1)));
+    put(kC, _mm256_mul_pd(two, a2));
+    put(kD2, _mm256_mul_pd(two, a3));
 }
 
 template <bool kMoving>
 void Tone::filter(float* left, float* right, uint32_t frames) {
     const __m256i up = _mm256_setr_epi32(0, 0, 0, 1, 2, 3, 4, 5);
-    // Eighths of the tile's way behind each band's frame, at step 0 less one.
-    const __m256 behind = _mm256_setr_ps(0.f, 0.f, 0.125f, 0.125f, 0.25f, 0.25f, 0.375f, 0.375f);
+    // Eighths of the tile's way by which each band is behind the first.
+    const __m256 behind = _mm256_setr_ps(0.f, 0.f, 0.25f, 0.25f, 0.5f, 0.5f, 0.75f, 0.75f);
     __m256 c[kCoefficients];
     if constexpr (!kMoving)
         for (int k = 0; k < kCoefficients; ++k) c[k] = _mm256_load_ps(to_[k]);
-    __m256 s1 = _mm256_load_ps(s1_), s2 = _mm256_load_ps(s2_), y = _mm256_setzero_ps();
+    __m256 s1 = _mm256_load_ps(s1_), s2 = _mm256_load_ps(s2_);
+    __m256 y = _mm256_setzero_ps(), before = y; // outputs of the last step and of the one before
 
     const auto advance = [&](__m256 x, uint32_t step) {
         if constexpr (kMoving) {
@@ -147,17 +172,17 @@ void Tone::filter(float* left, float* right, uint32_t frames) {
             }
         }
         const __m256 memories = _mm256_fmadd_ps(c[kO1], s1, _mm256_mul_ps(c[kO2], s2));
-        const __m256 n1 =
-            _mm256_fmadd_ps(c[kC11], s1, _mm256_fmadd_ps(c[kC12], s2, _mm256_mul_ps(c[kB1], x)));
-        const __m256 n2 =
-            _mm256_fmadd_ps(c[kC22], s2, _mm256_fmadd_ps(c[kC21], s1, _mm256_mul_ps(c[kB2], x)));
+        const __m256 rest = _mm256_sub_ps(x, s2);
+        const __m256 next = _mm256_fmadd_ps(c[kC], s1, s2);
+        s1 = _mm256_fmadd_ps(c[kC], rest, _mm256_fnmadd_ps(c[kD1], s1, s1));
+        s2 = _mm256_fmadd_ps(c[kD2], rest, next);
+        before = y;
         y = _mm256_fmadd_ps(c[kO0], x, memories);
-        s1 = n1;
-        s2 = n2;
     };
+    const auto passed_up = [&] { return _mm256_permutevar8x32_ps(before, up); };
     const auto input = [&](uint32_t t) {
         const __m128 frame = _mm_unpacklo_ps(_mm_load_ss(left + t), _mm_load_ss(right + t));
-        return _mm256_blend_ps(_mm256_permutevar8x32_ps(y, up), _mm256_castps128_ps256(frame), 0x3);
+        return _mm256_blend_ps(passed_up(), _mm256_castps128_ps256(frame), 0x3);
     };
     const auto output = [&](uint32_t t) {
         const __m128 high = _mm256_extractf128_ps(y, 1);
@@ -165,22 +190,22 @@ void Tone::filter(float* left, float* right, uint32_t frames) {
         _mm_store_ss(right + t, _mm_permute_ps(high, 3));
     };
     // Some bands only: the others keep their memories.
-    const auto advance_some = [&](__m256 x, uint32_t step, int first, int last) {
-        const __m256 old1 = s1, old2 = s2, active = lanes_of(first, last);
+    const auto advance_some = [&](__m256 x, uint32_t step, uint32_t first, uint32_t last) {
+        const __m256 old1 = s1, old2 = s2;
+        const __m256 active = lanes_of(static_cast<int>(first), static_cast<int>(last));
         advance(x, step);
         s1 = _mm256_blendv_ps(old1, s1, active);
         s2 = _mm256_blendv_ps(old2, s2, active);
     };
-    constexpr uint32_t kLag = kBands - 1; // frames of the last band behind the first
-    for (uint32_t step = 0; step < kLag; ++step)
-        advance_some(input(step), step, 0, static_cast<int>(step));
+    constexpr uint32_t kLag = 2 * (kBands - 1); // frames of the last band behind the first
+    static_assert(kLag <= kTile);
+    for (uint32_t step = 0; step < kLag; ++step) advance_some(input(step), step, 0, step / 2);
     for (uint32_t step = kLag; step < frames; ++step) {
         advance(input(step), step);
         output(step - kLag);
     }
     for (uint32_t k = 0; k < kLag; ++k) {
-        advance_some(_mm256_permutevar8x32_ps(y, up), frames + k, static_cast<int>(k) + 1,
-                     kBands - 1);
+        advance_some(passed_up(), frames + k, k / 2 + 1, kBands - 1);
         output(frames + k - kLag);
     }
     _mm256_store_ps(s1_, s1);

@@ -32,19 +32,24 @@ public:
 private:
     static constexpr int kBands = 4; // low cut, low shelf, high shelf, high cut
 
-    // A band's output is m0 x + m1 band + m2 low of a section with damping sqrt(2) and g = tan(pi f / rate).
-    // These four glide: a band that is off has m = 1, 0, 0.
-    enum Quantity { kG, kM0, kM1, kM2, kQuantities };
+    // A band's output is m0 x + m1 band + m2 low of a section with damping k and g = tan(pi f / rate). These
+    // five glide; a band that is off has m = 1, 0, 0.
+    enum Quantity { kG, kK, kM0, kM1, kM2, kQuantities };
     using Bands = double[kQuantities][kBands];
+    struct Section {
+        double g, k, m0, m1, m2;
+    };
+    static Section section_of(const float* biquad);
 
     // The section as a linear map of its memories s1, s2 and its input x:
     //   y   = o0 x + (o1 s1 + o2 s2)
-    //   s1' = c11 s1 + (c12 s2 + b1 x)
-    //   s2' = c22 s2 + (c21 s1 + b2 x)
-    enum Coefficient { kO0, kO1, kO2, kC11, kC12, kB1, kC22, kC21, kB2, kCoefficients };
+    //   s1' = (s1 - d1 s1) + c (x - s2)
+    //   s2' = (s2 + c s1) + d2 (x - s2)
+    // At low corners the memories change by little a frame: that little has coefficients of full precision.
+    enum Coefficient { kO0, kO1, kO2, kD1, kC, kD2, kCoefficients };
     using Lanes = float[8]; // of each band the left and the right channel
 
-    void set_band(int band, double g, double m0, double m1, double m2);
+    void set_band(int band, const Section& section);
     bool is_neutral() const;
     void step();   // the quantities by one tile
     void derive(); // the coefficients of the quantities
