@@ -205,7 +205,7 @@ double live_click(const LiveRow& row, const Course& course) {
     return measure(subject.subject(), course);
 }
 
-// ---- The exact plug-in, which starts anew with every change ----------------------------------------
+// ---- The exact plug-in, which starts anew with every change --------------------------------------
 
 struct ExactRow {
     const char* name;
@@ -270,7 +270,12 @@ Subject subject(Lv2Peer& peer, std::optional<size_t> control) {
 void print_peer(Lv2World& world, const LilvPlugin* plugin) {
     const auto first = start(world, plugin);
     if (!first) return;
-    print(first->name(), "nothing", "at rest", measure(subject(*first, std::nullopt), kNothing));
+    const double at_rest = measure(subject(*first, std::nullopt), kNothing);
+    if (at_rest < -200.0) {
+        fmt::print(stderr, "left out: {}: silent at its default settings\n", first->name());
+        return;
+    }
+    print(first->name(), "nothing", "at rest", at_rest);
     for (size_t k = 0; k < first->controls().size(); ++k) {
         const Lv2Peer::Control& c = first->controls()[k];
         if (!worth_turning(c.name)) continue;

@@ -353,8 +353,8 @@ void modulation() {
     fmt::print(
         "\n| Size 20 ms: Mod Depth in samples, Mod Rate | flatness (0.50) | sine of 1 kHz, beyond "
         "20 Hz (-50 dB) | sine of 5 kHz, beyond 200 Hz |\n|---|---:|---:|---:|\n");
-    for (const double depth : {0.0, 1.0, 2.0, 4.0, 8.0, 15.84})
-        for (const double rate : {0.3, 1.0, 2.0, 4.0}) {
+    for (const double depth : {0.0, 2.0, 8.0, 15.84})
+        for (const double rate : {0.3, 1.0}) {
             if (depth == 0.0 && rate != 1.0) continue;
             const auto s = with([&](LateSettings& x) {
                 x.size = 0.02, x.mod_depth = depth / kRate, x.mod_rate = rate;

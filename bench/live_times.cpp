@@ -52,6 +52,8 @@ const Row kRows[] = {
     {"diffusion", 1.9, {{kDiffusion, 1}}},
     {"duck", 2.0, {{kDuck, 12}}},
     {"four tone bands, against EQ", 1.5, kFourBands, {}, with_eq},
+    {"four tone bands moving, against EQ", 2.0, kFourBands, {kLowCut, kEqLow, kEqHigh, kHighCut},
+     with_eq},
     {"Mix moving", 1.5, {}, {kMix}},
     {"Decay moving", 1.5, {}, {kDecay}},
     {"Size moving", 2.0, {}, {kSize}},

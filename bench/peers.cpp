@@ -1,9 +1,10 @@
-// bench_peers: the plug-in, hosted through CLAP, beside the LV2 reverbs that are installed, on the same
-// signal in the same process: noise bursts, the same while the knob moves that sets the room's size (or
-// the decay, where there is none), then long silence. Everybody has default settings, blocks of one
-// length and flush-to-zero. The signal is cut into short segments, and each segment is rendered by all
-// plug-ins in turn, in random order, so that all meet the same conditions of the machine. With --traits,
-// what else sets them apart instead: presets, and whether blocks of another length sound the same.
+// bench_peers: the plug-in, hosted through CLAP, beside the LV2 reverbs that are installed, on the
+// same signal in the same process: noise bursts, the same while the knob moves that sets the room's
+// size (or the decay, where there is none), then long silence. Everybody has default settings,
+// blocks of one length and flush-to-zero. The signal is cut into short segments, and each segment
+// is rendered by all plug-ins in turn, in random order, so that all meet the same conditions of the
+// machine. With --traits, what else sets them apart instead: presets, and whether blocks of another
+// length sound the same.
 #include <fmt/format.h>
 
 #include <lv2/presets/presets.h>

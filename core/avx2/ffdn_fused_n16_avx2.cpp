@@ -30,11 +30,11 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <type_traits>
 #include <utility>
 
 #include "core/avx2/main_lines.h"
 #include "core/avx2/runs.h"
-#include "core/avx2/shelf.h"
 #include "core/avx2/tiles.h"
 
 namespace brisel {
@@ -50,6 +50,9 @@ constexpr uint32_t kLongRing = 4096;
 
 constexpr size_t kShortRow = kShortRing + kPiece;
 
+// Floats of BlockSignals::shelf_rows a frame.
+constexpr size_t kShelfStep = 2 * BRISEL_LINES / kTile;
+
 struct alignas(64) Workspace {
     float short_rows[BRISEL_LINES][kShortRow]; // 16 samples of history, then the piece
     float middle_line0[kMiddleRing];           // line 0 is not delayed and must not touch its rings
@@ -63,7 +66,7 @@ struct alignas(64) Workspace {
     float* homes[BRISEL_LINES];          // where the results that are there go
 };
 
-template <int K, bool kTwoBand, bool kStereoIn, bool kAlternating>
+template <int K, Decay kDecay, bool kStereoIn, bool kAlternating>
 class FusedLoop {
 public:
     FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared)
@@ -202,17 +205,20 @@ private:
         uint32_t far_wpos;
         const float* x_left; // the piece's input
         const float* x_right;
-        Shelf shelf;
+        const float* shelf_rows; // where coefficients glide
     };
 
     // B, B2, C and D.
     __attribute__((noinline)) void feed_back(uint32_t t0, uint32_t length) {
-        const Piece piece{e_.stages[1].ring,      e_.stages[2].ring,
-                          e_.stages[1].wpos + t0, e_.stages[2].wpos + t0,
-                          io_.x_left + t0,        kStereoIn ? io_.x_right + t0 : nullptr,
-                          shelf_of(e_, io_, t0)};
+        const Piece piece{e_.stages[1].ring,
+                          e_.stages[2].ring,
+                          e_.stages[1].wpos + t0,
+                          e_.stages[2].wpos + t0,
+                          io_.x_left + t0,
+                          kStereoIn ? io_.x_right + t0 : nullptr,
+                          kDecay == Decay::kGliding ? io_.shelf_rows + kShelfStep * t0 : nullptr};
         broadcast_gains(ws_.in_gains, kStereoIn ? e_.in_left : e_.in_gain, e_.in_right);
-        if (!kTwoBand) {
+        if (kDecay == Decay::kBroadband) {
             for (uint32_t p = 0; p < length; p += kTile) {
                 into_last_stage(piece, p);
                 decay(piece, p);
@@ -287,8 +293,11 @@ private:
     // C.
     inline __attribute__((always_inline)) void filter(const Piece& piece, float* filtered,
                                                       uint32_t p, __m256 (&memory)[2]) {
-        filter_tile(filtered, piece.shelf.tile(p), memory,
-                    [&](size_t line) { return last_row(piece, line, p); });
+        const auto row = [&](size_t line) { return last_row(piece, line, p); };
+        if (kDecay == Decay::kGliding)
+            filter_gliding_tile(filtered, piece.shelf_rows + kShelfStep * p, memory, row);
+        else
+            filter_tile(filtered, e_.shelf_b0, memory, row);
     }
 
     // D. The gains come from memory, where a fused operation takes them for nothing: in registers they
@@ -364,28 +373,49 @@ bool all_alternate(const ffdn_block_n16& e, bool stereo_in) {
            (stereo_in ? alternates(e.in_left) && alternates(e.in_right) : alternates(e.in_gain));
 }
 
-template <int K, bool kTwoBand, bool kStereoIn>
+template <int K, Decay kDecay, bool kStereoIn>
 void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     if (all_alternate(e, kStereoIn))
-        FusedLoop<K, kTwoBand, kStereoIn, true>(e, io, n, prepared).run();
+        FusedLoop<K, kDecay, kStereoIn, true>(e, io, n, prepared).run();
     else
-        FusedLoop<K, kTwoBand, kStereoIn, false>(e, io, n, prepared).run();
+        FusedLoop<K, kDecay, kStereoIn, false>(e, io, n, prepared).run();
 }
 
-template <int K, bool kTwoBand>
+template <int K, Decay kDecay>
 void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     if (io.x_right)
-        run<K, kTwoBand, true>(e, io, n, prepared);
+        run<K, kDecay, true>(e, io, n, prepared);
     else
-        run<K, kTwoBand, false>(e, io, n, prepared);
+        run<K, kDecay, false>(e, io, n, prepared);
 }
 
 template <int K>
 void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     if (e.two_band)
-        run<K, true>(e, io, n, prepared);
+        run<K, Decay::kTwoBand>(e, io, n, prepared);
     else
-        run<K, false>(e, io, n, prepared);
+        run<K, Decay::kBroadband>(e, io, n, prepared);
+}
+
+template <int K>
+void run_gliding(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
+    FusedLoop<K, Decay::kGliding, true, true>(e, io, n, prepared).run();
+}
+
+// Calls run(K) with the number of stages as a constant.
+template <typename Run>
+inline void with_stages(int32_t stages, Run run) {
+    switch (stages) {
+    case 1:
+        run(std::integral_constant<int, 1>());
+        break;
+    case 2:
+        run(std::integral_constant<int, 2>());
+        break;
+    default:
+        run(std::integral_constant<int, 3>());
+        break;
+    }
 }
 
 } // namespace
@@ -398,17 +428,10 @@ bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io) {
 }
 
 void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
-    switch (e.stage_count) {
-    case 1:
-        run<1>(e, io, n, prepared);
-        break;
-    case 2:
-        run<2>(e, io, n, prepared);
-        break;
-    default:
-        run<3>(e, io, n, prepared);
-        break;
-    }
+    if (io.shelf_rows)
+        with_stages(e.stage_count, [&](auto K) { run_gliding<K>(e, io, n, prepared); });
+    else
+        with_stages(e.stage_count, [&](auto K) { run<K>(e, io, n, prepared); });
 }
 
 } // namespace brisel

@@ -21,7 +21,6 @@
 
 #include "core/avx2/main_lines.h"
 #include "core/avx2/runs.h"
-#include "core/avx2/shelf.h"
 #include "core/avx2/tiles.h"
 
 namespace brisel {
@@ -41,7 +40,7 @@ struct alignas(64) Workspace {
     float* homes[BRISEL_LINES];
 };
 
-template <bool kStereoOut, bool kStereoIn, bool kTwoBand>
+template <bool kStereoOut, bool kStereoIn, Decay kDecay>
 class GenericLoop {
 public:
     GenericLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared)
@@ -151,15 +150,17 @@ private:
     __attribute__((noinline)) void feed_back(uint32_t t, uint32_t length) {
         const float* x_left = io_.x_left + t;
         const float* x_right = kStereoIn ? io_.x_right + t : nullptr;
-        if (kTwoBand)
-            feed_back_two_bands(x_left, x_right, shelf_of(e_, io_, t), length);
+        if (kDecay != Decay::kBroadband)
+            feed_back_two_bands(x_left, x_right, t, length);
         else
             feed_back_one_band(x_left, x_right, length);
     }
 
     // The filter's recursion waits for itself: the injection of the tile before fills it.
-    void feed_back_two_bands(const float* x_left, const float* x_right, Shelf shelf,
+    void feed_back_two_bands(const float* x_left, const float* x_right, uint32_t t,
                              uint32_t length) {
+        constexpr size_t kShelfStep = 2 * BRISEL_LINES / kTile; // floats a frame
+        const float* rows = kDecay == Decay::kGliding ? io_.shelf_rows + kShelfStep * t : nullptr;
         const float* gains = opaque(ws_.in_gains[0][0]);
         const auto inject = [&](const float* filtered, size_t p) {
             const __m256 left = _mm256_loadu_ps(x_left + p);
@@ -176,8 +177,11 @@ private:
         size_t p = 0;
         for (; p < length; p += kTile) {
             if (p > 0) inject(before, p - kTile);
-            filter_tile(now, shelf.tile(p), memory,
-                        [&](size_t line) { return ws_.delayed[line] + p; });
+            const auto row = [&](size_t line) { return ws_.delayed[line] + p; };
+            if (kDecay == Decay::kGliding)
+                filter_gliding_tile(now, rows + kShelfStep * p, memory, row);
+            else
+                filter_tile(now, e_.shelf_b0, memory, row);
             std::swap(now, before);
         }
         inject(before, p - kTile);
@@ -222,15 +226,17 @@ private:
 template <bool kStereoOut, bool kStereoIn>
 void run(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     if (e.two_band)
-        GenericLoop<kStereoOut, kStereoIn, true>(e, io, n, prepared).run();
+        GenericLoop<kStereoOut, kStereoIn, Decay::kTwoBand>(e, io, n, prepared).run();
     else
-        GenericLoop<kStereoOut, kStereoIn, false>(e, io, n, prepared).run();
+        GenericLoop<kStereoOut, kStereoIn, Decay::kBroadband>(e, io, n, prepared).run();
 }
 
 } // namespace
 
 void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
-    if (!io.y_right)
+    if (io.shelf_rows)
+        GenericLoop<true, true, Decay::kGliding>(e, io, n, prepared).run();
+    else if (!io.y_right)
         run<false, false>(e, io, n, prepared);
     else if (io.x_right)
         run<true, true>(e, io, n, prepared);

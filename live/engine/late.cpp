@@ -18,8 +18,6 @@ namespace brisel::live {
 
 namespace {
 
-constexpr double kLn1000 = 3.0 * std::numbers::ln10;
-
 // Time constants of each of two one-poles, seconds.
 constexpr double kMuteSeconds = 0.01;
 constexpr double kDiffusionSeconds = 0.02;
@@ -80,6 +78,11 @@ private:
     void find_gains(uint32_t frames);
     void scale(const float* const in[2], const Slice& gain, uint32_t from, uint32_t count);
     void step(const float* const in[2], float* const out[2], uint32_t frames, bool ahead);
+    void write_diffuser(const float* const in[2], uint32_t from, uint32_t count);
+    void run_network(Network& network, const Slice& input, const Slice& row_gain,
+                     const float* const in[2], float* const out[2], uint32_t frames, bool ahead);
+    void inject_into(Network& network, const Slice& input, const Slice& row_gain,
+                     const float* const in[2], uint32_t frames, uint32_t from, uint32_t count);
     void mix_early(Network& network, float* const out[2], uint32_t frames);
     void add_second(float* const out[2], uint32_t frames);
 
@@ -110,6 +113,7 @@ private:
 
     // Gains of the frames of a slice. `plain_`: all are 1 and there is nothing to add.
     bool plain_ = false;
+    bool steady_ = false;                                  // the gains are those of any slice
     alignas(32) Slice input_, first_input_, second_input_; // mute; and what each network takes
     alignas(32) Slice first_rows_, second_rows_;           // of the diffuser
     alignas(32) Slice near_, early_;                       // of the two kinds of outputs
@@ -117,7 +121,7 @@ private:
 
     alignas(32) Slice scaled_[2], y_[2], early_y_[2];
     alignas(32) Slice zeros_{};
-    LineRows rows_{};
+    Diffuser::Rows rows_{};
 };
 
 bool Late::State::prepare(double rate) {
@@ -147,7 +151,7 @@ void Late::State::reset() {
     share_.target = second_level_.target = 1.0;
     share_.snap();
     second_level_.snap();
-    diffusing_ = false;
+    diffusing_ = steady_ = false;
 }
 
 void Late::State::set(const LateSettings& settings) {
@@ -172,17 +176,7 @@ DecayTimes Late::State::target_times() const {
     // As the exact reverb rounds them.
     const auto decay = static_cast<float>(settings_.decay);
     const auto damp = static_cast<float>(settings_.damp);
-    DecayTimes times{decay, damp > 0.0f ? std::pow(0.1f, damp) * decay : decay};
-
-    // A step of modulation by one sample, weight s, passes 1 - 4 s (1 - s) sin^2(w / 2) of the energy:
-    // over a whole smoothstep 1 - 0.514 sin^2(w / 2). The filters' high band makes up for it, whose
-    // inverse power gain has the same shape.
-    const double nepers = 0.5 * (4.0 * 9.0 / 70.0) * taps_.share_of_steps();
-    if (nepers > 0.0) {
-        const double per_second = kLn1000 / times.high - nepers / mean_loop();
-        times.high = per_second > 0.0 ? kLn1000 / per_second : kNever;
-    }
-    return times;
+    return {decay, damp > 0.0f ? std::pow(0.1f, damp) * decay : decay};
 }
 
 uint32_t Late::State::slice_limit() const {
@@ -243,6 +237,10 @@ void Late::State::choose_network() {
 void Late::State::find_gains(uint32_t frames) {
     plain_ = !gains_move() && !second_ && !diffusing_ && mute_.value == 1.0;
     if (plain_) return;
+    // Where nothing moves, what a whole slice's tiles have had stays right for the next ones.
+    if (steady_ && !gains_move()) return;
+    steady_ = !gains_move();
+    if (steady_) frames = kLongestSlice;
     struct Ends {
         float input, first, second, near, early, level;
     };
@@ -288,39 +286,30 @@ void Late::State::find_gains(uint32_t frames) {
 // The products are never -0, which would let two ways of adding nothing differ.
 void Late::State::scale(const float* const in[2], const Slice& gain, uint32_t from,
                         uint32_t count) {
-    for (size_t c = 0; c < 2; ++c)
-        for (uint32_t t = 0; t < count; ++t) scaled_[c][t] = in[c][t] * gain[from + t] + 0.0f;
+    for (size_t c = 0; c < 2; ++c) {
+        const float* x = in[c];
+        const float* g = gain.data() + from;
+        float* y = scaled_[c].data();
+        for (uint32_t t = 0; t < count; ++t) y[t] = x[t] * g[t] + 0.0f;
+    }
 }
 
 void Late::State::step(const float* const in[2], float* const out[2], uint32_t frames, bool ahead) {
     taps_.plan(frames);
     find_gains(frames);
-    const auto knot = static_cast<uint32_t>(clock_ % kKnot);
     if (plain_) {
+        const auto knot = static_cast<uint32_t>(clock_ % kKnot);
         first().run(taps_, glide_, knot, in, out, frames);
     } else {
-        const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
-        float* const y[2] = {y_[0].data(), y_[1].data()};
         if (diffusing_) {
-            if (!ahead) {
-                scale(in, input_, 0, frames);
-                diffuser_.write(x, 0, frames);
-            }
-            diffuser_.run(rows_, taps_.resize(), frames);
+            diffuser_.begin(frames);
+            if (!ahead) write_diffuser(in, 0, frames);
+            diffuser_.run(rows_, taps_.resize());
         }
-        scale(in, first_input_, 0, frames);
-        first().run(taps_, glide_, knot, x, out, frames);
-        if (diffusing_) {
-            if (!ahead) first().add_rows(rows_, first_rows_.data(), frames);
-            mix_early(first(), out, frames);
-        }
+        run_network(first(), first_input_, first_rows_, in, out, frames, ahead);
         if (second_) {
-            scale(in, second_input_, 0, frames);
-            other().run(taps_, glide_, knot, x, y, frames);
-            if (diffusing_) {
-                if (!ahead) other().add_rows(rows_, second_rows_.data(), frames);
-                mix_early(other(), y, frames);
-            }
+            float* const y[2] = {y_[0].data(), y_[1].data()};
+            run_network(other(), second_input_, second_rows_, in, y, frames, ahead);
             add_second(out, frames);
         }
     }
@@ -331,13 +320,52 @@ void Late::State::step(const float* const in[2], float* const out[2], uint32_t f
     diffuser_.finish_resize();
 }
 
+void Late::State::write_diffuser(const float* const in[2], uint32_t from, uint32_t count) {
+    const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
+    scale(in, input_, from, count);
+    diffuser_.write(x, from, count);
+}
+
+// One network with its share of the inputs and of the diffuser's rows. The outputs behind the last stage
+// are to be without these: where they are needed, the lines get their inputs later.
+void Late::State::run_network(Network& network, const Slice& input, const Slice& row_gain,
+                              const float* const in[2], float* const out[2], uint32_t frames,
+                              bool ahead) {
+    const auto knot = static_cast<uint32_t>(clock_ % kKnot);
+    const float* const silence[2] = {zeros_.data(), zeros_.data()};
+    if (!diffusing_) {
+        const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
+        if (!ahead) scale(in, input, 0, frames);
+        network.run(taps_, glide_, knot, ahead ? silence : x, out, frames);
+        return;
+    }
+    network.run(taps_, glide_, knot, silence, out, frames);
+    mix_early(network, out, frames);
+    if (!ahead) inject_into(network, input, row_gain, in, frames, 0, frames);
+}
+
+// What run_network() leaves to be done when the inputs are there, of frames from .. from + count - 1.
+void Late::State::inject_into(Network& network, const Slice& input, const Slice& row_gain,
+                              const float* const in[2], uint32_t frames, uint32_t from,
+                              uint32_t count) {
+    const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
+    scale(in, input, from, count);
+    network.inject(x, frames, from, count);
+    if (diffusing_) network.inject_rows(rows_, row_gain.data(), frames, from, count);
+}
+
 // out = near * out + early * (what the lines take in)
 void Late::State::mix_early(Network& network, float* const out[2], uint32_t frames) {
     float* const early[2] = {early_y_[0].data(), early_y_[1].data()};
     network.early_outputs(early, frames);
     for (size_t c = 0; c < 2; ++c)
-        for (uint32_t t = 0; t < frames; ++t)
-            out[c][t] = std::fma(early_[t], early[c][t], near_[t] * out[c][t]);
+        for (uint32_t t = 0; t < frames; t += kTile) {
+            const __m256 far_part =
+                _mm256_mul_ps(_mm256_load_ps(&near_[t]), _mm256_loadu_ps(out[c] + t));
+            const __m256 sum = _mm256_fmadd_ps(_mm256_load_ps(&early_[t]),
+                                               _mm256_loadu_ps(early[c] + t), far_part);
+            _mm256_storeu_ps(out[c] + t, sum);
+        }
 }
 
 void Late::State::add_second(float* const out[2], uint32_t frames) {
@@ -369,21 +397,12 @@ void Late::State::run_ahead(float* const out[2]) {
 void Late::State::inject(const float* const in[2], uint32_t from, uint32_t to) {
     const uint32_t count = to - from;
     if (plain_) {
-        first().inject(in, from, count);
+        first().inject(in, kTile, from, count);
         return;
     }
-    const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
-    if (diffusing_) {
-        scale(in, input_, from, count);
-        diffuser_.write(x, static_cast<int32_t>(from) - static_cast<int32_t>(kTile), count);
-    }
-    scale(in, first_input_, from, count);
-    first().inject(x, from, count);
-    if (diffusing_) first().add_to_tile(rows_, first_rows_.data(), from, count);
-    if (!second_) return;
-    scale(in, second_input_, from, count);
-    other().inject(x, from, count);
-    if (diffusing_) other().add_to_tile(rows_, second_rows_.data(), from, count);
+    if (diffusing_) write_diffuser(in, from, count);
+    inject_into(first(), first_input_, first_rows_, in, kTile, from, count);
+    if (second_) inject_into(other(), second_input_, second_rows_, in, kTile, from, count);
 }
 
 uint64_t Late::State::longest_path() const {

@@ -23,26 +23,32 @@ constexpr float kLowShelfHz = 250.0f, kHighShelfHz = 4500.0f; // as the exact pl
 constexpr double kLowCutOff = 20.0, kHighCutOff = 20000.0;    // Hz, where a cut is off
 constexpr double kHighestCorner = 0.45;                       // of the rate
 constexpr double kDamping = std::numbers::sqrt2;
+constexpr uint32_t kKnotFrames = 16; // from one step of what glides to the next
+constexpr float kOfKnot = 1.0f / kKnotFrames;
 
-// All ones in the lanes of the bands first .. last.
-inline __m256 lanes_of(int first, int last) {
-    const __m256i band = _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3);
-    const __m256i below = _mm256_cmpgt_epi32(_mm256_set1_epi32(first), band);
-    const __m256i above = _mm256_cmpgt_epi32(band, _mm256_set1_epi32(last));
-    return _mm256_castsi256_ps(
-        _mm256_andnot_si256(_mm256_or_si256(below, above), _mm256_set1_epi32(-1)));
+// All ones in the lanes of the bands first .. last: a window of eight numbers in a row of them.
+inline __m256 lanes_of(uint32_t first, uint32_t last) {
+    constexpr uint32_t kOn = 0xffffffff;
+    alignas(32) static constexpr uint32_t kFromFirst[16] = {0,   0,   0,   0,   0,   0,   0,   0,
+                                                            kOn, kOn, kOn, kOn, kOn, kOn, kOn, kOn};
+    alignas(32) static constexpr uint32_t kToLast[16] = {kOn, kOn, kOn, kOn, kOn, kOn, kOn, kOn,
+                                                         0,   0,   0,   0,   0,   0,   0,   0};
+    const auto window = [](const uint32_t* row) {
+        return _mm256_castsi256_ps(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(row)));
+    };
+    return _mm256_and_ps(window(kFromFirst + 8 - 2 * first), window(kToLast + 6 - 2 * last));
 }
 
 } // namespace
 
 void Tone::prepare(double rate) {
     rate_ = rate;
-    share_ = share_of_tile(rate, kLevelSeconds);
+    share_ = 1.0 - std::exp(-static_cast<double>(kKnotFrames) / (rate * kLevelSeconds));
 }
 
 void Tone::set_band(int band, const Section& section) {
-    const double quantities[kQuantities] = {section.g, section.k, section.m0, section.m1,
-                                            section.m2};
+    const double quantities[kQuantities] = {section.g / (1.0 + section.g), section.k, section.m0,
+                                            section.m1, section.m2};
     for (int q = 0; q < kQuantities; ++q) {
         moving_ = moving_ || target_[q][band] != quantities[q];
         target_[q][band] = quantities[q];
@@ -96,6 +102,7 @@ void Tone::reset() {
     std::memset(s2_, 0, sizeof s2_);
     derive();
     moving_ = false;
+    knot_ = 0;
     neutral_ = is_neutral();
 }
 
@@ -131,7 +138,8 @@ void Tone::step() {
 // and y = m0 x + m1 v1 + m2 v2.
 void Tone::derive() {
     const __m256d one = _mm256_set1_pd(1.0), two = _mm256_set1_pd(2.0);
-    const __m256d g = _mm256_load_pd(value_[kG]), k = _mm256_load_pd(value_[kK]);
+    const __m256d u = _mm256_load_pd(value_[kU]), k = _mm256_load_pd(value_[kK]);
+    const __m256d g = _mm256_div_pd(u, _mm256_sub_pd(one, u));
     const __m256d m0 = _mm256_load_pd(value_[kM0]), m1 = _mm256_load_pd(value_[kM1]);
     const __m256d m2 = _mm256_load_pd(value_[kM2]);
     const __m256d damped = _mm256_mul_pd(g, _mm256_add_pd(g, k));
@@ -154,8 +162,9 @@ void Tone::derive() {
 template <bool kMoving>
 void Tone::filter(float* left, float* right, uint32_t frames) {
     const __m256i up = _mm256_setr_epi32(0, 0, 0, 1, 2, 3, 4, 5);
-    // Eighths of the tile's way by which each band is behind the first.
-    const __m256 behind = _mm256_setr_ps(0.f, 0.f, 0.25f, 0.25f, 0.5f, 0.5f, 0.75f, 0.75f);
+    // By so much of the way from knot to knot each band is behind the first.
+    const __m256 behind =
+        _mm256_mul_ps(_mm256_set1_ps(2.0f * kOfKnot), _mm256_setr_ps(0, 0, 1, 1, 2, 2, 3, 3));
     __m256 c[kCoefficients];
     if constexpr (!kMoving)
         for (int k = 0; k < kCoefficients; ++k) c[k] = _mm256_load_ps(to_[k]);
@@ -164,12 +173,10 @@ void Tone::filter(float* left, float* right, uint32_t frames) {
 
     const auto advance = [&](__m256 x, uint32_t step) {
         if constexpr (kMoving) {
-            const __m256 way =
-                _mm256_sub_ps(_mm256_set1_ps(0.125f * static_cast<float>(step + 1)), behind);
-            for (int k = 0; k < kCoefficients; ++k) {
-                const __m256 from = _mm256_load_ps(from_[k]);
-                c[k] = _mm256_fmadd_ps(way, _mm256_sub_ps(_mm256_load_ps(to_[k]), from), from);
-            }
+            const __m256 way = _mm256_sub_ps(
+                _mm256_set1_ps(kOfKnot * static_cast<float>(knot_ + step + 1)), behind);
+            for (int k = 0; k < kCoefficients; ++k)
+                c[k] = _mm256_fmadd_ps(way, _mm256_load_ps(way_[k]), _mm256_load_ps(from_[k]));
         }
         const __m256 memories = _mm256_fmadd_ps(c[kO1], s1, _mm256_mul_ps(c[kO2], s2));
         const __m256 rest = _mm256_sub_ps(x, s2);
@@ -192,7 +199,7 @@ void Tone::filter(float* left, float* right, uint32_t frames) {
     // Some bands only: the others keep their memories.
     const auto advance_some = [&](__m256 x, uint32_t step, uint32_t first, uint32_t last) {
         const __m256 old1 = s1, old2 = s2;
-        const __m256 active = lanes_of(static_cast<int>(first), static_cast<int>(last));
+        const __m256 active = lanes_of(first, last);
         advance(x, step);
         s1 = _mm256_blendv_ps(old1, s1, active);
         s2 = _mm256_blendv_ps(old2, s2, active);
@@ -212,20 +219,33 @@ void Tone::filter(float* left, float* right, uint32_t frames) {
     _mm256_store_ps(s2_, s2);
 }
 
+// From the present knot to the next one.
+void Tone::start_knot() {
+    neutral_ = false;
+    std::memcpy(from_, to_, sizeof from_);
+    step();
+    derive();
+    for (int k = 0; k < kCoefficients; ++k)
+        _mm256_store_ps(way_[k], _mm256_sub_ps(_mm256_load_ps(to_[k]), _mm256_load_ps(from_[k])));
+}
+
 void Tone::run(float* const wet[2], uint32_t frames) {
-    uint32_t t = 0;
-    for (; t < frames && moving_; t += kTile) {
-        neutral_ = false;
-        std::memcpy(from_, to_, sizeof from_);
-        step();
-        derive();
-        filter<true>(wet[0] + t, wet[1] + t, kTile);
-        if (moving_ || !is_neutral()) continue;
+    for (uint32_t t = 0; t < frames;) {
+        uint32_t n = frames - t;
+        if (knot_ == 0 && !moving_) {
+            if (!neutral_) filter<false>(wet[0] + t, wet[1] + t, n);
+            return;
+        }
+        if (knot_ == 0) start_knot();
+        n = std::min(n, kKnotFrames - knot_);
+        filter<true>(wet[0] + t, wet[1] + t, n);
+        knot_ = (knot_ + n) % kKnotFrames;
+        t += n;
+        if (knot_ != 0 || moving_ || !is_neutral()) continue;
         neutral_ = true;
         std::memset(s1_, 0, sizeof s1_);
         std::memset(s2_, 0, sizeof s2_);
     }
-    if (t < frames && !neutral_) filter<false>(wet[0] + t, wet[1] + t, frames - t);
 }
 
 } // namespace brisel::live

@@ -1,6 +1,6 @@
-// Brisel Live for LV2 hosts, one plug-in with a stereo input and one with a mono input. A thin shell: the
-// sound is the engine's. It asks nothing of its host: without a map of URIs it does not hear the host's
-// tempo, and that is all.
+// Brisel Live for LV2 hosts, one plug-in with a stereo input and one with a mono input. A thin
+// shell: the sound is the engine's. It asks nothing of its host: without a map of URIs it does not
+// hear the host's tempo, and that is all.
 #include <lv2/atom/atom.h>
 #include <lv2/atom/util.h>
 #include <lv2/core/lv2.h>
@@ -56,8 +56,8 @@ struct Urids {
         return std::nullopt;
     }
 
-    // Quarter notes a minute, of an event that tells a tempo. The metre's beat does not count: a host that
-    // plays 120 quarters a minute in 6/8 tells 120 and a beat of an eighth (Ardour 7).
+    // Quarter notes a minute, of an event that tells a tempo. The metre's beat does not count: a
+    // host that plays 120 quarters a minute in 6/8 tells 120 and a beat of an eighth (Ardour 7).
     std::optional<double> tempo(const LV2_Atom& event) const {
         if (position == 0 || (event.type != object && event.type != blank)) return std::nullopt;
         const auto& body = reinterpret_cast<const LV2_Atom_Object&>(event);
@@ -110,7 +110,8 @@ public:
     }
 
 private:
-    // The parameters whose ports have changed, as events; returns their number. A NaN changes nothing.
+    // The parameters whose ports have changed, as events; returns their number. A NaN changes
+    // nothing.
     size_t take_controls(Event (&events)[kParameters]) {
         size_t count = 0;
         for (uint16_t id = 0; id < kParameters; ++id) {

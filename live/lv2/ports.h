@@ -1,5 +1,5 @@
-// The ports of brisel-live.lv2: which there are, in which order, and what a number on a parameter's port
-// means. Read by the plug-in, its window and the program that describes them to hosts.
+// The ports of brisel-live.lv2: which there are, in which order, and what a number on a parameter's
+// port means. Read by the plug-in, its window and the program that describes them to hosts.
 #ifndef BRISEL_LIVE_LV2_PORTS_H
 #define BRISEL_LIVE_LV2_PORTS_H
 
@@ -14,8 +14,8 @@ inline constexpr const char* kStereoUri = "https://tamrockaudio.com/lv2/brisel-l
 inline constexpr const char* kMonoUri = "https://tamrockaudio.com/lv2/brisel-live-mono";
 inline constexpr const char* kWindowUri = "https://tamrockaudio.com/lv2/brisel-live-window";
 
-// The stereo plug-in's ports by index. The parameters stand last, by id, so that one that is appended to
-// their table is appended here.
+// The stereo plug-in's ports by index. The parameters stand last, by id, so that one that is
+// appended to their table is appended here.
 enum Port : uint32_t {
     kInLeft,
     kInRight, // the mono plug-in lacks this one
@@ -43,17 +43,17 @@ constexpr uint32_t index_of(uint32_t port, bool mono) {
     return mono && port > kInRight ? port - 1 : port;
 }
 
-// The number on a parameter's port: the one that people read ("40" is 40 ms, "30" is 30 %), so that every
-// host shows it well. Bypass is the other way about there: lv2:enabled.
+// The number on a parameter's port: the one that people read ("40" is 40 ms, "30" is 30 %), so that
+// every host shows it well. Bypass is the other way about there: lv2:enabled.
 inline float to_port(Id id, double value) {
     if (id == kBypass) return value > 0.0 ? 0.0f : 1.0f;
     return static_cast<float>(value * shown_scale(parameters()[id].unit));
 }
 
-// The parameter's value for a number on its port, not clamped; NaN for NaN. A number that is the nearest
-// one to a short decimal stands for that decimal: 1.3, not 1.2999999523. One that differs from the
-// default's by less than hosts keep in text, seven digits, is the default. So a value comes through this
-// port as it comes through every other format.
+// The parameter's value for a number on its port, not clamped; NaN for NaN. A number that is the
+// nearest one to a short decimal stands for that decimal: 1.3, not 1.2999999523. One that differs
+// from the default's by less than hosts keep in text, seven digits, is the default. So a value
+// comes through this port as it comes through every other format.
 inline double from_port(Id id, float number) {
     constexpr double kDecimals = 1e5;
     constexpr float kText = 1e-6f;

@@ -1,7 +1,10 @@
-// Writes what hosts read about brisel-live.lv2: manifest.ttl, brisel-live.ttl, and a file for each preset.
-// All of it comes from the table of the parameters, the ports and the presets; run while building.
+// Writes what hosts read about brisel-live.lv2: manifest.ttl, brisel-live.ttl, and a file for each
+// preset. All of it comes from the table of the parameters, the ports and the presets; run while
+// building.
 //
-// usage: write_ttl FOLDER VERSION [WINDOW]     VERSION: 1.2.3; WINDOW: file name of the window's library
+// usage: write_ttl FOLDER VERSION [WINDOW]
+//   VERSION   1.2.3
+//   WINDOW    file name of the window's library
 #include <lv2/atom/atom.h>
 #include <lv2/core/lv2.h>
 #include <lv2/options/options.h>
@@ -49,13 +52,13 @@ const std::string kPrefixes = "@prefix atom: <" LV2_ATOM_PREFIX "> .\n"
 
 constexpr const char* kProject = "https://tamrockaudio.com/brisel";
 
-// The shortest decimal that gives this number again, never with an exponent; with a point, since hosts
-// take "20" for an integer and not all of them expect one.
+// The shortest decimal that gives this number again, never with an exponent; with a point, since
+// hosts take "20" for an integer and not all of them expect one.
 std::string decimal(float number) {
     char text[64];
-    const auto end =
-        std::to_chars(text, text + sizeof text, number + 0.0f, std::chars_format::fixed).ptr;
-    const std::string digits(text, end);
+    const std::to_chars_result result =
+        std::to_chars(text, std::end(text), number + 0.0f, std::chars_format::fixed);
+    const std::string digits(text, static_cast<size_t>(result.ptr - text));
     return digits.find('.') == std::string::npos ? digits + ".0" : digits;
 }
 

@@ -84,12 +84,12 @@ private:
     void end_drag();
     void nudge(const Item& item, double steps, bool fine);
     void set_position(const Item& item, double position);
-    void activate(int item);
+    void activate(int index);
     void back_to_default(const Item& item);
     void open_menu(bool open);
     void choose_preset(int entry);
     bool menu_key(Key key);
-    void start_typing(int item);
+    void start_typing(int index);
     bool typing_key(Key key, char character);
     void stop_typing(bool take);
     void refresh_meters();

@@ -8,8 +8,8 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
-#include <limits>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -33,29 +33,25 @@ LV2_URID_Map map = {nullptr, number_of};
 const LV2_Feature kMap = {LV2_URID__map, &map};
 const LV2_Feature* const kFeatures[] = {&kMap, nullptr};
 
-class World {
-public:
-    World() : world(lilv_world_new()) {
-        LilvNode* bundle = lilv_new_file_uri(world, nullptr, BRISEL_LV2_BUNDLE);
-        lilv_world_load_bundle(world, bundle);
+// What lilv knows: the bundle alone.
+LilvWorld* world() {
+    static const std::unique_ptr<LilvWorld, decltype(&lilv_world_free)> world = [] {
+        LilvWorld* made = lilv_world_new();
+        LilvNode* bundle = lilv_new_file_uri(made, nullptr, BRISEL_LV2_BUNDLE);
+        lilv_world_load_bundle(made, bundle);
         lilv_node_free(bundle);
-    }
-    ~World() { lilv_world_free(world); }
-    const LilvPlugin* plugin(const char* uri) const {
-        LilvNode* node = lilv_new_uri(world, uri);
-        const LilvPlugin* found = lilv_plugins_get_by_uri(lilv_world_get_all_plugins(world), node);
-        lilv_node_free(node);
-        return found;
-    }
-    LilvWorld* const world;
-};
+        return std::unique_ptr<LilvWorld, decltype(&lilv_world_free)>(made, lilv_world_free);
+    }();
+    return world.get();
+}
 
 // An instance whose ports are connected by their symbols.
 class Instance {
 public:
-    Instance(const World& world, const char* uri, double rate,
-             const LV2_Feature* const* features = kFeatures)
-        : plugin(world.plugin(uri)) {
+    Instance(const char* uri, double rate, const LV2_Feature* const* features = kFeatures) {
+        LilvNode* node = lilv_new_uri(world(), uri);
+        plugin = lilv_plugins_get_by_uri(lilv_world_get_all_plugins(world()), node);
+        lilv_node_free(node);
         if (plugin) instance = lilv_plugin_instantiate(plugin, rate, features);
         if (!instance) return;
         controls.resize(lilv_plugin_get_num_ports(plugin));
@@ -68,9 +64,7 @@ public:
             if (std::isfinite(controls[index])) connect(symbol, &controls[index]);
         lilv_instance_activate(instance);
     }
-    ~Instance() {
-        if (instance) lilv_instance_free(instance);
-    }
+    ~Instance() { lilv_instance_free(instance); }
     void connect(const std::string& symbol, void* data) {
         lilv_instance_connect_port(instance, indices.at(symbol), data);
     }
@@ -110,12 +104,11 @@ struct TimePort {
     alignas(8) uint8_t buffer[256];
 };
 
-// Every parameter moves, in blocks of any length, some in place with the sides crossed; the tempo changes
-// inside of blocks. The plug-in for CLAP hosts, given the same values, gives the same bits; a mono input
-// sounds as the same signal on both sides.
+// Every parameter moves, in blocks of any length, some in place with the sides crossed; the tempo
+// changes inside of blocks. The plug-in for CLAP hosts, given the same values, gives the same bits;
+// a mono input sounds as the same signal on both sides.
 void compare_with_clap(const char* uri, bool mono) {
-    const World world;
-    Instance lv2(world, uri, 48000.0);
+    Instance lv2(uri, 48000.0);
     ASSERT_TRUE(lv2.instance);
     strict_host::Instance clap;
     ASSERT_TRUE(clap.activate(48000.0, kMostFrames));
@@ -123,7 +116,7 @@ void compare_with_clap(const char* uri, bool mono) {
     std::normal_distribution<float> noise(0.0f, 0.1f);
     const auto chance = [&] { return std::uniform_real_distribution<>(0.0, 1.0)(random); };
     TimePort time;
-    for (int block = 0; block < 300; ++block) {
+    for (size_t block = 0; block < 300; ++block) {
         const auto frames = static_cast<uint32_t>(std::pow(chance(), 3.0) * kMostFrames) + 1;
         strict_host::Events events;
         for (uint16_t number = 0; number < kParameters; ++number) {
@@ -148,7 +141,7 @@ void compare_with_clap(const char* uri, bool mono) {
         }
         if (mono) sides[1] = sides[0];
         const auto expected = clap.process(sides, 0, frames, &events);
-        const int crossed = block % 2;
+        const size_t crossed = block % 2;
         lv2.connect(mono ? "in" : "in_left", sides[0].data());
         if (!mono) lv2.connect("in_right", sides[1].data());
         lv2.connect("out_left", sides[crossed].data());
@@ -161,9 +154,6 @@ void compare_with_clap(const char* uri, bool mono) {
 
 TEST(Lv2, GivesTheBitsOfClapUnderAutomation) {
     compare_with_clap(kStereoUri, false);
-}
-
-TEST(Lv2, GivesTheBitsOfClapFromMono) {
     compare_with_clap(kMonoUri, true);
 }
 
@@ -177,10 +167,10 @@ const void* give(const char* symbol, void* data, uint32_t* size, uint32_t* type)
     return &(*static_cast<Instance*>(data))[symbol];
 }
 
-// Each preset, found as hosts find them, set, saved as a host's state, and read again from its files.
+// Each preset, found as hosts find them, set, saved as a host's state, and read again from its
+// files.
 TEST(Lv2, PresetsAndSavedStatesKeepEveryValue) {
-    const World world;
-    Instance lv2(world, kStereoUri, 48000.0);
+    Instance lv2(kStereoUri, 48000.0);
     ASSERT_TRUE(lv2.instance);
     const std::string folder = testing::TempDir() + "brisel-live-lv2-state";
     LV2_URID_Unmap unmap = {nullptr, [](LV2_URID_Unmap_Handle, LV2_URID number) {
@@ -192,9 +182,9 @@ TEST(Lv2, PresetsAndSavedStatesKeepEveryValue) {
         Preset read;
         ASSERT_TRUE(read_preset(preset.text, read));
         const std::string uri = kStereoUri + ("/presets/" + std::string(preset.key));
-        LilvNode* node = lilv_new_uri(world.world, uri.c_str());
-        ASSERT_EQ(lilv_world_load_resource(world.world, node), 1) << uri;
-        LilvState* state = lilv_state_new_from_world(world.world, &map, node);
+        LilvNode* node = lilv_new_uri(world(), uri.c_str());
+        ASSERT_EQ(lilv_world_load_resource(world(), node), 1) << uri;
+        LilvState* state = lilv_state_new_from_world(world(), &map, node);
         lilv_node_free(node);
         ASSERT_TRUE(state) << uri;
         EXPECT_EQ(lilv_state_get_label(state), preset.name);
@@ -213,9 +203,9 @@ TEST(Lv2, PresetsAndSavedStatesKeepEveryValue) {
 
         state = lilv_state_new_from_instance(lv2.plugin, lv2.instance, &map, nullptr, nullptr,
                                              nullptr, nullptr, give, &lv2, 0, nullptr);
-        lilv_state_save(world.world, &map, &unmap, state, nullptr, folder.c_str(), "state.ttl");
+        lilv_state_save(world(), &map, &unmap, state, nullptr, folder.c_str(), "state.ttl");
         LilvState* again =
-            lilv_state_new_from_file(world.world, &map, nullptr, (folder + "/state.ttl").c_str());
+            lilv_state_new_from_file(world(), &map, nullptr, (folder + "/state.ttl").c_str());
         ASSERT_TRUE(again) << uri;
         values.clear();
         lilv_state_emit_port_values(again, take, &values);
@@ -232,16 +222,14 @@ TEST(Lv2, PresetsAndSavedStatesKeepEveryValue) {
 }
 
 TEST(Lv2, BearsWhatHostsShouldNotDo) {
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    const World world;
-    for (double rate : {0.0, -48000.0, 999.0, 1e6, double{NAN}, double{kInfinity}})
-        EXPECT_FALSE(Instance(world, kStereoUri, rate).instance) << rate;
+    for (double rate : {0.0, -48000.0, 999.0, 1e6, std::nan(""), HUGE_VAL})
+        EXPECT_FALSE(Instance(kStereoUri, rate).instance) << rate;
     for (double rate : {1000.0, 7350.5, 48000.0, 768000.0}) {
-        Instance lv2(world, kStereoUri, rate, nullptr);
+        Instance lv2(kStereoUri, rate, nullptr);
         ASSERT_TRUE(lv2.instance) << rate;
         std::vector<float> left(777, 0.5f), right(777, -0.5f);
         left[5] = NAN;
-        right[6] = kInfinity;
+        right[6] = HUGE_VALF;
         for (const char* symbol :
              {"time", "input_level", "wet_level", "output_level", "ducking", "size"})
             lv2.connect(symbol, nullptr);
@@ -250,7 +238,7 @@ TEST(Lv2, BearsWhatHostsShouldNotDo) {
         lv2.connect("in_right", right.data());
         lv2.connect("out_left", left.data());
         lv2.connect("out_right", right.data());
-        for (float number : {float{NAN}, kInfinity, -kInfinity, 1e30f, -1e30f, 1e-42f, 0.0f}) {
+        for (float number : {NAN, HUGE_VALF, -HUGE_VALF, 1e30f, -1e30f, 1e-42f, 0.0f}) {
             for (uint16_t id = 0; id < kParameters; ++id)
                 lv2[symbol_of(static_cast<Id>(id))] = number;
             for (uint32_t frames : {777u, 0u, 1u, 63u}) {
@@ -266,8 +254,7 @@ TEST(Lv2, BearsWhatHostsShouldNotDo) {
 
 // The meters tell peaks in dBFS, also between two looks of the host.
 TEST(Lv2, MetersHoldPeaks) {
-    const World world;
-    Instance lv2(world, kStereoUri, 48000.0);
+    Instance lv2(kStereoUri, 48000.0);
     std::vector<float> left(64), right(64);
     for (const char* symbol : {"in_left", "out_left"}) lv2.connect(symbol, left.data());
     for (const char* symbol : {"in_right", "out_right"}) lv2.connect(symbol, right.data());
