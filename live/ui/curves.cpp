@@ -15,9 +15,13 @@ constexpr int kLines = 16;
 
 } // namespace
 
-// Line i, with its stages L samples around, has the loop filter b0 / (1 - a1 / z) with gains g_low at 0 Hz and g_high at half
-// the rate. All lines exchange their energy in every trip, so that the loss of all of them over the length of all of
-// them is the network's.
+// A trip leads through one of the delays e_j of each stage but the last, and then through line i: its
+// delay in the last stage and its own, d_i samples together, and its filter H_i = b0 / (1 - a1 / z). Which ones
+// they are is equally likely, since the network mixes them in between. The filter's gains, g_low at 0 Hz and g_high
+// at half the rate, are those of the whole loop of line i, its delays in all stages included. The energy falls
+// by exp(-s) a sample, with the s for which a trip returns what it takes:
+//
+//   mean_i exp(s d_i) |H_i|^2 * product over the stages of mean_j exp(s e_j) = 1
 double decay_time(const Settings& settings, double rate, double hz) {
     int32_t delays[kLines], sizes[kLines], stages[3 * kLines];
     const int count = static_cast<int>(settings[kScattering]);
@@ -27,18 +31,43 @@ double decay_time(const Settings& settings, double rate, double hz) {
     const double cosine = std::cos(2 * std::numbers::pi * hz / rate);
     const double rate_low = 3 * std::numbers::ln10 / (settings[kDecay] * rate); // nepers a sample
     const double rate_high = rate_low * std::pow(10.0, settings[kDamp]);
-    double loss = 0.0, length = 0.0; // nepers, samples
+    double samples[kLines], loss[kLines]; // loss: -ln |H|^2
+    double all_samples = 0.0, all_loss = 0.0;
     for (int line = 0; line < kLines; ++line) {
-        double samples = delays[line] * unit;
-        for (int stage = 0; stage < count; ++stage) samples += stages[stage * kLines + line];
-        const double ratio = std::exp((rate_high - rate_low) * samples); // g_low / g_high
-        const double a1 = (ratio - 1.0) / (ratio + 1.0);
-        // -ln |b0 / (1 - a1 / z)|, b0 = g_low (1 - a1)
-        loss +=
-            rate_low * samples - std::log1p(-a1) + 0.5 * std::log1p(a1 * a1 - 2.0 * a1 * cosine);
-        length += samples;
+        samples[line] = delays[line] * unit;
+        double loop = samples[line];
+        for (int stage = 0; stage < count; ++stage) loop += stages[stage * kLines + line];
+        if (count > 0) samples[line] += stages[(count - 1) * kLines + line];
+        const double ratio = std::exp((rate_high - rate_low) * loop); // g_low / g_high
+        const double a1 = (ratio - 1.0) / (ratio + 1.0), rest = 2.0 / (ratio + 1.0); // 1 - a1
+        // b0 = g_low (1 - a1), and |1 - a1 / z|^2 = (1 - a1)^2 + 2 a1 (1 - cos w)
+        loss[line] = 2.0 * rate_low * loop - 2.0 * std::log(rest) +
+                     std::log(rest * rest + 2.0 * a1 * (1.0 - cosine));
+        all_samples += loop;
+        all_loss += loss[line];
     }
-    return 3 * std::numbers::ln10 * length / (loss * rate);
+    double s = all_loss / all_samples;
+    for (int step = 0; step < 4; ++step) { // Newton's method
+        double excess = 0.0, slope = 0.0;
+        const auto add = [&](const double* lengths, const double* losses) {
+            double sum = 0.0, weighted = 0.0;
+            for (int i = 0; i < kLines; ++i) {
+                const double share = std::exp(s * lengths[i] - (losses ? losses[i] : 0.0));
+                sum += share;
+                weighted += share * lengths[i];
+            }
+            excess += std::log(sum / kLines);
+            slope += weighted / sum;
+        };
+        add(samples, loss);
+        for (int stage = 0; stage + 1 < count; ++stage) {
+            double lengths[kLines];
+            std::copy_n(&stages[stage * kLines], kLines, lengths);
+            add(lengths, nullptr);
+        }
+        s -= excess / slope;
+    }
+    return 6 * std::numbers::ln10 / (s * rate);
 }
 
 double damp_for(Settings settings, double rate, double hz, double seconds) {

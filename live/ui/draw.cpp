@@ -95,7 +95,7 @@ void View::draw(cairo_t* cr) {
         if (i == focus_ && focus_shown_) outline(cr, item.area.grown(-1), 4, kText, 0.5);
     }
     if (seen.meets(kMeterPanel)) draw_meters(cr);
-    if (menu_) draw_menu(cr);
+    if (menu_.is_open()) menu_.draw(cr, model_);
     if (tip_shown_ || refused_) draw_tip(cr);
     cairo_restore(cr);
     cairo_region_subtract(damage_, damage_);
@@ -203,22 +203,7 @@ void View::draw_meters(cairo_t* cr) const {
             const double taken = -20.0 * std::log10(std::max(double{shown_.duck}, 1e-3));
             fill(cr, {bar.x, bar.y, bar.w, bar.h * taken / (kCeiling - kFloor)}, 2, kToneColour);
         }
-        write(cr, x + pitch / 2, kMeterPanel.bottom() - 7, kNames[i], {8, kDim, Align::kCentre});
-    }
-}
-
-void View::draw_menu(cairo_t* cr) const {
-    fill(cr, kMenu, 8, kRaised);
-    outline(cr, kMenu, 8, kLine);
-    const auto& presets = model_.presets();
-    for (size_t i = 0; i < presets.size(); ++i) {
-        const Rect& cell = menu_cells_[i];
-        if (i == 0 || presets[i].category != presets[i - 1].category)
-            write(cr, cell.x + 8, cell.y - 5, presets[i].category, {9.5, kDecayColour});
-        if (static_cast<int>(i) == menu_entry_) fill(cr, cell, 4, kLine);
-        const bool present = static_cast<int>(i) == model_.preset();
-        write(cr, cell.x + 8, cell.y + 13, presets[i].name,
-              {11, present ? kDecayColour : kText, Align::kLeft, present});
+        write(cr, x + pitch / 2, kMeterPanel.bottom() - 7, kNames[i], {7.5, kDim, Align::kCentre});
     }
 }
 

@@ -15,7 +15,7 @@ constexpr Type kTitle = {9.5, kDim};
 constexpr Type kScale = {9, kDim, Align::kCentre};
 
 // Where the curves are inside their panel.
-constexpr Rect kCurves = {kCurvePanel.x + 34, kCurvePanel.y + 24, kCurvePanel.w - 48,
+constexpr Rect kCurves = {kCurvePanel.x + 34, kCurvePanel.y + 24, kCurvePanel.w - 66,
                           kCurvePanel.h - 44};
 constexpr double kLowest = 20.0, kHighest = 20000.0; // Hz
 constexpr double kShortest = 0.05, kLongest = 80.0;  // seconds
@@ -81,6 +81,12 @@ void draw_grid(cairo_t* cr) {
         char text[16];
         std::snprintf(text, sizeof text, "%g s", seconds);
         write(cr, kCurves.x - 5, y_of_time(seconds) + 3, text, {9, kDim, Align::kRight});
+    }
+    for (int decibels : {-20, 0, 20}) { // of the tone, at the other side
+        char text[16];
+        std::snprintf(text, sizeof text, decibels != 0 ? "%+d" : "%d dB", decibels);
+        write(cr, kCurvePanel.right() - 5, y_of_gain(decibels) + 3, text,
+              {8.5, kToneColour, Align::kRight});
     }
 }
 

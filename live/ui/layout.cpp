@@ -25,7 +25,7 @@ constexpr Cell kLevel[] = {
 constexpr std::span<const Cell> kCells[] = {kSpace, kMotion, kOutput, kEarly, kTone, kLevel};
 
 // A row of panels shares its width out by their number of cells.
-constexpr double kLeft = 12, kRight = 644, kGap = 8, kRowHeight = 80;
+constexpr double kLeft = 12, kRight = 640, kGap = 8, kRowHeight = 80;
 constexpr double kUpperRow = 246, kLowerRow = 332;
 constexpr Rect panel(double y, int before, int gaps, int cells, int all) {
     const double cell = (kRight - kLeft - 2 * kGap) / all;

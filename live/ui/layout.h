@@ -35,7 +35,7 @@ std::span<const Group> groups();
 const char* help_of(const Item& item);
 
 inline constexpr Rect kCurvePanel = {12, 46, 440, 194}, kBuildUpPanel = {460, 46, 248, 94},
-                      kDecayPanel = {460, 146, 248, 94}, kMeterPanel = {652, 246, 56, 166},
+                      kDecayPanel = {460, 146, 248, 94}, kMeterPanel = {648, 246, 60, 166},
                       kMenu = {12, 40, 696, 372};
 
 // Parts of a knob's or a switch's area.

@@ -6,6 +6,7 @@
 #include <lv2/ui/ui.h>
 #include <lv2/urid/urid.h>
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 
@@ -66,7 +67,7 @@ public:
         if (features_.resize)
             features_.resize->ui_resize(features_.resize->handle, int(window_->width()),
                                         int(window_->height()));
-        *widget = reinterpret_cast<LV2UI_Widget>(uintptr_t{window_->id()});
+        *widget = std::bit_cast<LV2UI_Widget>(uintptr_t{window_->id()});
         return true;
     }
 

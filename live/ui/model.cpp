@@ -115,7 +115,7 @@ void Model::scan_presets() {
 // do not mention it.
 ParameterMask Model::kept(const Preset& preset) const {
     constexpr ParameterMask kOnlyWhereGiven = kNotInPresets | bit_of(kMix);
-    return (kOnlyWhereGiven & ~preset.given) | (mix_locked() ? bit_of(kMix) : 0);
+    return (kOnlyWhereGiven & ~preset.given) | bit_of(kClear) | (mix_locked() ? bit_of(kMix) : 0);
 }
 
 bool Model::matches(const Preset& preset) const {

@@ -12,7 +12,7 @@ constexpr double kHighestRate = 48000.0; // Hz; enough for a picture
 
 // The least of some round spans that holds `seconds`, or the longest.
 double span_for(double seconds, std::initializer_list<double> spans) {
-    const auto fits = std::ranges::find_if(spans, [=](double span) { return span >= seconds; });
+    const auto* const fits = std::ranges::find_if(spans, [=](double span) { return span >= seconds; });
     return fits == spans.end() ? *(spans.end() - 1) : *fits;
 }
 
@@ -22,7 +22,7 @@ double decibels(double power) {
 
 } // namespace
 
-bool Response::measure(const Settings& wanted, double rate) {
+bool Response::measure(const Settings& settings, double rate) {
     rate = std::min(rate, kHighestRate);
     if (!reverb_ || rate != prepared_rate_) {
         reverb_ = std::make_unique<Reverb>();
@@ -30,10 +30,10 @@ bool Response::measure(const Settings& wanted, double rate) {
     }
     if (prepared_rate_ == 0.0) return false;
     // The wet signal of one moment: nothing that holds, ducks or silences it.
-    Settings settings = wanted;
-    settings[kMix] = 1.0;
-    for (Id id : {kDuck, kFreeze, kClear, kBypass}) settings[id] = parameters()[id].least;
-    reverb_->values().load(settings);
+    Settings played = settings;
+    played[kMix] = 1.0;
+    for (Id id : {kDuck, kFreeze, kClear, kBypass}) played[id] = parameters()[id].least;
+    reverb_->values().load(played);
     reverb_->reset();
 
     const double predelay = settings[kPredelay];

@@ -13,8 +13,6 @@ constexpr double kWheelStep = 0.02, kKeyStep = 0.01, kPageStep = 0.1;     // of 
 constexpr uint32_t kDoubleClick = 400, kTipDelay = 700, kClearHold = 100; // ms
 constexpr size_t kLongestTyped = 16;
 constexpr double kMeterFall = 0.85; // per refresh
-constexpr int kMenuRows = 19, kMenuColumns = 4;
-constexpr double kMenuRowHeight = 18.5;
 
 // What the response does not depend on.
 constexpr ParameterMask kNotInResponse = bit_of(kMix) | bit_of(kDuck) | bit_of(kDuckRelease) |
@@ -159,11 +157,8 @@ void View::pointer(const PointerEvent& event) {
     case PointerEvent::Kind::kMove:
         if (dragged_ != kNothing)
             drag(point, event.fine);
-        else if (menu_) {
-            if (const int entry = menu_entry_at(point); entry != menu_entry_) {
-                menu_entry_ = entry;
-                damage(kMenu);
-            }
+        else if (menu_.is_open()) {
+            if (menu_.light(menu_.entry_at(point.x, point.y))) damage(kMenu);
         } else
             hover(item_at(point), event.time);
         break;
@@ -174,7 +169,7 @@ void View::pointer(const PointerEvent& event) {
         end_drag();
         break;
     case PointerEvent::Kind::kScroll:
-        if (menu_ || typing_ || dragged_ != kNothing) break;
+        if (menu_.is_open() || typing_ || dragged_ != kNothing) break;
         if (const int item = item_at(point); item != kNothing) {
             if (items_[size_t(item)].kind == Kind::kPreset)
                 model_.step_preset(event.steps > 0 ? -1 : 1);
@@ -192,14 +187,11 @@ void View::press(Point point, const PointerEvent& event) {
     if (tip_shown_) damage(tip_area());
     tip_shown_ = false;
     tip_spent_ = true;
+    end_drag();
     stop_typing(true);
+    stop_typing(false); // what was refused
     focus_shown_ = false;
-    if (menu_) {
-        const int entry = menu_entry_at(point);
-        open_menu(false);
-        if (entry != kNothing) model_.load_preset(entry);
-        return;
-    }
+    if (menu_.is_open()) return choose_preset(menu_.entry_at(point.x, point.y));
     const int index = item_at(point);
     focus(index);
     if (index == kNothing) return;
@@ -291,7 +283,8 @@ void View::activate(int index) {
 }
 
 bool View::key(Key key, char character, bool fine) {
-    if (menu_) return menu_key(key);
+    if (dragged_ != kNothing) return false;
+    if (menu_.is_open()) return menu_key(key);
     if (typing_) return typing_key(key, character);
     const int count = static_cast<int>(items_.size());
     if (key == Key::kTab || key == Key::kBackTab) {
@@ -392,80 +385,35 @@ void View::stop_typing(bool take) {
 // Presets
 
 void View::open_menu(bool open) {
-    if (open || menu_) damage_all();
-    menu_ = open;
-    menu_entry_ = open ? model_.preset() : kNothing;
-    if (!open) return;
+    if (open == menu_.is_open()) return;
+    damage_all();
     hover(kNothing, time_);
-    model_.scan_presets();
-    // As few rows as four columns allow, or more columns where the menu is full.
-    int columns = 5;
-    for (int rows = 6; columns > kMenuColumns && rows <= kMenuRows; ++rows)
-        columns = place_menu_cells(rows);
-    const double width = (kMenu.w - 16) / std::max(columns, kMenuColumns);
-    for (Rect& cell : menu_cells_) {
-        cell.x = kMenu.x + 8 + width * cell.x;
-        cell.w = width;
-    }
+    if (open)
+        menu_.open(model_);
+    else
+        menu_.close();
 }
 
-// Fills columns from top to bottom, each category below its heading and, where it fits, in one column.
-// The cells' x are numbers of columns; returns how many there are.
-int View::place_menu_cells(int rows) {
-    const auto& presets = model_.presets();
-    menu_cells_.clear();
-    int row = 0, column = 0;
-    for (size_t i = 0; i < presets.size(); ++i) {
-        if (i == 0 || presets[i].category != presets[i - 1].category) {
-            const auto last = std::find_if(
-                presets.begin() + std::ptrdiff_t(i), presets.end(),
-                [&](const auto& entry) { return entry.category != presets[i].category; });
-            const int size = static_cast<int>(last - presets.begin()) - static_cast<int>(i);
-            if (row > 0 && row + 2 + std::min(size, rows - 1) > rows) {
-                row = 0;
-                ++column;
-            }
-            row += row > 0 ? 2 : 1; // a gap and the heading
-        } else if (row >= rows) {
-            row = 0;
-            ++column;
-        }
-        menu_cells_.push_back(
-            {double(column), kMenu.y + 8 + kMenuRowHeight * row++, 0, kMenuRowHeight});
-    }
-    return column + 1;
-}
-
-int View::menu_entry_at(Point point) const {
-    const auto cell = std::ranges::find_if(
-        menu_cells_, [=](const Rect& rect) { return rect.contains(point.x, point.y); });
-    return cell == menu_cells_.end() ? kNothing : static_cast<int>(cell - menu_cells_.begin());
+void View::choose_preset(int entry) {
+    open_menu(false);
+    if (entry != Menu::kNothing) model_.load_preset(entry);
 }
 
 bool View::menu_key(Key key) {
-    const int count = static_cast<int>(model_.presets().size());
-    const auto go = [&](int by) {
-        if (count == 0) return;
-        menu_entry_ = std::clamp(menu_entry_ + by, 0, count - 1);
-        damage(kMenu);
-    };
+    damage(kMenu);
     switch (key) {
     case Key::kUp:
-        return go(-1), true;
+        return menu_.step(-1), true;
     case Key::kDown:
-        return go(1), true;
+        return menu_.step(1), true;
     case Key::kPageUp:
     case Key::kLeft:
-        return go(-10), true;
+        return menu_.step(-10), true;
     case Key::kPageDown:
     case Key::kRight:
-        return go(10), true;
-    case Key::kEnter: {
-        const int entry = menu_entry_;
-        open_menu(false);
-        if (entry != kNothing) model_.load_preset(entry);
-        return true;
-    }
+        return menu_.step(10), true;
+    case Key::kEnter:
+        return choose_preset(menu_.lit()), true;
     case Key::kEscape:
         return open_menu(false), true;
     default:

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "live/ui/graphs.h"
-#include "live/ui/model.h"
+#include "live/ui/menu.h"
 
 namespace brisel::live::ui {
 
@@ -73,8 +73,6 @@ private:
 
     // view.cpp: behaviour
     int item_at(Point point) const;
-    int menu_entry_at(Point point) const;
-    int place_menu_cells(int rows);
     void move_nodes();
     void damage(const Rect& rect);
     void damage_item(int item);
@@ -86,11 +84,12 @@ private:
     void end_drag();
     void nudge(const Item& item, double steps, bool fine);
     void set_position(const Item& item, double position);
-    void activate(int item);
+    void activate(int index);
     void back_to_default(const Item& item);
     void open_menu(bool open);
+    void choose_preset(int entry);
     bool menu_key(Key key);
-    void start_typing(int item);
+    void start_typing(int index);
     bool typing_key(Key key, char character);
     void stop_typing(bool take);
     void refresh_meters();
@@ -101,7 +100,6 @@ private:
     void draw_switch(cairo_t* cr, int index) const;
     void draw_cell_text(cairo_t* cr, int index) const;
     void draw_meters(cairo_t* cr) const;
-    void draw_menu(cairo_t* cr) const;
     void draw_tip(cairo_t* cr) const;
     Rect tip_area() const;
     bool lit(int index) const { return index == hover_ || index == dragged_; }
@@ -129,9 +127,7 @@ private:
     bool clearing_ = false; // Clear is on, until clear_since_ is long enough ago
     uint32_t clear_since_ = 0;
 
-    bool menu_ = false;
-    int menu_entry_ = kNothing;
-    std::vector<Rect> menu_cells_; // of the presets
+    Menu menu_;
 
     bool typing_ = false, typed_fresh_ = false, refused_ = false; // into the item in focus
     std::string typed_;

@@ -13,6 +13,7 @@ namespace brisel::live::ui {
 namespace {
 
 constexpr double kLeastScale = 0.75, kMostScale = 4.0;
+constexpr uint32_t kMostPixels = 8192;
 constexpr uint32_t kShortestPause = 16; // ms between refreshes, however many events there are
 
 template <class Reply>
@@ -181,6 +182,8 @@ void Window::hide() {
 }
 
 void Window::resize(uint32_t width, uint32_t height) {
+    width = std::clamp(width, 1u, kMostPixels);
+    height = std::clamp(height, 1u, kMostPixels);
     const uint32_t values[] = {width, height};
     xcb_configure_window(connection_, window_, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT,
                          values);
@@ -315,7 +318,8 @@ void Window::handle_key(xcb_key_press_event_t event, bool pressed) {
         used = used && view_.key(key, character, shift);
         keys_used_[event.detail] = used;
     }
-    if (!keys_used_[event.detail]) {
+    const bool sent = event.response_type & 0x80; // by the host itself: it would come back for ever
+    if (!keys_used_[event.detail] && !sent) {
         event.event = parent_;
         xcb_send_event(connection_, 1, parent_,
                        pressed ? XCB_EVENT_MASK_KEY_PRESS : XCB_EVENT_MASK_KEY_RELEASE,
