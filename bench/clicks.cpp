@@ -1,15 +1,19 @@
 // bench_clicks: how much each parameter clicks when it steps between two values and back while the
-// reverb sounds: Brisel Live's, and those of the LV2 reverbs that are installed. The meter is
-// click_meter.h.
+// reverb sounds: Brisel Live's, the exact plug-in's, and those of the LV2 reverbs that are
+// installed. The meter is click_meter.h. With --record, what a sweep of Size sounds like, for
+// pictures.
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
+#include <fstream>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "bench/clap_instance.h"
 #include "bench/click_meter.h"
 #include "bench/lv2_peer.h"
 #include "core/flush_to_zero.h"
@@ -57,11 +61,13 @@ Course sweep(bool staircase) {
             2 * kApart + 2.0};
 }
 
-double measure(const Subject& subject, const Course& course) {
+using Sound = std::array<std::vector<float>, 2>;
+
+Sound render(const Subject& subject, const Course& course) {
     const auto frames = static_cast<size_t>(course.length * kRate) / kBlock * kBlock;
     const std::vector<float> left = click_programme(kRate, frames, 1);
     const std::vector<float> right = click_programme(kRate, frames, 2);
-    std::vector<float> out[2] = {std::vector<float>(frames), std::vector<float>(frames)};
+    Sound out = {std::vector<float>(frames), std::vector<float>(frames)};
     double position = -1.0;
     for (size_t t = 0; t < frames; t += kBlock) {
         const double now = course.position(static_cast<double>(t) / kRate);
@@ -70,17 +76,34 @@ double measure(const Subject& subject, const Course& course) {
         float* const to[2] = {out[0].data() + t, out[1].data() + t};
         subject.process(in, to);
     }
+    return out;
+}
+
+double measure(const Subject& subject, const Course& course) {
     double worst = -300.0;
-    for (const auto& channel : out) {
+    for (const auto& channel : render(subject, course)) {
         for (double change : course.changes) {
             // Without what follows the next change.
             const auto end = static_cast<size_t>((change + kApart + course.duration) * kRate);
-            const auto heard = std::span(channel).first(std::min(end, frames));
+            const auto heard = std::span(channel).first(std::min(end, channel.size()));
             const auto at = static_cast<size_t>(change * kRate) / kBlock * kBlock;
             worst = std::max(worst, click_db(heard, at, kRate, course.duration));
         }
     }
     return worst;
+}
+
+// The left side as 32-bit floats, in FOLDER/NAME.f32.
+void record(const std::string& folder, const std::string& name, const Sound& sound) {
+    const std::string file = folder + "/" + name + ".f32";
+    std::ofstream stream(file, std::ios::binary);
+    stream.write(reinterpret_cast<const char*>(sound[0].data()),
+                 static_cast<std::streamsize>(sound[0].size() * sizeof(float)));
+    if (!stream.flush()) {
+        fmt::print(stderr, "bench_clicks: cannot write {}\n", file);
+        std::exit(1);
+    }
+    fmt::print("{}\n", file);
 }
 
 // ---- Brisel Live --------------------------------------------------------------------------------
@@ -184,6 +207,36 @@ double live_click(const LiveRow& row, const Course& course) {
     return measure(subject.subject(), course);
 }
 
+// ---- The exact plug-in, which starts anew with every change -------------------------------------
+
+struct ExactRow {
+    const char* name;
+    clap_id id;
+    double from, to;
+};
+constexpr clap_id kExactMix = 4;
+constexpr ExactRow kExactRows[] = {{"Mix", kExactMix, 0.0, 1.0},
+                                   {"Width", 5, 0.0, 1.0},
+                                   {"Decay 0.5, 4 s", 1, 0.5, 4.0},
+                                   {"Damp", 3, 0.0, 1.0},
+                                   {"Size 40, 160 ms", 0, 0.04, 0.16}};
+
+double exact_click(const ExactRow& row, const Course& course) {
+    const ClapLibrary library(BRISEL_CLAP_FILE);
+    ClapInstance exact(library);
+    exact.start(kRate, kBlock);
+    float silence[kBlock] = {}, unheard[2][kBlock];
+    exact.set_parameter(kExactMix, 1.0);
+    exact.process(silence, silence, unheard[0], unheard[1]);
+    return measure({[&](double position) {
+                        exact.set_parameter(row.id, row.from + (row.to - row.from) * position);
+                    },
+                    [&](const float* const in[2], float* const out[2]) {
+                        exact.process(in[0], in[1], out[0], out[1]);
+                    }},
+                   course);
+}
+
 // ---- The others ---------------------------------------------------------------------------------
 
 bool worth_turning(const std::string& name) {
@@ -205,27 +258,43 @@ std::unique_ptr<Lv2Peer> start(Lv2World& world, const LilvPlugin* plugin) {
     return peer;
 }
 
+// With one of its controls in question, or none.
+Subject subject(Lv2Peer& peer, std::optional<size_t> control) {
+    return {[&peer, control](double position) {
+                if (!control) return;
+                const Lv2Peer::Control& c = peer.controls()[*control];
+                *c.value = c.least + (c.most - c.least) * static_cast<float>(position);
+            },
+            [&peer](const float* const in[2], float* const out[2]) {
+                peer.process(in[0], in[1], out[0], out[1]);
+            }};
+}
+
 // A new instance for each control, so that each starts from the defaults.
 void print_peer(Lv2World& world, const LilvPlugin* plugin) {
     const auto first = start(world, plugin);
     if (!first) return;
-    const auto click = [&](std::optional<size_t> control) {
-        const auto peer = start(world, plugin);
-        const Subject subject = {[&](double position) {
-                                     if (!control) return;
-                                     const Lv2Peer::Control& c = peer->controls()[*control];
-                                     *c.value = c.least +
-                                                (c.most - c.least) * static_cast<float>(position);
-                                 },
-                                 [&](const float* const in[2], float* const out[2]) {
-                                     peer->process(in[0], in[1], out[0], out[1]);
-                                 }};
-        return measure(subject, control ? kSteps : kNothing);
-    };
-    print(first->name(), "nothing", "at rest", click(std::nullopt));
+    const double at_rest = measure(subject(*first, std::nullopt), kNothing);
+    if (at_rest < -200.0) {
+        fmt::print(stderr, "left out: {}: silent at its default settings\n", first->name());
+        return;
+    }
+    print(first->name(), "nothing", "at rest", at_rest);
     for (size_t k = 0; k < first->controls().size(); ++k) {
         const Lv2Peer::Control& c = first->controls()[k];
-        if (worth_turning(c.name)) print(first->name(), c.name, "step and back", click(k));
+        if (!worth_turning(c.name)) continue;
+        const auto peer = start(world, plugin);
+        print(first->name(), c.name, "step and back", measure(subject(*peer, k), kSteps));
+    }
+}
+
+// Of those that have a control of that name.
+void record_peer(Lv2World& world, const LilvPlugin* plugin, const std::string& folder) {
+    const auto peer = start(world, plugin);
+    if (!peer) return;
+    for (size_t k = 0; k < peer->controls().size(); ++k) {
+        if (peer->controls()[k].name != "Size") continue;
+        record(folder, peer->name(), render(subject(*peer, k), sweep(false)));
     }
 }
 
@@ -233,7 +302,7 @@ void print_peer(Lv2World& world, const LilvPlugin* plugin) {
 
 int main(int argc, char** argv) {
     bool no_peers = false;
-    std::string only;
+    std::string only, folder;
     CLI::App app("Prints how much each parameter clicks, dB below the programme.");
     app.add_flag("--no-peers", no_peers, "Brisel Live only");
     app.add_option("--only", only, "parameters of Brisel Live whose name begins so");
@@ -244,12 +313,20 @@ int main(int argc, char** argv) {
         },
         "key=value, as in a preset but with numbers as shown: a setting of Brisel Live in every "
         "row");
+    app.add_option("--record", folder, "write what a sweep of Size sounds like into this folder");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
     const brisel::FlushToZeroScope flush_to_zero; // as hosts have it
+    if (!folder.empty()) {
+        LiveSubject live(kLiveSweeps[0]);
+        record(folder, "Brisel Live", render(live.subject(), sweep(false)));
+        Lv2World world;
+        for (const LilvPlugin* plugin : world.reverbs()) record_peer(world, plugin, folder);
+        return 0;
+    }
     fmt::print("| reverb | parameter | how | click, dB |\n|---|---|---|---:|\n");
     if (only.empty())
         print("Brisel Live", "nothing", "at rest", live_click(kLiveRows[0], kNothing));
@@ -263,6 +340,9 @@ int main(int argc, char** argv) {
         print("Brisel Live", row.name, "the same, every 1024 frames", live_click(row, sweep(true)));
     }
     if (no_peers) return 0;
+    print("Brisel", "nothing", "at rest", exact_click(kExactRows[0], kNothing));
+    for (const ExactRow& row : kExactRows)
+        print("Brisel", row.name, "step and back", exact_click(row, kSteps));
     Lv2World world;
     for (const LilvPlugin* plugin : world.reverbs()) print_peer(world, plugin);
 }

@@ -76,16 +76,16 @@ inline double peak(const Signal& x, size_t from, size_t to) {
     return highest;
 }
 
-// Power of each line of the spectrum of a power of two of frames, seen through the four-term
-// Blackman-Harris window, whose side lobes lie at -92 dB.
-inline std::vector<double> spectrum(const Signal& x, size_t from, size_t frames) {
+enum class Window { kNone, kBlackmanHarris }; // the latter of four terms, with side lobes at -92 dB
+
+// Power of each line of the spectrum of a power of two of frames.
+inline std::vector<double> spectrum(const Signal& x, size_t from, size_t frames, Window shape) {
     using Complex = std::complex<double>;
     constexpr double kPi = std::numbers::pi;
     std::vector<Complex> z(frames);
     for (size_t t = 0, reversed = 0; t < frames; ++t) {
         const double p = 2.0 * kPi * static_cast<double>(t) / static_cast<double>(frames);
-        const double window =
-            0.35875 - 0.48829 * std::cos(p) + 0.14128 * std::cos(2 * p) - 0.01168 * std::cos(3 * p);
+        const double window = shape == Window::kNone ? 1.0 : 0.35875 - 0.48829 * std::cos(p) + 0.14128 * std::cos(2 * p) - 0.01168 * std::cos(3 * p);
         z[reversed] = window * double{x[from + t]};
         size_t bit = frames >> 1;
         while (bit != 0 && (reversed & bit) != 0) {
@@ -113,7 +113,7 @@ inline std::vector<double> spectrum(const Signal& x, size_t from, size_t frames)
 // The power of a sine's surroundings beyond `distance` Hz from it, against all of it, dB.
 inline double power_beside(const Signal& x, size_t from, size_t frames, double hz, double distance,
                            double rate) {
-    const auto lines = spectrum(x, from, frames);
+    const auto lines = spectrum(x, from, frames, Window::kBlackmanHarris);
     double beside = 0.0;
     double all = 0.0;
     for (size_t k = 0; k < lines.size(); ++k) {
@@ -127,7 +127,7 @@ inline double power_beside(const Signal& x, size_t from, size_t frames, double h
 // Geometric over arithmetic mean of the power spectrum from 100 Hz to 10 kHz, relative to its
 // average over third octaves: exp(-0.577) = 0.56 for noise, less where single resonances stand out.
 inline double spectral_flatness(const Signal& x, size_t from, size_t frames, double rate) {
-    const auto lines = spectrum(x, from, frames);
+    const auto lines = spectrum(x, from, frames, Window::kNone);
     std::vector<double> sums(lines.size() + 1);
     for (size_t k = 0; k < lines.size(); ++k) sums[k + 1] = sums[k] + lines[k];
     const double per_hz = static_cast<double>(frames) / rate;

@@ -11,6 +11,22 @@ install(PROGRAMS ${PROJECT_SOURCE_DIR}/measure/brisel-measure DESTINATION bin)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/measure/brisel_measure DESTINATION share/brisel
   FILES_MATCHING PATTERN "*.py")
 
+# Its manual says what --help says, where the packages that it runs on are installed.
+set(measure ${PROJECT_SOURCE_DIR}/measure/brisel-measure)
+set(man_page ${PROJECT_BINARY_DIR}/brisel-measure.1)
+execute_process(COMMAND ${measure} --help RESULT_VARIABLE no_help OUTPUT_QUIET ERROR_QUIET)
+if(no_help)
+  message(STATUS "Manual page of brisel-measure: skipped, it does not run here")
+else()
+  add_custom_command(OUTPUT ${man_page}
+    COMMAND ${CMAKE_COMMAND} -DPROGRAM=${measure} "-DSUMMARY=measure the Brisel reverb"
+      -DVERSION=${PROJECT_VERSION} -DOUTPUT=${man_page} -P ${PROJECT_SOURCE_DIR}/render/man_page.cmake
+    DEPENDS ${measure} ${PROJECT_SOURCE_DIR}/measure/brisel_measure/main.py
+      ${PROJECT_SOURCE_DIR}/render/man_page.cmake VERBATIM)
+  add_custom_target(brisel_measure_manual ALL DEPENDS ${man_page})
+  install(FILES ${man_page} DESTINATION share/man/man1)
+endif()
+
 # find_package(brisel) gives the target brisel::brisel.
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/brisel-config.cmake.in
   ${PROJECT_BINARY_DIR}/brisel-config.cmake

@@ -1,5 +1,9 @@
 # Turns the text of `PROGRAM --help` into a manual page.
-#   cmake -DPROGRAM=brisel-render -DVERSION=0.1.0 -DOUTPUT=brisel-render.1 -P man_page.cmake
+#   cmake -DPROGRAM=build/brisel-render "-DSUMMARY=put sound files through the Brisel reverb"
+#     -DVERSION=0.1.0 -DOUTPUT=brisel-render.1 -P man_page.cmake
+get_filename_component(name ${PROGRAM} NAME)
+string(REPLACE "-" "\\-" name "${name}")
+string(TOUPPER "${name}" title)
 execute_process(COMMAND ${PROGRAM} --help OUTPUT_VARIABLE help COMMAND_ERROR_IS_FATAL ANY)
 
 # CMake's lists are joined by semicolons and its regular expressions know no look-behind, so the
@@ -11,9 +15,9 @@ string(REPLACE "[" "@OPEN@" help "${help}")
 string(REPLACE "]" "@CLOSE@" help "${help}")
 string(REPLACE "\n" ";" lines "${help}")
 
-set(page ".TH BRISEL\\-RENDER 1 \"\" \"Brisel ${VERSION}\" \"Brisel\"
+set(page ".TH ${title} 1 \"\" \"Brisel ${VERSION}\" \"Brisel\"
 .SH NAME
-brisel\\-render \\- put sound files through the Brisel reverb
+${name} \\- ${SUMMARY}
 .SH SYNOPSIS
 .nf
 ")
@@ -30,7 +34,7 @@ foreach(line IN LISTS lines)
       string(STRIP "${line}" line)
       string(APPEND page "${line}\n")
     endif()
-  elseif(line MATCHES "^([A-Z][A-Za-z ]*):$")
+  elseif(line MATCHES "^([A-Za-z][A-Za-z ]*):$")
     string(TOUPPER "${CMAKE_MATCH_1}" title)
     string(APPEND page ".SH ${title}\n")
   elseif(line MATCHES "^  (\\\\-.*)$")

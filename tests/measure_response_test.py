@@ -60,6 +60,13 @@ decay = analysis.find_decay(sound, RATE)
 curve = analysis.decay_curve(sound, decay)
 assert abs(curve[-1] + 60 * decay.end / RATE) < 2 and abs(decay.end / RATE - 50 / 60) < 0.04, decay
 
+# A file that is cut off and goes on as silence promises no more than it holds.
+sound = rng.standard_normal(3 * RATE) * 10 ** (-3 * np.arange(3 * RATE) / RATE / 2)
+sound[int(1.7 * RATE) :] = 0  # after 51 dB
+assert abs(report.decay_figures(sound, RATE, True)["t30_s"] / 2 - 1) < 0.03
+sound[int(0.9 * RATE) :] = 0  # after 27 dB
+assert np.isnan(report.decay_figures(sound, RATE, True)["t20_s"])
+
 # A density that falls again counts from when it stays; times and until are seconds.
 times = np.arange(0, 1, 0.01)
 density = np.where((times > 0.1) & ~((times > 0.3) & (times < 0.4)), 1.0, 0.5)

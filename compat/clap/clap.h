@@ -557,6 +557,94 @@ typedef struct clap_plugin_remote_controls {
                         clap_remote_controls_page_t* page);
 } clap_plugin_remote_controls_t;
 
+/* Extension "clap.gui". */
+
+static const char CLAP_EXT_GUI[] = "clap.gui";
+static const char CLAP_WINDOW_API_X11[] = "x11";
+
+typedef unsigned long clap_xwnd;
+
+typedef struct clap_window {
+    const char* api;
+    union {
+        void* cocoa;
+        void* uikit;
+        clap_xwnd x11;
+        void* win32;
+        void* ptr;
+    };
+} clap_window_t;
+
+typedef struct clap_gui_resize_hints {
+    bool can_resize_horizontally;
+    bool can_resize_vertically;
+    bool preserve_aspect_ratio;
+    uint32_t aspect_ratio_width;
+    uint32_t aspect_ratio_height;
+} clap_gui_resize_hints_t;
+
+typedef struct clap_plugin_gui {
+    bool(CLAP_ABI* is_api_supported)(const clap_plugin_t* plugin, const char* api,
+                                     bool is_floating);
+    bool(CLAP_ABI* get_preferred_api)(const clap_plugin_t* plugin, const char** api,
+                                      bool* is_floating);
+    bool(CLAP_ABI* create)(const clap_plugin_t* plugin, const char* api, bool is_floating);
+    void(CLAP_ABI* destroy)(const clap_plugin_t* plugin);
+    bool(CLAP_ABI* set_scale)(const clap_plugin_t* plugin, double scale);
+    bool(CLAP_ABI* get_size)(const clap_plugin_t* plugin, uint32_t* width, uint32_t* height);
+    bool(CLAP_ABI* can_resize)(const clap_plugin_t* plugin);
+    bool(CLAP_ABI* get_resize_hints)(const clap_plugin_t* plugin, clap_gui_resize_hints_t* hints);
+    bool(CLAP_ABI* adjust_size)(const clap_plugin_t* plugin, uint32_t* width, uint32_t* height);
+    bool(CLAP_ABI* set_size)(const clap_plugin_t* plugin, uint32_t width, uint32_t height);
+    bool(CLAP_ABI* set_parent)(const clap_plugin_t* plugin, const clap_window_t* window);
+    bool(CLAP_ABI* set_transient)(const clap_plugin_t* plugin, const clap_window_t* window);
+    void(CLAP_ABI* suggest_title)(const clap_plugin_t* plugin, const char* title);
+    bool(CLAP_ABI* show)(const clap_plugin_t* plugin);
+    bool(CLAP_ABI* hide)(const clap_plugin_t* plugin);
+} clap_plugin_gui_t;
+
+typedef struct clap_host_gui {
+    void(CLAP_ABI* resize_hints_changed)(const clap_host_t* host);
+    bool(CLAP_ABI* request_resize)(const clap_host_t* host, uint32_t width, uint32_t height);
+    bool(CLAP_ABI* request_show)(const clap_host_t* host);
+    bool(CLAP_ABI* request_hide)(const clap_host_t* host);
+    void(CLAP_ABI* closed)(const clap_host_t* host, bool was_destroyed);
+} clap_host_gui_t;
+
+/* Extension "clap.timer-support". */
+
+static const char CLAP_EXT_TIMER_SUPPORT[] = "clap.timer-support";
+
+typedef struct clap_plugin_timer_support {
+    void(CLAP_ABI* on_timer)(const clap_plugin_t* plugin, clap_id timer_id);
+} clap_plugin_timer_support_t;
+
+typedef struct clap_host_timer_support {
+    bool(CLAP_ABI* register_timer)(const clap_host_t* host, uint32_t period_ms, clap_id* timer_id);
+    bool(CLAP_ABI* unregister_timer)(const clap_host_t* host, clap_id timer_id);
+} clap_host_timer_support_t;
+
+/* Extension "clap.posix-fd-support". */
+
+static const char CLAP_EXT_POSIX_FD_SUPPORT[] = "clap.posix-fd-support";
+
+enum {
+    CLAP_POSIX_FD_READ = 1 << 0,
+    CLAP_POSIX_FD_WRITE = 1 << 1,
+    CLAP_POSIX_FD_ERROR = 1 << 2,
+};
+typedef uint32_t clap_posix_fd_flags_t;
+
+typedef struct clap_plugin_posix_fd_support {
+    void(CLAP_ABI* on_fd)(const clap_plugin_t* plugin, int fd, clap_posix_fd_flags_t flags);
+} clap_plugin_posix_fd_support_t;
+
+typedef struct clap_host_posix_fd_support {
+    bool(CLAP_ABI* register_fd)(const clap_host_t* host, int fd, clap_posix_fd_flags_t flags);
+    bool(CLAP_ABI* modify_fd)(const clap_host_t* host, int fd, clap_posix_fd_flags_t flags);
+    bool(CLAP_ABI* unregister_fd)(const clap_host_t* host, int fd);
+} clap_host_posix_fd_support_t;
+
 #ifdef __cplusplus
 }
 #endif

@@ -103,6 +103,9 @@ mix_out_piece(const float* const* rows, Gain gain, const float (&direct)[2], con
     }
 }
 
+// By one gain a line; by the record's two-band filters; by filters with rows of coefficients.
+enum class Decay { kBroadband, kTwoBand, kGliding };
+
 // Two-band filter, frame by frame in the transposed tile: filtered[lines 0-7, 8-15][frame][line].
 // `shelf` holds b0 and a1 of the 16 lines; `memory` stays in the caller's registers, since a store
 // and a load a tile would lengthen the recursion.
@@ -117,6 +120,33 @@ inline __attribute__((always_inline)) void filter_tile(float* filtered, const fl
         const __m256 a1 = _mm256_loadu_ps(shelf + 16 + 8 * g);
 #pragma GCC unroll 8
         for (size_t f = 0; f < 8; ++f) {
+            memory[g] = _mm256_fmadd_ps(a1, memory[g], _mm256_mul_ps(b0, m[f]));
+            _mm256_store_ps(filtered + 64 * g + 8 * f, memory[g]);
+        }
+    }
+}
+
+// The same with coefficients that glide in steps from one row to the next, reached in the last frame.
+template <typename Row>
+inline __attribute__((always_inline)) void filter_gliding_tile(float* filtered, const float* shelf,
+                                                               __m256 (&memory)[2], Row row) {
+    const __m256 eighth = _mm256_set1_ps(0.125f);
+#pragma GCC unroll 2
+    for (size_t g = 0; g < 2; ++g) {
+        __m256 m[8];
+        load_transposed8(m, [&](size_t i) { return row(8 * g + i); });
+        const auto from = [&](size_t k) { return _mm256_loadu_ps(shelf + 16 * k + 8 * g); };
+        const auto step = [&](size_t k) {
+            return _mm256_mul_ps(_mm256_sub_ps(from(k + 2), from(k)), eighth);
+        };
+        __m256 b0 = from(0);
+        __m256 a1 = from(1);
+        const __m256 b0_step = step(0);
+        const __m256 a1_step = step(1);
+#pragma GCC unroll 8
+        for (size_t f = 0; f < 8; ++f) {
+            b0 = _mm256_add_ps(b0, b0_step);
+            a1 = _mm256_add_ps(a1, a1_step);
             memory[g] = _mm256_fmadd_ps(a1, memory[g], _mm256_mul_ps(b0, m[f]));
             _mm256_store_ps(filtered + 64 * g + 8 * f, memory[g]);
         }

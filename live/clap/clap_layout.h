@@ -60,4 +60,14 @@ static_assert(sizeof(clap_remote_controls_page_t) == 552 &&
               offsetof(clap_remote_controls_page_t, is_for_preset) == 548);
 static_assert(sizeof(clap_plugin_remote_controls_t) == 16);
 
+static_assert(sizeof(clap_window_t) == 16 && offsetof(clap_window_t, x11) == 8);
+static_assert(sizeof(clap_gui_resize_hints_t) == 12 &&
+              offsetof(clap_gui_resize_hints_t, preserve_aspect_ratio) == 2 &&
+              offsetof(clap_gui_resize_hints_t, aspect_ratio_width) == 4);
+static_assert(sizeof(clap_plugin_gui_t) == 120 && sizeof(clap_host_gui_t) == 40 &&
+              offsetof(clap_host_gui_t, closed) == 32);
+static_assert(sizeof(clap_plugin_timer_support_t) == 8 && sizeof(clap_host_timer_support_t) == 16);
+static_assert(sizeof(clap_plugin_posix_fd_support_t) == 8 &&
+              sizeof(clap_host_posix_fd_support_t) == 24);
+
 #endif

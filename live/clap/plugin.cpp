@@ -19,6 +19,9 @@ bool init(const clap_plugin_t* plugin) {
     if (!p.host || !p.host->get_extension) return true;
     p.host_params = of_host<clap_host_params_t>(p.host, CLAP_EXT_PARAMS);
     p.host_tail = of_host<clap_host_tail_t>(p.host, CLAP_EXT_TAIL);
+    p.host_gui = of_host<clap_host_gui_t>(p.host, CLAP_EXT_GUI);
+    p.host_timer = of_host<clap_host_timer_support_t>(p.host, CLAP_EXT_TIMER_SUPPORT);
+    p.host_fd = of_host<clap_host_posix_fd_support_t>(p.host, CLAP_EXT_POSIX_FD_SUPPORT);
     p.host_preset_load = of_host<clap_host_preset_load_t>(p.host, CLAP_EXT_PRESET_LOAD);
     if (!p.host_preset_load)
         p.host_preset_load = of_host<clap_host_preset_load_t>(p.host, CLAP_EXT_PRESET_LOAD_COMPAT);
@@ -26,6 +29,7 @@ bool init(const clap_plugin_t* plugin) {
 }
 
 void destroy(const clap_plugin_t* plugin) {
+    kGui.destroy(plugin);
     delete &self(plugin);
 }
 
@@ -34,6 +38,7 @@ void destroy(const clap_plugin_t* plugin) {
 bool activate(const clap_plugin_t* plugin, double rate, uint32_t, uint32_t most_frames) {
     Plugin& p = self(plugin);
     if (p.active || most_frames == 0) return false;
+    p.rate = rate;
     p.reverb.values().clear_modulation();
     p.active = p.reverb.prepare(rate, std::min(most_frames, kLongestPrepared));
     p.reported_tail = kTail.get(plugin);
@@ -83,6 +88,9 @@ constexpr struct {
     {CLAP_EXT_TAIL, &kTail},
     {CLAP_EXT_REMOTE_CONTROLS, &kRemoteControls},
     {CLAP_EXT_REMOTE_CONTROLS_COMPAT, &kRemoteControls},
+    {CLAP_EXT_GUI, &kGui},
+    {CLAP_EXT_TIMER_SUPPORT, &kTimerSupport},
+    {CLAP_EXT_POSIX_FD_SUPPORT, &kPosixFdSupport},
 };
 
 // [any-thread]

@@ -18,6 +18,7 @@
 
 #include "live/engine/presets.h"
 #include "live/engine/reverb.h"
+#include "live/ui/module.h"
 
 namespace brisel::live::clap {
 
@@ -25,6 +26,19 @@ namespace brisel::live::clap {
 inline constexpr clap_version_t kInterfaceVersion = {1, 2, 8};
 
 extern const clap_plugin_descriptor_t kDescriptor;
+
+// The window, whose module is opened when the host asks for it.
+struct Gui {
+    void* library = nullptr;
+    const brisel_ui_module* module = nullptr; // null while there is no window
+    brisel_ui* ui = nullptr;                  // null before it has a parent
+    double scale = 0.0;                       // 0: the desktop's own
+    uint32_t width = 0, height = 0;           // pixels
+    clap_id timer = CLAP_INVALID_ID;
+    int fd = -1;
+    brisel_ui_host host = {};
+    uint32_t memory = 0; // the window's own, from one opening to the next
+};
 
 struct Plugin {
     Plugin(const clap_host_t* its_host, const clap_plugin_t& calls) : clap(calls), host(its_host) {
@@ -37,13 +51,18 @@ struct Plugin {
     const clap_host_params_t* host_params = nullptr;
     const clap_host_tail_t* host_tail = nullptr;
     const clap_host_preset_load_t* host_preset_load = nullptr;
+    const clap_host_gui_t* host_gui = nullptr;
+    const clap_host_timer_support_t* host_timer = nullptr;
+    const clap_host_posix_fd_support_t* host_fd = nullptr;
 
     Reverb reverb;
+    double rate = 0.0;   // Hz, once it was activated
     uint32_t layout = 0; // row of the table in ports.cpp
     bool active = false;
     bool processing = false;    // between start_processing and stop_processing
     uint32_t reported_tail = 0; // frames, as the host knows it; [audio-thread]
     std::optional<Edit> unsent; // the host's list was full; for the one place that sends edits
+    Gui gui;
 };
 
 inline Plugin& self(const clap_plugin_t* plugin) {
@@ -75,6 +94,9 @@ extern const clap_plugin_audio_ports_config_info_t kAudioPortsConfigInfo;
 extern const clap_plugin_configurable_audio_ports_t kConfigurableAudioPorts;
 extern const clap_plugin_tail_t kTail;
 extern const clap_plugin_remote_controls_t kRemoteControls;
+extern const clap_plugin_gui_t kGui;
+extern const clap_plugin_timer_support_t kTimerSupport;
+extern const clap_plugin_posix_fd_support_t kPosixFdSupport;
 
 extern const clap_preset_discovery_factory_t kPresetDiscovery;
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "core/avx2/runs.h"
 #include "core/avx2/units.h"
 #include "core/ffdn_er.h"
 #include "core/network_math.h"
@@ -65,11 +64,15 @@ void Early::begin() {
 }
 
 void Early::write(const float* const in[2], uint32_t from, uint32_t to) {
-    alignas(32) float mono[kLongestSlice];
     const float *left = in[0], *right = in[1];
-    for (uint32_t t = from; t < to; ++t) mono[t] = (left[t] + right[t]) * 0.5f;
-    copy_to_ring(ring_.get(), size_mask_ + 1, static_cast<uint32_t>(written_ + from) & size_mask_,
-                 mono + from, to - from);
+    while (from < to) {
+        const uint32_t start = static_cast<uint32_t>(written_ + from) & size_mask_;
+        const uint32_t end =
+            from + std::min(to - from, size_mask_ + 1 - start); // at the ring's seam
+        float* const mono = ring_.get() + start - from;
+        for (uint32_t t = from; t < end; ++t) mono[t] = (left[t] + right[t]) * 0.5f;
+        from = end;
+    }
 }
 
 void Early::add(float* const wet[2], uint32_t frames) {

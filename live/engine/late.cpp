@@ -18,13 +18,14 @@ namespace brisel::live {
 
 namespace {
 
-constexpr double kLn1000 = 3.0 * std::numbers::ln10;
-
 // Time constants of each of two one-poles, seconds.
 constexpr double kMuteSeconds = 0.01;
 constexpr double kDiffusionSeconds = 0.02;
-constexpr double kHandOverSeconds = 0.003; // of the input to another network; 99 % after 20 ms
-constexpr double kFadeOutSeconds = 0.004;  // of a network that is needed again; -120 dB after 70 ms
+constexpr double kFeedSeconds = 0.01; // of the input to a diffuser that starts
+constexpr double kEarlyLevelSeconds = 0.02;
+
+constexpr double kHandOverSeconds = 0.02; // the input moves to another network
+constexpr double kFadeOutSeconds = 0.03;  // a network that is needed again falls silent
 
 constexpr float kSilence = 1e-7f; // a network whose outputs stay below that has rung out
 
@@ -66,12 +67,14 @@ struct Late::State {
 private:
     DecayTimes target_times() const;
     double mean_loop() const;
+    double early_level() const;
     bool waits_for_knots() const {
         return glide_.moving() || diffusion_.moving() || second_ ||
                settings_.stages != first().stages();
     }
     bool gains_move() const {
-        return mute_.moving() || diffusion_.moving() || share_.moving() || second_level_.moving();
+        return mute_.moving() || diffusion_.moving() || feed_.moving() || early_level_.moving() ||
+               hand_over_.running() || fade_out_.running();
     }
     uint32_t slice_limit() const;
     void begin();
@@ -80,6 +83,11 @@ private:
     void find_gains(uint32_t frames);
     void scale(const float* const in[2], const Slice& gain, uint32_t from, uint32_t count);
     void step(const float* const in[2], float* const out[2], uint32_t frames, bool ahead);
+    void write_diffuser(const float* const in[2], uint32_t from, uint32_t count);
+    void run_network(Network& network, const Slice& input, const Slice& row_gain,
+                     const float* const in[2], float* const out[2], uint32_t frames, bool ahead);
+    void inject_into(Network& network, const Slice& input, const Slice& row_gain,
+                     const float* const in[2], uint32_t frames, uint32_t from, uint32_t count);
     void mix_early(Network& network, float* const out[2], uint32_t frames);
     void add_second(float* const out[2], uint32_t frames);
 
@@ -102,22 +110,25 @@ private:
     float second_peak_ = 0.0f;  // since the last knot
     bool diffusing_ = false;
 
-    Smoother mute_;         // 1: the input is heard
-    Smoother diffusion_;    // 0 .. 1
-    Smoother share_;        // of the input that the active network takes
-    Smoother second_level_; // of the other one's outputs
-    double mute_share_ = 0, diffusion_share_ = 0, hand_over_share_ = 0, fade_out_share_ = 0;
-
+    Smoother mute_;        // 1: the input is heard
+    Smoother diffusion_;   // 0 .. 1
+    Smoother feed_;        // of the diffuser
+    Smoother early_level_; // what the outputs behind the last stage are multiplied with
+    Fade hand_over_;       // of the input, to the active network
+    Fade fade_out_;        // of the other one's outputs
+    bool fading_out_ = false;
+    double mute_share_ = 0, diffusion_share_ = 0, feed_share_ = 0, early_level_share_ = 0;
     // Gains of the frames of a slice. `plain_`: all are 1 and there is nothing to add.
     bool plain_ = false;
-    alignas(32) Slice input_, first_input_, second_input_; // mute; and what each network takes
-    alignas(32) Slice first_rows_, second_rows_;           // of the diffuser
-    alignas(32) Slice near_, early_;                       // of the two kinds of outputs
-    alignas(32) Slice level_;                              // of the second network
+    bool steady_ = false;                                       // the gains are those of any slice
+    alignas(32) Slice feed_input_, first_input_, second_input_; // of the diffuser and the networks
+    alignas(32) Slice first_rows_, second_rows_;                // of the diffuser
+    alignas(32) Slice near_, early_;                            // of the two kinds of outputs
+    alignas(32) Slice level_;                                   // of the second network
 
     alignas(32) Slice scaled_[2], y_[2], early_y_[2];
     alignas(32) Slice zeros_{};
-    LineRows rows_{};
+    Diffuser::Rows rows_{};
 };
 
 bool Late::State::prepare(double rate) {
@@ -126,8 +137,10 @@ bool Late::State::prepare(double rate) {
     glide_.prepare(rate);
     mute_share_ = share_of_tile(rate, kMuteSeconds);
     diffusion_share_ = share_of_tile(rate, kDiffusionSeconds);
-    hand_over_share_ = share_of_tile(rate, kHandOverSeconds);
-    fade_out_share_ = share_of_tile(rate, kFadeOutSeconds);
+    feed_share_ = share_of_tile(rate, kFeedSeconds);
+    early_level_share_ = share_of_tile(rate, kEarlyLevelSeconds);
+    hand_over_.set_length(whole_tiles(rate, kHandOverSeconds));
+    fade_out_.set_length(whole_tiles(rate, kFadeOutSeconds));
     for (Network& network : networks_)
         if (!network.prepare(rate, taps_)) return false;
     if (!diffuser_.prepare(rate)) return false;
@@ -143,11 +156,11 @@ void Late::State::reset() {
     active_ = 0;
     glide_.jump(target_times());
     first().start(settings_.stages, taps_, glide_);
-    for (Smoother* smoother : {&mute_, &diffusion_}) smoother->snap();
-    share_.target = second_level_.target = 1.0;
-    share_.snap();
-    second_level_.snap();
-    diffusing_ = false;
+    feed_.target = 1.0;
+    for (Smoother* smoother : {&mute_, &diffusion_, &feed_, &early_level_}) smoother->snap();
+    hand_over_.finish();
+    fade_out_.finish();
+    diffusing_ = steady_ = false;
 }
 
 void Late::State::set(const LateSettings& settings) {
@@ -156,6 +169,21 @@ void Late::State::set(const LateSettings& settings) {
     glide_.aim(target_times(), mean_loop());
     mute_.target = settings.freeze ? 0.0 : 1.0;
     diffusion_.target = settings.diffusion;
+    early_level_.target = early_level();
+    if (!diffusing_) early_level_.snap();
+}
+
+// The outputs behind the last stage lack what passes the filters for the first time. Steady white noise
+// has the power sum over k >= 0 of g^2k in the lines' outputs and of g^2k, k >= 1, behind them, g^2 the
+// power gain of a trip. With 1 / g^2 = 1 / low^2 + (1 / high^2 - 1 / low^2) sin^2(w / 2) the means over w
+// are 1 + m and m, m = ((1 / low^2 - 1) (1 / high^2 - 1))^-1/2.
+double Late::State::early_level() const {
+    constexpr double kMost = 4.0;
+    const DecayTimes times = target_times();
+    const auto loss = [&](double time) {
+        return std::expm1(6.0 * std::numbers::ln10 * mean_loop() / time); // 1 / g^2 - 1
+    };
+    return std::min(std::sqrt(1.0 + std::sqrt(loss(times.low) * loss(times.high))), kMost);
 }
 
 // Seconds; of the settings' size and stages.
@@ -172,17 +200,7 @@ DecayTimes Late::State::target_times() const {
     // As the exact reverb rounds them.
     const auto decay = static_cast<float>(settings_.decay);
     const auto damp = static_cast<float>(settings_.damp);
-    DecayTimes times{decay, damp > 0.0f ? std::pow(0.1f, damp) * decay : decay};
-
-    // A step of modulation by one sample, weight s, passes 1 - 4 s (1 - s) sin^2(w / 2) of the energy:
-    // over a whole smoothstep 1 - 0.514 sin^2(w / 2). The filters' high band makes up for it, whose
-    // inverse power gain has the same shape.
-    const double nepers = 0.5 * (4.0 * 9.0 / 70.0) * taps_.share_of_steps();
-    if (nepers > 0.0) {
-        const double per_second = kLn1000 / times.high - nepers / mean_loop();
-        times.high = per_second > 0.0 ? kLn1000 / per_second : kNever;
-    }
-    return times;
+    return {decay, damp > 0.0f ? std::pow(0.1f, damp) * decay : decay};
 }
 
 uint32_t Late::State::slice_limit() const {
@@ -198,6 +216,10 @@ void Late::State::begin() {
     if (!diffusing_ && diffusion_.target > 0.0) {
         diffusing_ = true;
         diffuser_.start(settings_.size);
+        // From silence: the inputs do not begin with a step in each of its many echoes.
+        feed_.target = 0.0;
+        feed_.snap();
+        feed_.target = 1.0;
     }
     if (!taps_.begin()) return;
     first().start_resize(taps_, glide_);
@@ -215,16 +237,18 @@ void Late::State::at_knot() {
     if (second_) {
         second_quiet_ = second_peak_ < kSilence ? second_quiet_ + kKnot : 0;
         second_peak_ = 0.0f;
-        if (second_quiet_ > longest_path() || second_level_.value == 0.0) second_ = false;
+        if (second_quiet_ > longest_path() || (fading_out_ && !fade_out_.running()))
+            second_ = false;
     }
     choose_network();
 }
 
 // Hands the input over to a network with as many stages as are set, as soon as there is one.
 void Late::State::choose_network() {
-    if (settings_.stages == first().stages() || share_.moving()) return;
-    if (second_ && (other().stages() != settings_.stages || second_level_.target == 0.0)) {
-        second_level_.target = 0.0;
+    if (settings_.stages == first().stages() || hand_over_.running()) return;
+    if (second_ && (fading_out_ || other().stages() != settings_.stages)) {
+        if (!fading_out_) fade_out_.start();
+        fading_out_ = true;
         return;
     }
     if (!second_) other().start(settings_.stages, taps_, glide_);
@@ -232,30 +256,32 @@ void Late::State::choose_network() {
     second_ = true;
     second_quiet_ = 0;
     second_peak_ = 0.0f;
-    second_level_.target = 1.0;
-    second_level_.snap();
-    share_.target = 0.0;
-    share_.snap();
-    share_.target = 1.0;
+    fading_out_ = false;
+    hand_over_.start();
 }
 
 // Steps the smoothers through the tiles of a slice.
 void Late::State::find_gains(uint32_t frames) {
     plain_ = !gains_move() && !second_ && !diffusing_ && mute_.value == 1.0;
     if (plain_) return;
+    // Where nothing moves, what a whole slice's tiles have had stays right for the next ones.
+    if (steady_ && !gains_move()) return;
+    steady_ = !gains_move();
+    if (steady_) frames = kLongestSlice;
     struct Ends {
-        float input, first, second, near, early, level;
+        float mute, feed, first, second, near, rows, early, level;
     };
-    const __m256 row_gain = _mm256_set1_ps(Diffuser::kGain);
     const auto now = [&] {
-        const Blend share(share_.value);
+        const Blend share(hand_over_.weight());
         const Blend diffusion(diffusion_.value);
-        return Ends{static_cast<float>(mute_.value),
-                    share.far,
-                    share.near,
-                    diffusion.near,
-                    diffusion.far,
-                    static_cast<float>(second_level_.value)};
+        return Ends{.mute = static_cast<float>(mute_.value),
+                    .feed = static_cast<float>(mute_.value * feed_.value),
+                    .first = share.far,
+                    .second = share.near,
+                    .near = diffusion.near,
+                    .rows = diffusion.far * Diffuser::kGain,
+                    .early = diffusion.far * static_cast<float>(early_level_.value),
+                    .level = fading_out_ ? 1.0f - fade_out_.weight() : 1.0f};
     };
     Ends end = now();
     for (uint32_t t = 0; t < frames; t += kTile) {
@@ -263,22 +289,23 @@ void Late::State::find_gains(uint32_t frames) {
         if (gains_move()) {
             mute_.step(mute_share_);
             diffusion_.step(diffusion_share_);
-            share_.step(hand_over_share_);
-            second_level_.step(fade_out_share_);
+            feed_.step(feed_share_);
+            early_level_.step(early_level_share_);
+            hand_over_.advance(kTile);
+            fade_out_.advance(kTile);
             end = now();
         }
-        const __m256 input = ramp(begin.input, end.input);
         const __m256 first = ramp(begin.first, end.first);
         const __m256 second = ramp(begin.second, end.second);
         const __m256 near = ramp(begin.near, end.near);
+        const __m256 rows = ramp(begin.rows, end.rows);
         const __m256 early = ramp(begin.early, end.early);
-        const __m256 direct = _mm256_mul_ps(input, near);
-        _mm256_store_ps(&input_[t], input);
+        const __m256 direct = _mm256_mul_ps(ramp(begin.mute, end.mute), near);
+        _mm256_store_ps(&feed_input_[t], ramp(begin.feed, end.feed));
         _mm256_store_ps(&first_input_[t], _mm256_mul_ps(direct, first));
         _mm256_store_ps(&second_input_[t], _mm256_mul_ps(direct, second));
-        const __m256 diffused = _mm256_mul_ps(early, row_gain);
-        _mm256_store_ps(&first_rows_[t], _mm256_mul_ps(diffused, first));
-        _mm256_store_ps(&second_rows_[t], _mm256_mul_ps(diffused, second));
+        _mm256_store_ps(&first_rows_[t], _mm256_mul_ps(rows, first));
+        _mm256_store_ps(&second_rows_[t], _mm256_mul_ps(rows, second));
         _mm256_store_ps(&near_[t], near);
         _mm256_store_ps(&early_[t], early);
         _mm256_store_ps(&level_[t], ramp(begin.level, end.level));
@@ -288,39 +315,30 @@ void Late::State::find_gains(uint32_t frames) {
 // The products are never -0, which would let two ways of adding nothing differ.
 void Late::State::scale(const float* const in[2], const Slice& gain, uint32_t from,
                         uint32_t count) {
-    for (size_t c = 0; c < 2; ++c)
-        for (uint32_t t = 0; t < count; ++t) scaled_[c][t] = in[c][t] * gain[from + t] + 0.0f;
+    for (size_t c = 0; c < 2; ++c) {
+        const float* x = in[c];
+        const float* g = gain.data() + from;
+        float* y = scaled_[c].data();
+        for (uint32_t t = 0; t < count; ++t) y[t] = x[t] * g[t] + 0.0f;
+    }
 }
 
 void Late::State::step(const float* const in[2], float* const out[2], uint32_t frames, bool ahead) {
     taps_.plan(frames);
     find_gains(frames);
-    const auto knot = static_cast<uint32_t>(clock_ % kKnot);
     if (plain_) {
+        const auto knot = static_cast<uint32_t>(clock_ % kKnot);
         first().run(taps_, glide_, knot, in, out, frames);
     } else {
-        const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
-        float* const y[2] = {y_[0].data(), y_[1].data()};
         if (diffusing_) {
-            if (!ahead) {
-                scale(in, input_, 0, frames);
-                diffuser_.write(x, 0, frames);
-            }
-            diffuser_.run(rows_, taps_.resize(), frames);
+            diffuser_.begin(frames);
+            if (!ahead) write_diffuser(in, 0, frames);
+            diffuser_.run(rows_, taps_.resize());
         }
-        scale(in, first_input_, 0, frames);
-        first().run(taps_, glide_, knot, x, out, frames);
-        if (diffusing_) {
-            if (!ahead) first().add_rows(rows_, first_rows_.data(), frames);
-            mix_early(first(), out, frames);
-        }
+        run_network(first(), first_input_, first_rows_, in, out, frames, ahead);
         if (second_) {
-            scale(in, second_input_, 0, frames);
-            other().run(taps_, glide_, knot, x, y, frames);
-            if (diffusing_) {
-                if (!ahead) other().add_rows(rows_, second_rows_.data(), frames);
-                mix_early(other(), y, frames);
-            }
+            float* const y[2] = {y_[0].data(), y_[1].data()};
+            run_network(other(), second_input_, second_rows_, in, y, frames, ahead);
             add_second(out, frames);
         }
     }
@@ -331,13 +349,54 @@ void Late::State::step(const float* const in[2], float* const out[2], uint32_t f
     diffuser_.finish_resize();
 }
 
+void Late::State::write_diffuser(const float* const in[2], uint32_t from, uint32_t count) {
+    const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
+    scale(in, feed_input_, from, count);
+    diffuser_.write(x, from, count);
+}
+
+// One network with its share of the inputs and of the diffuser's rows. The outputs behind the last stage
+// are to be without these: where they are needed, the lines get their inputs later.
+void Late::State::run_network(Network& network, const Slice& input, const Slice& row_gain,
+                              const float* const in[2], float* const out[2], uint32_t frames,
+                              bool ahead) {
+    const auto knot = static_cast<uint32_t>(clock_ % kKnot);
+    const float* const silence[2] = {zeros_.data(), zeros_.data()};
+    if (!diffusing_) {
+        const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
+        if (!ahead) scale(in, input, 0, frames);
+        network.run(taps_, glide_, knot, ahead ? silence : x, out, frames);
+        return;
+    }
+    network.run(taps_, glide_, knot, silence, out, frames);
+    mix_early(network, out, frames);
+    if (!ahead) inject_into(network, input, row_gain, in, frames, 0, frames);
+}
+
+// What run_network() leaves to be done when the inputs are there, of frames from .. from + count - 1.
+void Late::State::inject_into(Network& network, const Slice& input, const Slice& row_gain,
+                              const float* const in[2], uint32_t frames, uint32_t from,
+                              uint32_t count) {
+    if (!steady_ || input[0] != 0.0f) {
+        const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
+        scale(in, input, from, count);
+        network.inject(x, frames, from, count);
+    }
+    if (diffusing_) network.inject_rows(rows_, row_gain.data(), frames, from, count);
+}
+
 // out = near * out + early * (what the lines take in)
 void Late::State::mix_early(Network& network, float* const out[2], uint32_t frames) {
     float* const early[2] = {early_y_[0].data(), early_y_[1].data()};
     network.early_outputs(early, frames);
     for (size_t c = 0; c < 2; ++c)
-        for (uint32_t t = 0; t < frames; ++t)
-            out[c][t] = std::fma(early_[t], early[c][t], near_[t] * out[c][t]);
+        for (uint32_t t = 0; t < frames; t += kTile) {
+            const __m256 far_part =
+                _mm256_mul_ps(_mm256_load_ps(&near_[t]), _mm256_loadu_ps(out[c] + t));
+            const __m256 sum = _mm256_fmadd_ps(_mm256_load_ps(&early_[t]),
+                                               _mm256_loadu_ps(early[c] + t), far_part);
+            _mm256_storeu_ps(out[c] + t, sum);
+        }
 }
 
 void Late::State::add_second(float* const out[2], uint32_t frames) {
@@ -369,21 +428,12 @@ void Late::State::run_ahead(float* const out[2]) {
 void Late::State::inject(const float* const in[2], uint32_t from, uint32_t to) {
     const uint32_t count = to - from;
     if (plain_) {
-        first().inject(in, from, count);
+        first().inject(in, kTile, from, count);
         return;
     }
-    const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
-    if (diffusing_) {
-        scale(in, input_, from, count);
-        diffuser_.write(x, static_cast<int32_t>(from) - static_cast<int32_t>(kTile), count);
-    }
-    scale(in, first_input_, from, count);
-    first().inject(x, from, count);
-    if (diffusing_) first().add_to_tile(rows_, first_rows_.data(), from, count);
-    if (!second_) return;
-    scale(in, second_input_, from, count);
-    other().inject(x, from, count);
-    if (diffusing_) other().add_to_tile(rows_, second_rows_.data(), from, count);
+    if (diffusing_) write_diffuser(in, from, count);
+    inject_into(first(), first_input_, first_rows_, in, kTile, from, count);
+    if (second_) inject_into(other(), second_input_, second_rows_, in, kTile, from, count);
 }
 
 uint64_t Late::State::longest_path() const {

@@ -151,16 +151,15 @@ void LoopDecay::settled(const DecayGlide& glide, ffdn_block_n16& e, bool from_si
     for (float& a1 : e.shelf_a1) a1 = std::min(a1, kSlowest);
 }
 
-void LoopDecay::gain_ratios(const DecayGlide& glide,
-                            std::array<float, BRISEL_LINES>& ratios) const {
+void LoopDecay::gain_roots(const DecayGlide& glide, std::array<float, BRISEL_LINES>& roots) const {
     // Beyond 18 dB the crossfade would be over in its first frames.
-    constexpr float kMost = 3.0f;
-    const __m256 log2 = broadcast(log2_gain(glide.end().low));
+    constexpr float kMost = 1.5f;
+    const __m256 log2 = broadcast(0.5f * log2_gain(glide.end().low));
     for (size_t i = 0; i < BRISEL_LINES; i += 8) {
         const __m256 longer =
             _mm256_sub_ps(load_loops(&next_.loops[i]), load_loops(&old_.loops[i]));
-        const __m256 ratio = _mm256_max_ps(_mm256_mul_ps(log2, longer), broadcast(-kMost));
-        _mm256_storeu_ps(&ratios[i], exp2_of(_mm256_min_ps(ratio, broadcast(kMost))));
+        const __m256 root = _mm256_max_ps(_mm256_mul_ps(log2, longer), broadcast(-kMost));
+        _mm256_storeu_ps(&roots[i], exp2_of(_mm256_min_ps(root, broadcast(kMost))));
     }
 }
 

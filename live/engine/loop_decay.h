@@ -62,15 +62,15 @@ public:
     // The glide has stepped.
     void step(const DecayGlide& glide);
 
-    // Coefficients for the tile that starts `offset` frames behind the last knot, at weight s of the
-    // new loops.
+    // Coefficients `offset` frames behind the last knot, at weight s of the new loops.
     void row(ShelfRow& to, uint32_t offset, float s) const;
     // The engine's own coefficients, for a glide that has arrived. `from_silence`: its filters hold
     // nothing, and it takes every coefficient as the exact engine does.
     void settled(const DecayGlide& glide, ffdn_block_n16& e, bool from_silence) const;
 
-    // How much louder a trip through each new loop is than one through the old, both at 0 Hz.
-    void gain_ratios(const DecayGlide& glide, std::array<float, BRISEL_LINES>& ratios) const;
+    // The square roots of how much louder a trip through each new loop is than one through the old, both
+    // at 0 Hz.
+    void gain_roots(const DecayGlide& glide, std::array<float, BRISEL_LINES>& roots) const;
 
 private:
     struct Way { // of loops of one length, between two knots

@@ -43,21 +43,21 @@ public:
     // The same for one tile whose input comes later: first its wet part, then the frames in order, and when
     // all eight are there the tile's end. out[c][0] is frame `from`, in[c][0] the tile's first.
     void run_ahead(const float* const wet[2]);
-    void deliver(const float* const in[2], float* const out[2], uint32_t from, uint32_t to) const;
+    void deliver(const float* const in[2], float* const out[2], uint32_t from, uint32_t to);
     void finish_tile(const float* const in[2], const float* const wet[2]);
 
-    // A silent wet signal: what run_ahead gives then, without a step.
+    // The same while there is no wet signal and nothing moves.
+    void run_asleep(const float* const in[2], float* const out[2], uint32_t frames);
     void run_ahead_asleep();
-    float dry() const { return now_.dry; }
 
     // Frames, in whole tiles, for which input and wet signal have been silent.
     uint64_t quiet_frames() const { return quiet_; }
     void start_quiet_count() { quiet_ = 0; }
 
     float duck_gain() const { return ducker_.gain(); }
-    // Largest magnitudes of input and wet signal since the last call.
+    // Largest magnitudes of input, wet signal and output since the last call.
     struct Peaks {
-        float input, wet;
+        float input, wet, output;
     };
     Peaks take_peaks();
 
@@ -68,6 +68,7 @@ private:
     bool moving() const;
     Gains gains() const;
     void step();
+    void count_quiet(const float* const in[2], const float* const wet[2], uint32_t frames);
 
     double share_ = 0.0;
     Smoother mix_, width_, wet_gain_;
@@ -78,7 +79,7 @@ private:
     bool clearing_ = false;
     Gains before_ = {}, now_ = {}; // at both ends of the present tile
     uint64_t quiet_ = 0;
-    alignas(32) float peaks_[2][8] = {}; // input, wet; a lane each
+    alignas(32) float peaks_[3][8] = {}; // input, wet, output; in any lane
     alignas(32) float ahead_[2][8] = {}; // the wet part of a tile's outputs
 };
 

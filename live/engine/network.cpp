@@ -15,21 +15,58 @@ namespace brisel::live {
 
 namespace {
 
-float sum_of(__m256 x) {
-    alignas(32) float lanes[8];
-    _mm256_store_ps(lanes, x);
-    float sum = 0.0f;
-    for (const float lane : lanes) sum += lane;
-    return sum;
+// How a pair of lines goes from its old taps a to its new ones b.
+//
+// A crossfade a + w (b - a) of two uncorrelated taps has less energy than either of them, and a gain that
+// makes up for it lets grow what they have in common, low frequencies, trip by trip. Here the halves of
+// the differences, (b - a) / 2 of the two lines i and j, turn by an angle from 0 to pi instead:
+//
+//   row i = (a_i + b_i) / 2 - cos (b_i - a_i) / 2 + sin (b_j - a_j) / 2
+//   row j = (a_j + b_j) / 2 - cos (b_j - a_j) / 2 - sin (b_i - a_i) / 2
+//
+// Turning keeps the energy of the differences, at every frequency, and the means are left alone. As long as
+// the lines are not correlated with each other, the rows have the energy (1 - w) a^2 + w b^2 with
+// w = (1 - cos) / 2. Where one line's delay grows by what the other's shrinks, all frequencies pass
+// without any loss whatever the lines hold.
+struct Turn {
+    __m256 cosine; // half of it
+    __m256 sine;   // likewise
+
+    Turn() = default;
+    // tan(angle / 2) = root * s / (1 - s). The root of the ratio of both trips' gains lets each tap be fed
+    // back with its own length's gain when the filter's gain is the mix of both.
+    Turn(__m256 s, __m256 root) {
+        const __m256 one = _mm256_set1_ps(1.0f);
+        const __m256 half = _mm256_set1_ps(0.5f);
+        const __m256 p = _mm256_sub_ps(one, s);
+        const __m256 q = _mm256_mul_ps(s, root);
+        const __m256 p2 = _mm256_mul_ps(p, p);
+        const __m256 q2 = _mm256_mul_ps(q, q);
+        const __m256 norm = _mm256_div_ps(one, _mm256_add_ps(p2, q2));
+        cosine = _mm256_mul_ps(_mm256_mul_ps(_mm256_sub_ps(p2, q2), norm), half);
+        sine = _mm256_mul_ps(_mm256_mul_ps(p, q), norm);
+    }
+};
+
+// w = (1 - cos) / 2 where the root is 1.
+float weight_of(float s) {
+    return s * s / (s * s + (1.0f - s) * (1.0f - s));
 }
 
-// Of a line that fades from old to new taps: w = s r / (1 - s + s r), so that each tap is fed back with
-// its own length's gain when the filter's gain is the mix 1 - s : s of both.
-void tap_weights(float* weights, float s, const std::array<float, BRISEL_LINES>& gain_ratios) {
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        const float share = s * gain_ratios[i];
-        weights[i] = share / (1.0f - s + share);
+// A tile of a pair: its taps, [line][old, new], and its rows.
+inline void turn_tile(const float* const taps[2][2], float* const rows[2], uint32_t t,
+                      const Turn& turn) {
+    const __m256 half = _mm256_set1_ps(0.5f);
+    __m256 way[2];
+    __m256 row[2];
+    for (size_t k = 0; k < 2; ++k) {
+        const __m256 a = _mm256_loadu_ps(taps[k][0] + t);
+        const __m256 b = _mm256_loadu_ps(taps[k][1] + t);
+        way[k] = _mm256_sub_ps(b, a);
+        row[k] = _mm256_fnmadd_ps(turn.cosine, way[k], _mm256_mul_ps(_mm256_add_ps(a, b), half));
     }
+    _mm256_storeu_ps(rows[0] + t, _mm256_fmadd_ps(turn.sine, way[1], row[0]));
+    _mm256_storeu_ps(rows[1] + t, _mm256_fnmadd_ps(turn.sine, way[0], row[1]));
 }
 
 __m256 smoothstep(__m256 x) {
@@ -37,30 +74,20 @@ __m256 smoothstep(__m256 x) {
     return _mm256_mul_ps(_mm256_mul_ps(x, x), slope);
 }
 
+// Each row enters a line of either side, with signs that are orthogonal: rows that come out of a transform
+// must not add up to one of those that went in. (-1)^(x1 x2) for the left side and (-1)^(x1 x2 + x3) for
+// the right one, x the bits of the row's number, draw on four of eight each.
+constexpr float kSigns[BRISEL_LINES] = {1, 1, 1, 1, 1, 1, -1, -1, 1, -1, 1, -1, 1, -1, -1, 1};
+
 } // namespace
-
-float EnergyReserve::next_gain(float weight) const {
-    constexpr float kShare = 1.0f / 16.0f; // of the reserve, a tile
-    constexpr float kMost = 1.0f;          // of the lines' energy: 3 dB
-    constexpr float kSilence = 1e-20f;
-    if (level_ < kSilence) return 1.0f;
-    // What a fade takes is as little at its ends.
-    const float window = std::min(1.0f, 8.0f * weight * (1.0f - weight));
-    return std::sqrt(1.0f + window * std::clamp(kShare * energy_ / level_, -0.5f, kMost));
-}
-
-void EnergyReserve::settle(float taken, float before, float behind) {
-    energy_ += taken - (behind - before);
-    level_ = before;
-}
 
 bool Network::prepare(double rate, const Taps& taps) {
     constexpr uint32_t kShortestRing = 16;
     engine_ = {};
     uint32_t sizes[BRISEL_LINES];
     for (size_t i = 0; i < BRISEL_LINES; ++i)
-        sizes[i] = ring_size_above(taps.longest_delays()[i], kShortestRing);
-    lay_out_lines(engine_, taps.longest_delays().data(), sizes, kLongestSlice);
+        sizes[i] = ring_size_above(taps.longest_possible()[i], kShortestRing);
+    lay_out_lines(engine_, taps.longest_possible().data(), sizes, kLongestSlice);
     ring_ = make_floats(engine_.ring_len);
     tap_block_ = make_floats(uint64_t{BRISEL_LINES} * kLongestSlice);
     work_block_ = make_floats(uint64_t{BRISEL_LINES} * kLongestSlice);
@@ -97,14 +124,11 @@ void Network::start(int stages, const Taps& taps, const DecayGlide& glide) {
     engine_.stage_count = stages;
     std::fill_n(engine_.line_wpos, BRISEL_LINES, 0u);
     std::fill_n(engine_.shelf_state, BRISEL_LINES, 0.0f);
-    std::memset(inputs_, 0, sizeof inputs_);
     written_ = 0;
 
-    decay_.jump(glide, loops(taps.base_from()));
+    decay_.jump(glide, loops(taps.from()));
     settled_ = false;
     from_silence_ = true;
-    reserve_.empty();
-    gain_ = 1.0f;
     if (taps.resizing()) start_resize(taps, glide);
 }
 
@@ -126,17 +150,18 @@ uint32_t Network::stage_frames() const {
 }
 
 void Network::start_resize(const Taps& taps, const DecayGlide& glide) {
-    decay_.start_resize(glide, loops(taps.base_to()));
-    decay_.gain_ratios(glide, gain_ratios_);
-    // What a sweep's last fade has left over is the next one's.
-    if (written_ != resized_at_) reserve_.empty();
+    decay_.start_resize(glide, loops(taps.to()));
+    std::array<float, BRISEL_LINES> roots;
+    decay_.gain_roots(glide, roots);
+    for (size_t p = 0; p < kPairs; ++p) {
+        const size_t i = first_of_pair(p);
+        gain_roots_[p] = 0.5f * (roots[i] + roots[i + 2]);
+    }
 }
 
 void Network::finish_resize() {
     decay_.finish_resize();
     settled_ = false;
-    gain_ = 1.0f;
-    resized_at_ = written_;
 }
 
 // Zeroes what `count` frames from the one `after` frames ahead on would find `delay` frames back from
@@ -155,19 +180,21 @@ void Network::forget(size_t line, uint32_t delay, uint32_t after, uint32_t count
 void Network::forget_older(const Taps& taps, uint32_t frames) {
     if (written_ >= taps.longest()) return;
     for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        forget(i, kTile, 0, kTile);
         if (taps.resizing()) {
-            forget(i, taps.from(i), 0, frames);
-            forget(i, taps.to(i), 0, frames);
-        } else if (taps.moving_lines() >> i & 1) {
-            uint32_t t = 0;
-            for (const TapRun& run : taps.runs(i)) {
-                forget(i, run.from, t, run.frames);
-                forget(i, run.to, t, run.frames);
-                t += run.frames;
-            }
-        } else {
+            forget(i, Taps::modulated(taps.from(), i, taps.offset(i)), 0, frames);
+            forget(i, Taps::modulated(taps.to(), i, taps.offset(i)), 0, frames);
+            continue;
+        }
+        const size_t pair = pair_of(i);
+        if ((taps.moving_pairs() >> pair & 1) == 0) {
             forget(i, taps.delays()[i], 0, frames);
+            continue;
+        }
+        uint32_t t = 0;
+        for (const PairRun& run : taps.runs(pair)) {
+            forget(i, Taps::modulated(taps.to(), i, run.from), t, run.frames);
+            forget(i, Taps::modulated(taps.to(), i, run.to), t, run.frames);
+            t += run.frames;
         }
     }
 }
@@ -188,73 +215,80 @@ uint32_t Network::read_lines(const Taps& taps, uint32_t frames) {
         return 0xFFFF;
     }
     std::copy_n(taps.delays().data(), BRISEL_LINES, engine_.line_delay);
-    for (uint32_t rest = taps.moving_lines(); rest != 0; rest &= rest - 1) {
-        const auto line = static_cast<uint32_t>(std::countr_zero(rest));
-        read_line(taps.runs(line), line, engine_.tap_block + size_t{line} * frames);
+    uint32_t prepared = 0;
+    for (uint32_t rest = taps.moving_pairs(); rest != 0; rest &= rest - 1) {
+        const auto pair = static_cast<uint32_t>(std::countr_zero(rest));
+        read_pair(taps, pair, frames);
+        prepared |= 5u << first_of_pair(pair);
     }
-    return taps.moving_lines();
+    return prepared;
 }
 
-void Network::read_line(std::span<const TapRun> runs, size_t line, float* row) {
+void Network::read_pair(const Taps& taps, size_t pair, uint32_t frames) {
     const __m256 ramp = _mm256_setr_ps(0.f, 1.f, 2.f, 3.f, 4.f, 5.f, 6.f, 7.f);
+    const __m256 one = _mm256_set1_ps(1.0f);
+    const size_t first = first_of_pair(pair);
     uint32_t t = 0;
-    for (const TapRun& run : runs) {
-        const float* a = tap(line, run.from, t, run.frames, scratch_[0].data());
-        if (!run.fading()) {
-            copy_vectors(row + t, a, run.frames);
-            t += run.frames;
-            continue;
-        }
-        const float* b = tap(line, run.to, t, run.frames, scratch_[1].data());
-        const __m256 scale = _mm256_set1_ps(1.0f / static_cast<float>(run.length));
-        for (uint32_t k = 0; k < run.frames; k += kTile) {
-            const auto frame = static_cast<float>(run.position + k);
-            const __m256 x = _mm256_mul_ps(_mm256_add_ps(_mm256_set1_ps(frame), ramp), scale);
-            const __m256 old_tap = _mm256_loadu_ps(a + k);
-            const __m256 new_tap = _mm256_loadu_ps(b + k);
-            _mm256_storeu_ps(row + t + k, crossfade(old_tap, new_tap, smoothstep(x)));
+    for (const PairRun& run : taps.runs(pair)) {
+        const float* found[2][2];
+        float* rows[2];
+        for (size_t k = 0; k < 2; ++k) {
+            const size_t i = first + 2 * k;
+            rows[k] = engine_.tap_block + i * frames + t;
+            const int32_t offsets[2] = {run.from, run.to};
+            for (size_t end = 0; end < 2; ++end)
+                found[k][end] = tap(i, Taps::modulated(taps.to(), i, offsets[end]), t, run.frames,
+                                    scratch_[2 * k + end].data());
+            if (!run.fading()) copy_vectors(rows[k], found[k][1], run.frames);
         }
         t += run.frames;
+        if (!run.fading()) continue;
+        const __m256 scale = _mm256_set1_ps(1.0f / static_cast<float>(run.length));
+        for (uint32_t k = 0; k < run.frames; k += kTile) {
+            const __m256 frame =
+                _mm256_add_ps(_mm256_set1_ps(static_cast<float>(run.position + k)), ramp);
+            turn_tile(found, rows, k, Turn(smoothstep(_mm256_mul_ps(frame, scale)), one));
+        }
     }
 }
 
 void Network::read_resizing(const Taps& taps, uint32_t frames) {
-    const __m256 eighths = ramp(0.0f, 1.0f);
-    const float* a[BRISEL_LINES];
-    const float* b[BRISEL_LINES];
+    const float* found[kPairs][2][2];
+    float* rows[kPairs][2];
     for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        a[i] = tap(i, taps.from(i), 0, frames, scratch_[2 * i].data());
-        b[i] = tap(i, taps.to(i), 0, frames, scratch_[2 * i + 1].data());
+        const size_t k = i % 4 / 2;
+        const size_t p = pair_of(i);
+        rows[p][k] = engine_.tap_block + i * frames;
+        const LineDelays* ends[2] = {&taps.from(), &taps.to()};
+        for (size_t end = 0; end < 2; ++end)
+            found[p][k][end] = tap(i, Taps::modulated(*ends[end], i, taps.offset(i)), 0, frames,
+                                   scratch_[2 * i + end].data());
     }
+    const __m256 eighths = ramp(0.0f, 1.0f);
+    const __m256 roots = _mm256_load_ps(gain_roots_.data());
     Fade fade = taps.resize();
-    alignas(32) float begin[BRISEL_LINES];
-    alignas(32) float end[BRISEL_LINES];
-    alignas(32) float more[BRISEL_LINES];
-    tap_weights(end, fade.weight(), gain_ratios_);
+    const auto turns = [&] { return Turn(_mm256_set1_ps(fade.weight()), roots); }; // of eight pairs
+    Turn end = turns();
     for (uint32_t t = 0; t < frames; t += kTile) {
+        const Turn begin = end;
         fade.advance(kTile);
-        std::copy_n(end, BRISEL_LINES, begin);
-        tap_weights(end, fade.weight(), gain_ratios_);
-        for (size_t i = 0; i < BRISEL_LINES; ++i) more[i] = end[i] - begin[i];
-        const float next_gain = reserve_.next_gain(fade.weight());
-        const __m256 gain = ramp(gain_, next_gain);
-        gain_ = next_gain;
-        __m256 taken = _mm256_setzero_ps();
-        __m256 before = _mm256_setzero_ps();
-        float* row = engine_.tap_block + t;
-        for (size_t i = 0; i < BRISEL_LINES; ++i, row += frames) {
-            const __m256 old_tap = _mm256_loadu_ps(a[i] + t);
-            const __m256 way = _mm256_sub_ps(_mm256_loadu_ps(b[i] + t), old_tap);
-            const __m256 weight =
-                _mm256_fmadd_ps(_mm256_set1_ps(more[i]), eighths, _mm256_set1_ps(begin[i]));
-            const __m256 step = _mm256_mul_ps(weight, way);
-            const __m256 mixed = _mm256_add_ps(old_tap, step);
-            taken = _mm256_fmadd_ps(step, _mm256_sub_ps(way, step), taken);
-            before = _mm256_fmadd_ps(mixed, mixed, before);
-            _mm256_storeu_ps(row, _mm256_mul_ps(mixed, gain));
+        end = turns();
+        alignas(32) float now[2][kPairs];
+        alignas(32) float way[2][kPairs];
+        _mm256_store_ps(now[0], begin.cosine);
+        _mm256_store_ps(now[1], begin.sine);
+        _mm256_store_ps(way[0], _mm256_sub_ps(end.cosine, begin.cosine));
+        _mm256_store_ps(way[1], _mm256_sub_ps(end.sine, begin.sine));
+        for (size_t p = 0; p < kPairs; ++p) {
+            const auto glide = [&](size_t k) {
+                return _mm256_fmadd_ps(_mm256_broadcast_ss(&way[k][p]), eighths,
+                                       _mm256_broadcast_ss(&now[k][p]));
+            };
+            Turn turn;
+            turn.cosine = glide(0);
+            turn.sine = glide(1);
+            turn_tile(found[p], rows[p], t, turn);
         }
-        const __m256 behind = _mm256_mul_ps(before, _mm256_mul_ps(gain, gain));
-        reserve_.settle(sum_of(taken), sum_of(before), sum_of(behind));
     }
 }
 
@@ -267,9 +301,10 @@ const float* Network::shelf_rows(const Taps& taps, const DecayGlide& glide, uint
     }
     settled_ = from_silence_ = false;
     Fade fade = taps.resize();
-    for (uint32_t t = 0; t < frames; t += kTile) {
+    for (uint32_t t = 0; t <= frames; t += kTile) {
+        decay_.row(shelf_rows_[t / kTile], knot + t,
+                   taps.resizing() ? weight_of(fade.weight()) : 0.0f);
         fade.advance(kTile);
-        decay_.row(shelf_rows_[t / kTile], knot + t, taps.resizing() ? fade.weight() : 0.0f);
     }
     return shelf_rows_[0].b0.data();
 }
@@ -280,60 +315,57 @@ void Network::run(const Taps& taps, const DecayGlide& glide, uint32_t knot,
     const float* shelf = shelf_rows(taps, glide, knot, frames);
     run_block(engine_, {in[0], in[1], out[0], out[1], shelf}, frames, prepared);
     written_ += frames;
-    std::memcpy(inputs_[1], inputs_[0], sizeof inputs_[0]);
-    for (size_t c = 0; c < 2; ++c) {
-        inputs_of_slice_[c] = in[c];
-        std::copy_n(in[c] + frames - kTile, kTile, inputs_[0][c]);
-    }
-}
-
-float* Network::last_tile(size_t line) {
-    return ring(line) + (static_cast<uint32_t>(written_ - kTile) & engine_.line_mask[line]);
-}
-
-void Network::inject(const float* const in[2], uint32_t from, uint32_t count) {
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        float* v = last_tile(i) + from;
-        for (uint32_t t = 0; t < count; ++t)
-            v[t] = std::fma(engine_.in_right[i], in[1][t],
-                            std::fma(engine_.in_left[i], in[0][t], v[t]));
-    }
-    for (size_t c = 0; c < 2; ++c) std::copy_n(in[c], count, inputs_[0][c] + from);
-}
-
-void Network::add_rows(const LineRows& rows, const float* gain, uint32_t frames) {
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        const uint32_t mask = engine_.line_mask[i];
-        const uint32_t start = static_cast<uint32_t>(written_) - frames;
-        const float* row = rows[i].data();
-        for (uint32_t t = 0; t < frames; t += kTile) {
-            float* v = ring(i) + ((start + t) & mask);
-            _mm256_storeu_ps(v, _mm256_fmadd_ps(_mm256_loadu_ps(gain + t), _mm256_loadu_ps(row + t),
-                                                _mm256_loadu_ps(v)));
-        }
-    }
-}
-
-void Network::add_to_tile(const LineRows& rows, const float* gain, uint32_t from, uint32_t count) {
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        float* v = last_tile(i);
-        for (uint32_t t = from; t < from + count; ++t) v[t] = std::fma(gain[t], rows[i][t], v[t]);
-    }
 }
 
 void Network::early_outputs(float* const out[2], uint32_t frames) {
     const float* rows[BRISEL_LINES];
     for (size_t i = 0; i < BRISEL_LINES; ++i)
-        rows[i] = tap(i, frames + kTile, 0, frames, scratch_[i].data());
+        rows[i] = tap(i, frames, 0, frames, scratch_[i].data());
     const __m256 gain = _mm256_set1_ps(engine_.out_left[0]);
     for (size_t c = 0; c < 2; ++c)
         for (uint32_t t = 0; t < frames; t += kTile) {
-            const float* input = t == 0 ? inputs_[1][c] : inputs_of_slice_[c] + t - kTile;
             __m256 sum = _mm256_setzero_ps();
             for (size_t i = c; i < BRISEL_LINES; i += 2)
                 sum = _mm256_add_ps(sum, _mm256_loadu_ps(rows[i] + t));
-            _mm256_storeu_ps(out[c] + t, _mm256_fmsub_ps(gain, sum, _mm256_loadu_ps(input)));
+            _mm256_storeu_ps(out[c] + t, _mm256_mul_ps(gain, sum));
         }
+}
+
+// Calls body(samples, t, n) for the one or two parts of a line's ring that hold `count` frames; n samples
+// from the t-th of them on.
+template <typename Body>
+void Network::each_run(size_t line, uint32_t frames, uint32_t from, uint32_t count, Body body) {
+    const uint32_t mask = engine_.line_mask[line];
+    const uint32_t start = (static_cast<uint32_t>(written_) - frames + from) & mask;
+    const size_t first = std::min(count, mask + 1 - start);
+    body(ring(line) + start, size_t{0}, first);
+    if (first < count) body(ring(line), first, count - first);
+}
+
+void Network::inject(const float* const in[2], uint32_t frames, uint32_t from, uint32_t count) {
+    for (size_t i = 0; i < BRISEL_LINES; ++i) {
+        const float to_left = engine_.in_left[i];
+        const float to_right = engine_.in_right[i];
+        each_run(i, frames, from, count, [&](float* v, size_t t, size_t n) {
+            const float* left = in[0] + t;
+            const float* right = in[1] + t;
+            for (size_t k = 0; k < n; ++k)
+                v[k] = std::fma(to_right, right[k], std::fma(to_left, left[k], v[k]));
+        });
+    }
+}
+
+void Network::inject_rows(const HalfRows& rows, const float* gain, uint32_t frames, uint32_t from,
+                          uint32_t count) {
+    for (size_t i = 0; i < BRISEL_LINES; ++i)
+        each_run(i, frames, from, count, [&](float* v, size_t t, size_t n) {
+            const float* row = rows[i / 2].data() + from + t;
+            const float* g = gain + from + t;
+            if (kSigns[i] > 0.0f)
+                for (size_t k = 0; k < n; ++k) v[k] = std::fma(g[k], row[k], v[k]);
+            else
+                for (size_t k = 0; k < n; ++k) v[k] = std::fma(-g[k], row[k], v[k]);
+        });
 }
 
 } // namespace brisel::live

@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cstdint>
-#include <span>
 
 #include "brisel/ffdn_block.h"
 #include "live/engine/loop_decay.h"
@@ -15,24 +14,8 @@
 
 namespace brisel::live {
 
-// 16 rows, one a line, of a slice's frames.
-using LineRows = std::array<std::array<float, kLongestSlice>, BRISEL_LINES>;
-
-// Energy that crossfades have taken from the lines and that is given back to them. A crossfade of two
-// signals a and b with weights 1 - w and w has less energy than the same mix of their energies: exactly
-// w (1 - w) (a - b)^2 less. Never more is given back than was taken, so that no loop gains energy.
-class EnergyReserve {
-public:
-    void empty() { energy_ = 0.0f; }
-    // The lines' gain at the end of the next tile; `weight`: the crossfade's, there.
-    float next_gain(float weight) const;
-    // What a tile took, and its energy before and behind the gain.
-    void settle(float taken, float before, float behind);
-
-private:
-    float energy_ = 0.0f;
-    float level_ = 0.0f; // energy of the last tile before the gain
-};
+// Rows of a slice's frames, one for each two lines.
+using HalfRows = std::array<std::array<float, kLongestSlice>, BRISEL_LINES / 2>;
 
 class Network {
 public:
@@ -52,16 +35,15 @@ public:
     // The frames that the taps have planned: inputs in, outputs out. `knot`: frames since the last knot.
     void run(const Taps& taps, const DecayGlide& glide, uint32_t knot, const float* const in[2],
              float* const out[2], uint32_t frames);
-    // `count` frames of input, later than run() that had zeros there: for the frames from `from` on of
-    // the tile that it ran.
-    void inject(const float* const in[2], uint32_t from, uint32_t count);
-    // Adds gain[t] * row[t] to what the lines have taken in in the last `frames` frames; or in the frames
-    // from .. from + count - 1 of the last tile.
-    void add_rows(const LineRows& rows, const float* gain, uint32_t frames);
-    void add_to_tile(const LineRows& rows, const float* gain, uint32_t from, uint32_t count);
-    // Of the frames that were run last: the outputs that the lines' inputs give without the lines, eight
-    // frames late and without run()'s and inject()'s own inputs.
+    // Of the frames that were run last, with zeros for inputs: what the outputs would be, had the lines no
+    // delay; behind the last stage.
     void early_outputs(float* const out[2], uint32_t frames);
+    // Input for the last `frames` frames, whose run had zeros there: of these the ones from `from` on,
+    // `count` in number. First the inputs of the sides, then eight rows, of which row k enters the lines
+    // 2 k and 2 k + 1 times gain[t]; in[0][0], gain[from] and row[from] belong to frame `from`.
+    void inject(const float* const in[2], uint32_t frames, uint32_t from, uint32_t count);
+    void inject_rows(const HalfRows& rows, const float* gain, uint32_t frames, uint32_t from,
+                     uint32_t count);
 
 private:
     Loops loops(const LineDelays& lines) const;
@@ -69,9 +51,10 @@ private:
     void forget(size_t line, uint32_t delay, uint32_t after, uint32_t count);
     void forget_older(const Taps& taps, uint32_t frames);
     const float* tap(size_t line, uint32_t delay, uint32_t after, uint32_t count, float* scratch);
-    float* last_tile(size_t line);
+    template <typename Body>
+    void each_run(size_t line, uint32_t frames, uint32_t from, uint32_t count, Body body);
     uint32_t read_lines(const Taps& taps, uint32_t frames);
-    void read_line(std::span<const TapRun> runs, size_t line, float* row);
+    void read_pair(const Taps& taps, size_t pair, uint32_t frames);
     void read_resizing(const Taps& taps, uint32_t frames);
     const float* shelf_rows(const Taps& taps, const DecayGlide& glide, uint32_t knot,
                             uint32_t frames);
@@ -85,15 +68,10 @@ private:
     LoopDecay decay_;
     bool settled_ = false;      // the engine's own coefficients are in force
     bool from_silence_ = false; // nothing has moved since the start
-    std::array<ShelfRow, kLongestSlice / kTile> shelf_rows_{};
+    std::array<ShelfRow, kLongestSlice / kTile + 1> shelf_rows_{};
 
-    std::array<float, BRISEL_LINES> gain_ratios_{}; // of a resize; see LoopDecay
-    EnergyReserve reserve_;
-    float gain_ = 1.0f;       // of the lines while a resize runs
-    uint64_t resized_at_ = 0; // written_ at the end of the last resize
+    alignas(32) std::array<float, kPairs> gain_roots_{}; // of a resize; see Turn
 
-    float inputs_[2][2][kTile] = {}; // of the last tile; of the last one before the slice
-    const float* inputs_of_slice_[2] = {};
     std::array<std::array<float, kLongestSlice>, 2 * BRISEL_LINES> scratch_{};
 };
 

@@ -92,12 +92,6 @@ constexpr Page kPages[] = {
     {kTone, {kLowCut, kEqLow, kEqHigh, kHighCut, kWetGain, kAutoLevel, kDuck, kDuckRelease}},
 };
 
-// The number shown is the value times this.
-double shown_scale(Unit unit) {
-    if (unit == Unit::kMilliseconds) return 1000.0;
-    return unit == Unit::kPercent ? 100.0 : 1.0;
-}
-
 std::string_view suffix_of(Unit unit) {
     switch (unit) {
     case Unit::kMilliseconds:
@@ -253,6 +247,11 @@ double clamp(const Parameter& parameter, double value) {
     value = std::clamp(value, parameter.least, parameter.most);
     if (parameter.stepped()) return std::floor(value + 0.5);
     return value + 0.0; // +0 of -0: one value, one text
+}
+
+double shown_scale(Unit unit) {
+    if (unit == Unit::kMilliseconds) return 1000.0;
+    return unit == Unit::kPercent ? 100.0 : 1.0;
 }
 
 double to_position(const Parameter& parameter, double value) {

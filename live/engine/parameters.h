@@ -94,6 +94,9 @@ Settings default_settings();
 // the default. [any-thread]
 double clamp(const Parameter& parameter, double value);
 
+// The number shown is the value times this: 1000 of milliseconds, 100 of percent, else 1. [any-thread]
+double shown_scale(Unit unit);
+
 // A knob's position, 0 .. 1, and back. [any-thread]
 double to_position(const Parameter& parameter, double value);
 double from_position(const Parameter& parameter, double position);

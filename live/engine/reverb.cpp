@@ -53,21 +53,21 @@ void clean(float* to, const float* from, uint32_t frames) {
         return;
     }
     uint32_t t = 0;
+#pragma GCC unroll 4
     for (; t + 8 <= frames; t += 8) _mm256_storeu_ps(to + t, clean(_mm256_loadu_ps(from + t)));
     for (; t < frames; ++t) to[t] = _mm256_cvtss_f32(clean(_mm256_set1_ps(from[t])));
 }
 
-float largest_magnitude(const float* signal, uint32_t frames) {
-    const __m256 sign = _mm256_set1_ps(-0.0f);
-    __m256 most = _mm256_setzero_ps();
-    uint32_t t = 0;
-    for (; t + 8 <= frames; t += 8)
-        most = _mm256_max_ps(most, _mm256_andnot_ps(sign, _mm256_loadu_ps(signal + t)));
-    alignas(32) float lanes[8];
-    _mm256_store_ps(lanes, most);
-    float largest = *std::ranges::max_element(lanes);
-    for (; t < frames; ++t) largest = std::max(largest, std::fabs(signal[t]));
-    return largest;
+// Whole tiles.
+bool all_zero(const float* const host[2], uint32_t at, uint32_t frames) {
+    __m256 any = _mm256_setzero_ps();
+    for (int c : {0, 1}) {
+        if (!host[c]) continue;
+        for (uint32_t t = at; t < at + frames; t += kTile)
+            any = _mm256_or_ps(any, _mm256_loadu_ps(host[c] + t));
+    }
+    const __m256i bits = _mm256_slli_epi32(_mm256_castps_si256(any), 1); // without the signs
+    return _mm256_testz_si256(bits, bits) != 0;
 }
 
 // For the audio thread, the only one that raises it; a reader may set it to 0 at any time.
@@ -300,6 +300,11 @@ void Reverb::State::read_input(const float* const host[2], uint32_t at, uint32_t
 uint32_t Reverb::State::run(const float* const host[2], uint32_t at, uint32_t frames,
                             float* const out[2]) {
     frames = std::min(frames & ~(kTile - 1), asleep ? kLongestSlice : longest_slice());
+    if (asleep && all_zero(host, at, frames)) {
+        for (int c : {0, 1}) std::fill_n(out[c], frames, 0.0f);
+        clock += frames;
+        return frames;
+    }
     read_input(host, at, 0, frames);
     if (asleep) {
         const uint32_t slept = sleep_on(frames, out);
@@ -323,16 +328,13 @@ uint32_t Reverb::State::run(const float* const host[2], uint32_t at, uint32_t fr
 // The tiles in front of the first one that is not silent.
 uint32_t Reverb::State::sleep_on(uint32_t frames, float* const out[2]) {
     const __m256 limit = _mm256_set1_ps(kSilence), sign = _mm256_set1_ps(-0.0f);
-    const __m256 dry = _mm256_set1_ps(mixer.dry());
     uint32_t t = 0;
     for (; t < frames; t += kTile) {
-        const __m256 left = _mm256_load_ps(in[0] + t), right = _mm256_load_ps(in[1] + t);
-        const __m256 peak =
-            _mm256_max_ps(_mm256_andnot_ps(sign, left), _mm256_andnot_ps(sign, right));
+        const __m256 peak = _mm256_max_ps(_mm256_andnot_ps(sign, _mm256_load_ps(in[0] + t)),
+                                          _mm256_andnot_ps(sign, _mm256_load_ps(in[1] + t)));
         if (_mm256_movemask_ps(_mm256_cmp_ps(peak, limit, _CMP_GE_OQ)) != 0) break;
-        _mm256_storeu_ps(out[0] + t, _mm256_fmadd_ps(dry, left, _mm256_setzero_ps()));
-        _mm256_storeu_ps(out[1] + t, _mm256_fmadd_ps(dry, right, _mm256_setzero_ps()));
     }
+    mixer.run_asleep(in_channels, out, t);
     clock += t;
     return t;
 }
@@ -422,7 +424,6 @@ Status Reverb::process(const float* const in[2], float* const out[2], uint32_t f
     const FlushToZeroScope flush_to_zero;
     if (tempo) s.hear(*tempo);
     bool slept = true;
-    float peak = 0.0f;
     alignas(32) float spare[kLongestSlice]; // the right output of a host that has none
     auto next = events.begin();
     for (uint32_t at = 0; at < frames;) {
@@ -445,8 +446,6 @@ Status Reverb::process(const float* const in[2], float* const out[2], uint32_t f
         }
         if (!out[1])
             for (uint32_t t = 0; t < done; ++t) to[0][t] = (to[0][t] + spare[t]) * 0.5f;
-        for (int c : {0, 1})
-            if (out[c]) peak = std::max(peak, largest_magnitude(to[c], done));
         slept = slept && s.asleep;
         at += done;
     }
@@ -455,9 +454,9 @@ Status Reverb::process(const float* const in[2], float* const out[2], uint32_t f
     const Mixer::Peaks peaks = s.mixer.take_peaks();
     raise(s.peak_in, peaks.input);
     raise(s.peak_wet, peaks.wet);
-    raise(s.peak_out, peak);
+    raise(s.peak_out, peaks.output);
     s.duck_gain.store(s.mixer.duck_gain(), std::memory_order_relaxed);
-    if (slept && peak == 0.0f) return Status::kAsleep;
+    if (slept && peaks.output == 0.0f) return Status::kAsleep;
     return peaks.input >= kSilence ? Status::kRunning : Status::kTail;
 }
 

@@ -5,6 +5,7 @@
 #include <numbers>
 
 #include "brisel/ffdn_defaults_n16.h"
+#include "core/ffdn_block.h"
 
 namespace brisel::live {
 
@@ -12,7 +13,12 @@ namespace {
 
 constexpr double kLongestSize = 0.5;        // seconds
 constexpr double kDeepestSeconds = 0.33e-3; // of modulation
+
+// Shallow modulation rests between its steps, and short steps leave most of the lines at rest. Deep
+// modulation always moves, and the longer its steps, the less a sine shows beside it; but the fastest
+// line takes ten of them a period.
 constexpr double kStepSeconds = 1024.0 / 48000.0;
+constexpr double kDeepSeconds = 3.0 / 48000.0;
 
 // The exact reverb's modulation.
 constexpr uint64_t kSeed = 0xC0DECAFE12345678;
@@ -43,16 +49,22 @@ void Taps::prepare(double rate) {
     for (uint32_t& delay : longest_possible_) delay += static_cast<uint32_t>(deepest_);
     resize_.set_length(whole_tiles(rate, kDelayFadeSeconds));
     // Steps begin on tiles; the lines take turns.
-    longest_step_ = std::max(whole_tiles(rate, kStepSeconds) / 128, 1u) * 128;
-    draws_ = draw_modulation(static_cast<int32_t>(std::lround(rate)), kSeed, kSlowest, kFastest);
+    shortest_step_ = std::max(whole_tiles(rate, kStepSeconds) / 128, 1u) * 128;
 }
 
 void Taps::reset(const LateSettings& settings) {
     set(settings);
     from_ = to_ = target_;
     resize_.finish();
-    for (uint32_t i = 0; i < BRISEL_LINES; ++i)
-        lines_[i] = {0, 0, i * longest_step_ / BRISEL_LINES, longest_step_, draws_.phase[i]};
+    const ModulationDraws draws =
+        draw_modulation(static_cast<int32_t>(std::lround(rate_)), kSeed, kSlowest, kFastest);
+    for (uint32_t p = 0; p < kPairs; ++p)
+        pairs_[p] = {0,
+                     0,
+                     p * shortest_step_ / static_cast<uint32_t>(kPairs),
+                     shortest_step_,
+                     draws.phase[p],
+                     draws.inc[p]};
 }
 
 void Taps::set(const LateSettings& settings) {
@@ -60,11 +72,11 @@ void Taps::set(const LateSettings& settings) {
     target_ = line_delays(rate_, settings.size, shortest_);
 }
 
-// The frames until no line is in a step.
+// The frames until no pair is in a step.
 uint32_t Taps::until_quiet() const {
     uint32_t frames = 0;
-    for (const Line& line : lines_)
-        if (line.from != line.to) frames = std::max(frames, line.length - line.position);
+    for (const Pair& pair : pairs_)
+        if (pair.from != pair.to) frames = std::max(frames, pair.length - pair.position);
     return frames;
 }
 
@@ -84,40 +96,41 @@ uint32_t Taps::slice_limit() const {
     return std::min({shortest, kMovingSlice, until_quiet()});
 }
 
-void Taps::step(size_t i) {
-    Line& line = lines_[i];
-    constexpr double kTwoPi = 2.0 * std::numbers::pi;
-    line.phase += line.length * static_cast<double>(draws_.inc[i]) * settings_.mod_rate;
-    if (line.phase >= kTwoPi) line.phase = std::fmod(line.phase, kTwoPi);
-    line.position = 0;
-    line.length = longest_step_;
-    line.from = line.to;
+void Taps::step(Pair& pair) {
+    pair.phase = std::fmod(pair.phase + pair.length * pair.per_frame * settings_.mod_rate,
+                           2.0 * std::numbers::pi);
+    pair.position = 0;
+    pair.length = step_length();
+    pair.from = pair.to;
     if (moving() || settings_.freeze) return;
     const double depth = settings_.modulate ? settings_.mod_depth * rate_ : 0.0;
-    line.to = static_cast<int32_t>(std::lround(depth * std::sin(line.phase)));
-    line.to = std::clamp(line.to, -deepest_, deepest_);
+    const auto offset = static_cast<int32_t>(std::lround(depth * std::sin(pair.phase)));
+    pair.to = std::clamp(offset, -deepest_, deepest_);
+}
+
+uint32_t Taps::step_length() const {
+    const bool deep = settings_.modulate && settings_.mod_depth >= kDeepSeconds;
+    if (!deep || settings_.mod_rate > 2.0) return shortest_step_;
+    return shortest_step_ * (settings_.mod_rate > 1.0 ? 2 : 4);
 }
 
 void Taps::plan(uint32_t frames) {
-    moving_lines_ = 0;
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        Line& line = lines_[i];
-        if (line.from == line.to && line.position + frames <= line.length) {
-            line.position += frames;
-            delays_[i] = to(i);
+    moving_pairs_ = 0;
+    for (size_t p = 0; p < kPairs; ++p) {
+        Pair& pair = pairs_[p];
+        if (pair.from == pair.to && pair.position + frames <= pair.length) {
+            pair.position += frames;
+            for (const size_t i : {first_of_pair(p), first_of_pair(p) + 2})
+                delays_[i] = modulated(to_, i, pair.to);
             continue;
         }
-        moving_lines_ |= 1u << i;
-        counts_[i] = 0;
+        moving_pairs_ |= 1u << p;
+        counts_[p] = 0;
         for (uint32_t t = 0; t < frames;) {
-            if (line.position == line.length) step(i);
-            const uint32_t run = std::min(frames - t, line.length - line.position);
-            const auto delay = [&](int32_t offset) {
-                return to_[i] + static_cast<uint32_t>(offset);
-            };
-            runs_[i][counts_[i]++] = {run, delay(line.from), delay(line.to), line.position,
-                                      line.length};
-            line.position += run;
+            if (pair.position == pair.length) step(pair);
+            const uint32_t run = std::min(frames - t, pair.length - pair.position);
+            runs_[p][counts_[p]++] = {run, pair.from, pair.to, pair.position, pair.length};
+            pair.position += run;
             t += run;
         }
     }
@@ -134,18 +147,6 @@ bool Taps::advance(uint32_t frames) {
 uint32_t Taps::longest() const {
     const uint32_t longest = std::max(from_[BRISEL_LINES - 1], to_[BRISEL_LINES - 1]);
     return longest + static_cast<uint32_t>(deepest_);
-}
-
-double Taps::share_of_steps() const {
-    if (!settings_.modulate) return 0.0;
-    // A sine's rounded value passes each integer between its extremes twice a period.
-    const double passes = 4.0 * std::round(settings_.mod_depth * rate_);
-    double share = 0.0;
-    for (const float inc : draws_.inc) {
-        const double periods = inc * settings_.mod_rate / (2.0 * std::numbers::pi);
-        share += std::min(1.0, passes * periods * longest_step_);
-    }
-    return share / BRISEL_LINES;
 }
 
 } // namespace brisel::live

@@ -1,9 +1,10 @@
 // Source of the sections: A. Simper, "Solving the continuous SVF equations using trapezoidal integration and
 // equivalent currents", 2013. With damping sqrt(2) the shelves are those of the exact plug-in.
 //
-// All four bands of both channels run in the lanes of one register. A band works a frame behind the one in
-// front of it, whose output moves up by two lanes from one step to the next; at both ends of a run some
-// lanes have no frame and keep their memories.
+// All four bands of both channels run in the lanes of one register. A band works two frames behind the one
+// in front of it, whose output moves up by two lanes; at both ends of a run some lanes have no frame and keep
+// their memories. From memory to output, up, and into memories again takes 24 cycles of latency: over two
+// frames' distance that is the 8 a frame which the memories' own recursion takes anyway.
 #include "live/engine/tone.h"
 
 #include <algorithm>
@@ -22,26 +23,32 @@ constexpr float kLowShelfHz = 250.0f, kHighShelfHz = 4500.0f; // as the exact pl
 constexpr double kLowCutOff = 20.0, kHighCutOff = 20000.0;    // Hz, where a cut is off
 constexpr double kHighestCorner = 0.45;                       // of the rate
 constexpr double kDamping = std::numbers::sqrt2;
+constexpr uint32_t kKnotFrames = 16; // from one step of what glides to the next
+constexpr float kOfKnot = 1.0f / kKnotFrames;
 
-// All ones in the lanes of the bands first .. last.
-inline __m256 lanes_of(int first, int last) {
-    const __m256i band = _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3);
-    const __m256i below = _mm256_cmpgt_epi32(_mm256_set1_epi32(first), band);
-    const __m256i above = _mm256_cmpgt_epi32(band, _mm256_set1_epi32(last));
-    return _mm256_castsi256_ps(
-        _mm256_andnot_si256(_mm256_or_si256(below, above), _mm256_set1_epi32(-1)));
+// All ones in the lanes of the bands first .. last: a window of eight numbers in a row of them.
+inline __m256 lanes_of(uint32_t first, uint32_t last) {
+    constexpr uint32_t kOn = 0xffffffff;
+    alignas(32) static constexpr uint32_t kFromFirst[16] = {0,   0,   0,   0,   0,   0,   0,   0,
+                                                            kOn, kOn, kOn, kOn, kOn, kOn, kOn, kOn};
+    alignas(32) static constexpr uint32_t kToLast[16] = {kOn, kOn, kOn, kOn, kOn, kOn, kOn, kOn,
+                                                         0,   0,   0,   0,   0,   0,   0,   0};
+    const auto window = [](const uint32_t* row) {
+        return _mm256_castsi256_ps(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(row)));
+    };
+    return _mm256_and_ps(window(kFromFirst + 8 - 2 * first), window(kToLast + 6 - 2 * last));
 }
 
 } // namespace
 
 void Tone::prepare(double rate) {
     rate_ = rate;
-    share_ = share_of_tile(rate, kLevelSeconds);
+    share_ = 1.0 - std::exp(-static_cast<double>(kKnotFrames) / (rate * kLevelSeconds));
 }
 
 void Tone::set_band(int band, const Section& section) {
-    const double quantities[kQuantities] = {section.g, section.k, section.m0, section.m1,
-                                            section.m2};
+    const double quantities[kQuantities] = {section.g / (1.0 + section.g), section.k, section.m0,
+                                            section.m1, section.m2};
     for (int q = 0; q < kQuantities; ++q) {
         moving_ = moving_ || target_[q][band] != quantities[q];
         target_[q][band] = quantities[q];
@@ -95,6 +102,7 @@ void Tone::reset() {
     std::memset(s2_, 0, sizeof s2_);
     derive();
     moving_ = false;
+    knot_ = 0;
     neutral_ = is_neutral();
 }
 
@@ -130,7 +138,8 @@ void Tone::step() {
 // and y = m0 x + m1 v1 + m2 v2.
 void Tone::derive() {
     const __m256d one = _mm256_set1_pd(1.0), two = _mm256_set1_pd(2.0);
-    const __m256d g = _mm256_load_pd(value_[kG]), k = _mm256_load_pd(value_[kK]);
+    const __m256d u = _mm256_load_pd(value_[kU]), k = _mm256_load_pd(value_[kK]);
+    const __m256d g = _mm256_div_pd(u, _mm256_sub_pd(one, u));
     const __m256d m0 = _mm256_load_pd(value_[kM0]), m1 = _mm256_load_pd(value_[kM1]);
     const __m256d m2 = _mm256_load_pd(value_[kM2]);
     const __m256d damped = _mm256_mul_pd(g, _mm256_add_pd(g, k));
@@ -153,34 +162,34 @@ void Tone::derive() {
 template <bool kMoving>
 void Tone::filter(float* left, float* right, uint32_t frames) {
     const __m256i up = _mm256_setr_epi32(0, 0, 0, 1, 2, 3, 4, 5);
-    // Eighths of the tile's way behind each band's frame, at step 0 less one.
-    const __m256 behind = _mm256_setr_ps(0.f, 0.f, 0.125f, 0.125f, 0.25f, 0.25f, 0.375f, 0.375f);
+    // By so much of the way from knot to knot each band is behind the first.
+    const __m256 behind =
+        _mm256_mul_ps(_mm256_set1_ps(2.0f * kOfKnot), _mm256_setr_ps(0, 0, 1, 1, 2, 2, 3, 3));
     __m256 c[kCoefficients];
     if constexpr (!kMoving)
         for (int k = 0; k < kCoefficients; ++k) c[k] = _mm256_load_ps(to_[k]);
-    __m256 s1 = _mm256_load_ps(s1_), s2 = _mm256_load_ps(s2_), y = _mm256_setzero_ps();
+    __m256 s1 = _mm256_load_ps(s1_), s2 = _mm256_load_ps(s2_);
+    __m256 y = _mm256_setzero_ps(), before = y; // outputs of the last step and of the one before
 
     const auto advance = [&](__m256 x, uint32_t step) {
         if constexpr (kMoving) {
-            const __m256 way =
-                _mm256_sub_ps(_mm256_set1_ps(0.125f * static_cast<float>(step + 1)), behind);
-            for (int k = 0; k < kCoefficients; ++k) {
-                const __m256 from = _mm256_load_ps(from_[k]);
-                c[k] = _mm256_fmadd_ps(way, _mm256_sub_ps(_mm256_load_ps(to_[k]), from), from);
-            }
+            const __m256 way = _mm256_sub_ps(
+                _mm256_set1_ps(kOfKnot * static_cast<float>(knot_ + step + 1)), behind);
+            for (int k = 0; k < kCoefficients; ++k)
+                c[k] = _mm256_fmadd_ps(way, _mm256_load_ps(way_[k]), _mm256_load_ps(from_[k]));
         }
         const __m256 memories = _mm256_fmadd_ps(c[kO1], s1, _mm256_mul_ps(c[kO2], s2));
-        const __m256 n1 = _mm256_add_ps(_mm256_fnmadd_ps(c[kD1], s1, s1),
-                                        _mm256_fnmadd_ps(c[kC], s2, _mm256_mul_ps(c[kC], x)));
-        const __m256 n2 = _mm256_add_ps(_mm256_fnmadd_ps(c[kD2], s2, s2),
-                                        _mm256_fmadd_ps(c[kC], s1, _mm256_mul_ps(c[kD2], x)));
+        const __m256 rest = _mm256_sub_ps(x, s2);
+        const __m256 next = _mm256_fmadd_ps(c[kC], s1, s2);
+        s1 = _mm256_fmadd_ps(c[kC], rest, _mm256_fnmadd_ps(c[kD1], s1, s1));
+        s2 = _mm256_fmadd_ps(c[kD2], rest, next);
+        before = y;
         y = _mm256_fmadd_ps(c[kO0], x, memories);
-        s1 = n1;
-        s2 = n2;
     };
+    const auto passed_up = [&] { return _mm256_permutevar8x32_ps(before, up); };
     const auto input = [&](uint32_t t) {
         const __m128 frame = _mm_unpacklo_ps(_mm_load_ss(left + t), _mm_load_ss(right + t));
-        return _mm256_blend_ps(_mm256_permutevar8x32_ps(y, up), _mm256_castps128_ps256(frame), 0x3);
+        return _mm256_blend_ps(passed_up(), _mm256_castps128_ps256(frame), 0x3);
     };
     const auto output = [&](uint32_t t) {
         const __m128 high = _mm256_extractf128_ps(y, 1);
@@ -188,42 +197,55 @@ void Tone::filter(float* left, float* right, uint32_t frames) {
         _mm_store_ss(right + t, _mm_permute_ps(high, 3));
     };
     // Some bands only: the others keep their memories.
-    const auto advance_some = [&](__m256 x, uint32_t step, int first, int last) {
-        const __m256 old1 = s1, old2 = s2, active = lanes_of(first, last);
+    const auto advance_some = [&](__m256 x, uint32_t step, uint32_t first, uint32_t last) {
+        const __m256 old1 = s1, old2 = s2;
+        const __m256 active = lanes_of(first, last);
         advance(x, step);
         s1 = _mm256_blendv_ps(old1, s1, active);
         s2 = _mm256_blendv_ps(old2, s2, active);
     };
-    constexpr uint32_t kLag = kBands - 1; // frames of the last band behind the first
-    for (uint32_t step = 0; step < kLag; ++step)
-        advance_some(input(step), step, 0, static_cast<int>(step));
+    constexpr uint32_t kLag = 2 * (kBands - 1); // frames of the last band behind the first
+    static_assert(kLag <= kTile);
+    for (uint32_t step = 0; step < kLag; ++step) advance_some(input(step), step, 0, step / 2);
     for (uint32_t step = kLag; step < frames; ++step) {
         advance(input(step), step);
         output(step - kLag);
     }
     for (uint32_t k = 0; k < kLag; ++k) {
-        advance_some(_mm256_permutevar8x32_ps(y, up), frames + k, static_cast<int>(k) + 1,
-                     kBands - 1);
+        advance_some(passed_up(), frames + k, k / 2 + 1, kBands - 1);
         output(frames + k - kLag);
     }
     _mm256_store_ps(s1_, s1);
     _mm256_store_ps(s2_, s2);
 }
 
+// From the present knot to the next one.
+void Tone::start_knot() {
+    neutral_ = false;
+    std::memcpy(from_, to_, sizeof from_);
+    step();
+    derive();
+    for (int k = 0; k < kCoefficients; ++k)
+        _mm256_store_ps(way_[k], _mm256_sub_ps(_mm256_load_ps(to_[k]), _mm256_load_ps(from_[k])));
+}
+
 void Tone::run(float* const wet[2], uint32_t frames) {
-    uint32_t t = 0;
-    for (; t < frames && moving_; t += kTile) {
-        neutral_ = false;
-        std::memcpy(from_, to_, sizeof from_);
-        step();
-        derive();
-        filter<true>(wet[0] + t, wet[1] + t, kTile);
-        if (moving_ || !is_neutral()) continue;
+    for (uint32_t t = 0; t < frames;) {
+        uint32_t n = frames - t;
+        if (knot_ == 0 && !moving_) {
+            if (!neutral_) filter<false>(wet[0] + t, wet[1] + t, n);
+            return;
+        }
+        if (knot_ == 0) start_knot();
+        n = std::min(n, kKnotFrames - knot_);
+        filter<true>(wet[0] + t, wet[1] + t, n);
+        knot_ = (knot_ + n) % kKnotFrames;
+        t += n;
+        if (knot_ != 0 || moving_ || !is_neutral()) continue;
         neutral_ = true;
         std::memset(s1_, 0, sizeof s1_);
         std::memset(s2_, 0, sizeof s2_);
     }
-    if (t < frames && !neutral_) filter<false>(wet[0] + t, wet[1] + t, frames - t);
 }
 
 } // namespace brisel::live

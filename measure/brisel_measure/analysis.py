@@ -9,12 +9,12 @@ Sources
       definition, onset, interaural cross-correlation.
   M. R. Schroeder, New method of measuring reverberation time, JASA 37, 1965: backward integration.
   F. Jacobsen, J. H. Rindel, Time reversed decay measurements, J. Sound Vib. 117, 1987.
-  A. Lundeby, T. E. Vigran, H. Bietz, M. Vorlaender, Uncertainties of measurements in room acoustics,
-      Acustica 81, 1995: where a decay meets the noise.
+  A. Lundeby, T. E. Vigran, H. Bietz, M. Vorlaender, Uncertainties of measurements in room
+      acoustics, Acustica 81, 1995: where a decay meets the noise.
   C. C. J. M. Hak, R. H. C. Wenmaekers, L. C. J. van Luxemburg, Measuring room impulse responses:
       impact of the decay range on derived room acoustic parameters, Acta Acustica 98, 2012.
-  M. Guski, M. Vorlaender, Comparison of noise compensation methods for room acoustic impulse response
-      evaluations, Acta Acustica 100, 2014.
+  M. Guski, M. Vorlaender, Comparison of noise compensation methods for room acoustic impulse
+      response evaluations, Acta Acustica 100, 2014.
   J. S. Abel, P. Huang, A simple, robust measure of reverberation echo density, AES Convention 121,
       2006.
 """
@@ -31,13 +31,13 @@ ECHO_WINDOW = 0.020  # seconds, the window of Abel and Huang
 # response counts as mixed once its density comes as near to 1 as that of noise always is.
 MIXED = 0.9
 # And it stays mixed from when its density no longer falls below this: five standard deviations of
-# noise, which 0.9 is not far enough for. Looked for while the first 30 dB decay: later, damping leaves
-# so narrow a band that its density scatters more than that of noise.
+# noise, which 0.9 is not far enough for. Looked for while the first 30 dB decay: later, damping
+# leaves so narrow a band that its density scatters more than that of noise.
 STAYS_MIXED = 0.8
 STAYS_UNTIL = -30  # dB of the decay curve
 
-# The range between the loudest moment and the noise, in dB, that a decay time needs: 10 dB more than
-# the levels that it is fitted to (ISO 3382-1; Hak et al.).
+# The range between the loudest moment and the noise, in dB, that a decay time needs: 10 dB more
+# than the levels that it is fitted to (ISO 3382-1; Hak et al.).
 RANGE_NEEDED = {"edt_s": 20, "t20_s": 35, "t30_s": 45}
 
 # EDT over T30 beyond which, or beyond whose inverse, a decay is not called straight.
@@ -126,8 +126,10 @@ def find_decay(response, rate):
     noise.
     """
     level = energy(response)
-    if not level[-len(level) // 10 :].any():
-        return Decay(len(level))
+    # Silence at the end is none of the room's: what is before it tells of the noise, or is cut off.
+    level = level[: np.flatnonzero(level)[-1] + 1] if level.any() else level[:0]
+    if len(level) < rate // 20:
+        return None
 
     def averages(size):
         count = len(level) // size
@@ -165,7 +167,7 @@ def find_decay(response, rate):
         if abs(cross - before) < size / 2:
             break
     end = int(np.clip((noise - start) / slope, 1, len(level)))
-    # The integral of the exponential from the intersection on, where its level is that of the noise.
+    # The integral of the exponential from the intersection on.
     beyond = 10 ** ((start + slope * end) / 10) * 10 / (-slope * np.log(10))
     return Decay(end, float(beyond), float(10 ** (noise / 10)), float(loudest - noise))
 

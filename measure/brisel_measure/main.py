@@ -11,14 +11,16 @@ import soundfile
 from . import render, report
 
 DESCRIPTION = """\
-Measures reverbs. The first form sends an impulse through brisel-render at mix 1; all options that are
-not below go to brisel-render, for example --size 80ms --decay 4 or --preset hall. The second takes
-an impulse response from a file, of a room or of another reverb. Both write into FOLDER the response
-(impulse.wav), every figure (report.json), and pictures, alone (*.png) and on one page (report.html).
+Measures reverbs. The first form sends an impulse through brisel-render at mix 1; all options that
+are not below go to brisel-render, for example --size 80ms --decay 4 or --preset hall. The second
+takes an impulse response from a file, of a room or of another reverb. Both write into FOLDER the
+response (impulse.wav), every figure (report.json), and pictures, alone (*.png) and on one page
+(report.html).
 
 The third prints the figures of two or more side by side, and with -o draws them into one picture.
 Each is a folder with a report, a sound file with a response, a preset, or options of brisel-render
-as one word: --compare hall room.wav '--size 80ms --decay 4'.
+as one word: --compare hall room.wav '--size 80ms --decay 4'. The fourth draws the spectrograms and
+levels of any sounds.
 """
 
 USAGE = """\

@@ -156,7 +156,8 @@ def draw_spectrogram(response):
             )  # fmt: skip
     ticks = [centre for centre in analysis.OCTAVES if centre < thirds[-1]]
     falling.set_xticks(np.log2(np.array(ticks) / thirds[0]) + right, map(short_hertz, ticks))
-    falling.set(yticks=[], xlabel="frequency (Hz), of the nearest curve", ylabel="level: each curve 90 dB")
+    falling.set(yticks=[], ylabel="level: each curve 90 dB")
+    falling.set_xlabel("frequency (Hz), of the nearest curve")
     falling.set_title("Waterfall: third-octave spectra from the beginning (back) to -60 dB (front)")
     falling.grid(False)
     return figure
@@ -189,7 +190,8 @@ def draw_late_spectrum(response, found):
     start = int(found["late"]["from_s"] * response.rate)
     size = int(found["late"]["length_s"] * response.rate)
     for name, colour, sound in named(response):
-        frequency, _, smooth = analysis.smoothed_spectrum(sound[start : start + size], response.rate)
+        late = sound[start : start + size]
+        frequency, _, smooth = analysis.smoothed_spectrum(late, response.rate)
         level = decibels(smooth)
         shown = frequency >= 25
         axes.plot(frequency[shown], level[shown] - level[shown].max(), colour, label=name)

@@ -1,4 +1,4 @@
-"""Responses: of the plug-in as a user gets it, an impulse sent through brisel-render, or of a file."""
+"""Responses: of the plug-in, as brisel-render gives it of an impulse, and of files."""
 
 import dataclasses
 import pathlib

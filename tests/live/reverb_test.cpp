@@ -213,6 +213,14 @@ TEST(LiveReverb, StepsOfParametersDoNotClick) {
             EXPECT_LT(bench::click_db(channel, 2 * kApart, kRate), row.limit) << row.to.first;
         }
     }
+    // Predelay on its way through both of its histories and back.
+    std::vector<Event> events;
+    for (size_t t = 0; t < kApart; t += 1024) {
+        const double way = 1.0 - std::fabs(2.0 * static_cast<double>(t) / kApart - 1.0);
+        events.push_back({static_cast<uint32_t>(kApart + t), kPredelay, false, 0.5 * way});
+    }
+    for (const auto& channel : Host({}).run(input, events))
+        EXPECT_LT(bench::click_db(channel, kApart, kRate, 1.0), -60.0);
 }
 
 TEST(LiveReverb, AutoLevelKeepsSteadyNoise) {

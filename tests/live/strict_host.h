@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <set>
 #include <thread>
 
 #include "live/clap/plugin.h"
@@ -74,7 +75,10 @@ private:
 // The host of one instance.
 class Host {
 public:
-    int rescans = 0, tail_changes = 0, loaded = 0, errors = 0;
+    int rescans = 0, tail_changes = 0, loaded = 0, errors = 0, windows_closed = 0;
+    std::set<clap_id> timers; // registered
+    clap_id last_timer = 0;
+    std::set<int> fds; // registered
     std::atomic<std::thread::id> audio_thread = {}; // none when it is no thread's turn
     const clap_host_t clap = {{1, 2, 8}, this,          "strict",     "",           "",
                               "1",       get_extension, [](auto*) {}, [](auto*) {}, [](auto*) {}};
@@ -98,7 +102,24 @@ private:
                 ++of(h).errors;
             },
             [](auto* h, uint32_t, const char*, const char*) { ++of(h).loaded; }};
+        static constexpr clap_host_timer_support_t kHostTimer = {
+            [](auto* h, uint32_t, clap_id* timer) {
+                of(h).timers.insert(*timer = ++of(h).last_timer);
+                return true;
+            },
+            [](auto* h, clap_id timer) { return of(h).timers.erase(timer) == 1; }};
+        static constexpr clap_host_posix_fd_support_t kHostFd = {
+            [](auto* h, int fd, clap_posix_fd_flags_t) { return of(h).fds.insert(fd).second; },
+            [](auto*, int, clap_posix_fd_flags_t) { return false; },
+            [](auto* h, int fd) { return of(h).fds.erase(fd) == 1; }};
+        static constexpr clap_host_gui_t kHostGui = {
+            [](auto*) {}, [](auto*, uint32_t, uint32_t) { return false; },
+            [](auto*) { return false; }, [](auto*) { return false; },
+            [](auto* h, bool) { ++of(h).windows_closed; }};
         const std::string_view asked = id;
+        if (asked == CLAP_EXT_TIMER_SUPPORT) return &kHostTimer;
+        if (asked == CLAP_EXT_POSIX_FD_SUPPORT) return &kHostFd;
+        if (asked == CLAP_EXT_GUI) return &kHostGui;
         if (asked == CLAP_EXT_PARAMS) return &kHostParams;
         if (asked == CLAP_EXT_TAIL) return &kHostTail;
         return asked == CLAP_EXT_PRESET_LOAD ? &kHostPresetLoad : nullptr;

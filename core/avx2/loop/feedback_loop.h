@@ -12,8 +12,10 @@ struct BlockSignals {
     const float* x_right; // null: mono input
     float* y_left;
     float* y_right; // null: mono output
-    // Coefficients of the two-band filters for each tile of eight frames, b0[16] and a1[16], read
-    // instead of the record's own; null: the record's.
+    // Two-band filters that glide, instead of the record's own: rows of b0[16] and a1[16], one at
+    // the start of each tile of eight frames and one at the block's end, between which coefficients
+    // run linearly. For stereo inputs and outputs whose gains alternate from line to line, as the
+    // defaults do. Null: the record's own.
     const float* shelf_rows = nullptr;
 };
 

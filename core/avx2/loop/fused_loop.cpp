@@ -29,6 +29,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <type_traits>
 #include <utility>
 
 #include "core/avx2/loop/feedback_loop.h"
@@ -61,7 +62,7 @@ struct alignas(64) Workspace {
     float* writes[BRISEL_LINES];      // where the results that are there go
 };
 
-template <int K, bool kTwoBand, bool kStereoIn, bool kAlternating>
+template <int K, Decay kDecay, bool kStereoIn, bool kAlternating>
 class FusedLoop {
 public:
     FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared)
@@ -195,9 +196,10 @@ private:
                             e_.stages[2].wpos + t0};
         ws_.in_gains.set(0, kStereoIn ? e_.in_left : e_.in_gain);
         ws_.in_gains.set(1, e_.in_right);
-        feed_back_piece<kTwoBand, kStereoIn, kPiece>(
-            e_, shelf_of(e_, io_, t0), ws_.filtered, ws_.in_gains, io_.x_left + t0,
-            kStereoIn ? io_.x_right + t0 : nullptr, ws_.results[0], length,
+        feed_back_piece<kDecay, kStereoIn, kPiece>(
+            e_, kDecay == Decay::kGliding ? io_.shelf_rows + kShelfStep * t0 : nullptr,
+            ws_.filtered, ws_.in_gains, io_.x_left + t0, kStereoIn ? io_.x_right + t0 : nullptr,
+            ws_.results[0], length,
             [&](size_t p) __attribute__((always_inline)) {
                 if (K >= 2) stage0_into_1(stages, p);
                 if (K >= 3) stage1_into_2(stages, p);
@@ -282,11 +284,16 @@ bool all_alternate(const ffdn_block_n16& e, bool stereo_in) {
            (stereo_in ? alternates(e.in_left) && alternates(e.in_right) : alternates(e.in_gain));
 }
 
-// The instances' numbers: number of stages, two bands, stereo input, alternating gains.
+// The instances' numbers: number of stages, two bands, stereo input, alternating gains; then those
+// whose coefficients glide, by number of stages.
+constexpr size_t kGlidingShapes = 24;
 template <size_t shape>
-using FusedShape =
-    FusedLoop<1 + shape / 8, (shape / 4 % 2 > 0), (shape / 2 % 2 > 0), (shape % 2 > 0)>;
-constexpr auto kLoops = loop_table<FusedShape>(std::make_index_sequence<24>());
+using FusedShape = std::conditional_t<
+    (shape < kGlidingShapes),
+    FusedLoop<1 + shape / 8 % 3, (shape / 4 % 2 > 0) ? Decay::kTwoBand : Decay::kBroadband,
+              (shape / 2 % 2 > 0), (shape % 2 > 0)>,
+    FusedLoop<1 + shape % 3, Decay::kGliding, true, true>>;
+constexpr auto kLoops = loop_table<FusedShape>(std::make_index_sequence<kGlidingShapes + 3>());
 
 } // namespace
 
@@ -298,9 +305,11 @@ bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io) {
 }
 
 void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
+    const auto stages = static_cast<size_t>(e.stage_count - 1);
     const bool stereo_in = io.x_right;
-    const size_t shape = 8 * static_cast<size_t>(e.stage_count - 1) + (e.two_band ? 4 : 0) +
-                         (stereo_in ? 2 : 0) + (all_alternate(e, stereo_in) ? 1 : 0);
+    const size_t shape = io.shelf_rows ? kGlidingShapes + stages
+                                       : 8 * stages + (e.two_band ? 4 : 0) + (stereo_in ? 2 : 0) +
+                                             (all_alternate(e, stereo_in) ? 1 : 0);
     kLoops[shape](e, io, n, prepared);
 }
 

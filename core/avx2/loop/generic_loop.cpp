@@ -38,7 +38,7 @@ struct alignas(64) Workspace {
     float* writes[BRISEL_LINES];      // where the results go
 };
 
-template <bool kStereoOut, bool kStereoIn, bool kTwoBand>
+template <bool kStereoOut, bool kStereoIn, Decay kDecay>
 class GenericLoop {
 public:
     GenericLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared)
@@ -134,10 +134,10 @@ private:
 
     // C. The results are left in back_.
     __attribute__((noinline)) void feed_back(uint32_t t, uint32_t length) {
-        feed_back_piece<kTwoBand, kStereoIn, kRow>(
-            e_, shelf_of(e_, io_, t), ws_.filtered, ws_.in_gains, io_.x_left + t,
-            kStereoIn ? io_.x_right + t : nullptr, back_[0] + kPiece, length, [](size_t) {},
-            [&](size_t line, size_t p) { return ws_.reads[line] + p; });
+        feed_back_piece<kDecay, kStereoIn, kRow>(
+            e_, kDecay == Decay::kGliding ? io_.shelf_rows + kShelfStep * t : nullptr, ws_.filtered,
+            ws_.in_gains, io_.x_left + t, kStereoIn ? io_.x_right + t : nullptr, back_[0] + kPiece,
+            length, [](size_t) {}, [&](size_t line, size_t p) { return ws_.reads[line] + p; });
     }
 
     // Puts the rows in back_ into the main rings.
@@ -161,16 +161,21 @@ private:
     Rows back_ = ws_.rows[1];  // what the next pass writes
 };
 
-// The instances' numbers: mono to mono, mono to stereo, stereo to stereo; two bands.
+// The instances' numbers: mono to mono, mono to stereo, stereo to stereo; two bands. The
+// coefficients of the last one glide, in stereo.
+constexpr size_t kGlidingShape = 6;
 template <size_t shape>
-using GenericShape = GenericLoop<(shape / 2 > 0), (shape / 2 > 1), (shape % 2 > 0)>;
-constexpr auto kLoops = loop_table<GenericShape>(std::make_index_sequence<6>());
+using GenericShape = GenericLoop<shape / 2 >= 1, shape / 2 >= 2,
+                                 shape == kGlidingShape ? Decay::kGliding
+                                 : shape % 2 != 0       ? Decay::kTwoBand
+                                                        : Decay::kBroadband>;
+constexpr auto kLoops = loop_table<GenericShape>(std::make_index_sequence<kGlidingShape + 1>());
 
 } // namespace
 
 void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
     const size_t channels = !io.y_right ? 0 : io.x_right ? 2 : 1;
-    const size_t shape = 2 * channels + (e.two_band ? 1 : 0);
+    const size_t shape = io.shelf_rows ? kGlidingShape : 2 * channels + (e.two_band ? 1 : 0);
     kLoops[shape](e, io, n, prepared);
 }
 

@@ -40,21 +40,8 @@ struct LaneGains {
 // Filter output of two tiles: [tile][lines 0-7, 8-15][frame][line].
 using FilteredTiles = float[2][2][8][8];
 
-// Which coefficients the two-band filters of a piece take, tile by tile: b0 of the 16 lines, then
-// a1.
-struct Shelf {
-    const float* rows;
-    size_t step; // floats a frame: 4 with a row for each tile, 0 with one for all
-
-    const float* tile(size_t p) const { return rows + step * p; }
-};
-
-// For the piece that starts at frame t.
-inline Shelf shelf_of(const ffdn_block_n16& e, const BlockSignals& io, size_t t) {
-    constexpr size_t kStep = 2 * BRISEL_LINES / kTile;
-    if (io.shelf_rows) return {io.shelf_rows + kStep * t, kStep};
-    return {e.shelf_b0, 0};
-}
+// Floats of BlockSignals::shelf_rows a frame.
+constexpr size_t kShelfStep = 2 * BRISEL_LINES / kTile;
 
 // The end of a turn, for a piece: decay and injection into rows of kOutRow floats. First in each
 // tile comes `before(p)`, work of the caller's; then `row(line, p)` gives the address of the last
@@ -63,18 +50,20 @@ inline Shelf shelf_of(const ffdn_block_n16& e, const BlockSignals& io, size_t t)
 // The two-band filter's recursion takes four cycles a frame. The injection of the tile before and
 // the caller's work for the next one stand between two of its tiles and fill them.
 //
+// `shelf_rows`, where coefficients glide, starts with the row of the first tile.
+//
 // Where signals and rows stand comes by value: stores of vectors may alias anything, so that the
 // compiler would load a member again after each of them.
-template <bool kTwoBand, bool kStereoIn, size_t kOutRow, size_t kPeriod, typename Before,
+template <Decay kDecay, bool kStereoIn, size_t kOutRow, size_t kPeriod, typename Before,
           typename Row>
 inline __attribute__((always_inline)) void
-feed_back_piece(ffdn_block_n16& e, Shelf shelf, FilteredTiles& filtered,
+feed_back_piece(ffdn_block_n16& e, const float* shelf_rows, FilteredTiles& filtered,
                 const LaneGains<kPeriod>& in_gains, const float* x_left, const float* x_right,
                 float* out, size_t length, Before before, Row row) {
     const auto right_input = [=](size_t p) {
         return kStereoIn ? _mm256_loadu_ps(x_right + p) : _mm256_setzero_ps();
     };
-    if (!kTwoBand) {
+    if (kDecay == Decay::kBroadband) {
         for (size_t p = 0; p < length; p += kTile) {
             before(p);
             float* to = opaque(out + p);
@@ -97,7 +86,11 @@ feed_back_piece(ffdn_block_n16& e, Shelf shelf, FilteredTiles& filtered,
     for (; p < length; p += kTile) {
         before(p);
         if (p > 0) inject(last, p - kTile);
-        filter_tile(now, shelf.tile(p), memory, [&](size_t line) { return row(line, p); });
+        const auto delayed = [&](size_t line) { return row(line, p); };
+        if (kDecay == Decay::kGliding)
+            filter_gliding_tile(now, shelf_rows + kShelfStep * p, memory, delayed);
+        else
+            filter_tile(now, e.shelf_b0, memory, delayed);
         std::swap(now, last);
     }
     inject(last, p - kTile);
