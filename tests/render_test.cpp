@@ -17,6 +17,8 @@
 #include "render/units.h"
 #include "tests/compare.h"
 
+using namespace brisel::render;
+
 namespace {
 
 namespace fs = std::filesystem;
