@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "brisel/ffdn_block.h"
+#include "core/network_math.h"
 #include "live/engine/loop_decay.h"
 #include "live/engine/storage.h"
 #include "live/engine/taps.h"
@@ -70,7 +71,9 @@ private:
     bool from_silence_ = false; // nothing has moved since the start
     std::array<ShelfRow, kLongestSlice / kTile + 1> shelf_rows_{};
 
-    alignas(32) std::array<float, kPairs> gain_roots_{}; // of a resize; see Turn
+    alignas(
+        32) std::array<float, kPairs> gain_roots_{}; // of a resize, with its directions; see Turn
+    Xorshift64 random_{};                            // draws the directions
 
     std::array<std::array<float, kLongestSlice>, 2 * BRISEL_LINES> scratch_{};
 };
