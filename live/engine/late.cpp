@@ -350,6 +350,10 @@ void Late::State::step(const float* const in[2], float* const out[2], uint32_t f
 }
 
 void Late::State::write_diffuser(const float* const in[2], uint32_t from, uint32_t count) {
+    if (steady_ && feed_input_[0] == 1.0f) {
+        diffuser_.write(in, from, count);
+        return;
+    }
     const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
     scale(in, feed_input_, from, count);
     diffuser_.write(x, from, count);

@@ -22,6 +22,18 @@ namespace {
 // the right one, x the bits of the row's number, draw on four of eight each.
 constexpr float kSigns[BRISEL_LINES] = {1, 1, 1, 1, 1, 1, -1, -1, 1, -1, 1, -1, 1, -1, -1, 1};
 
+// v[t] += sign * (gain[t] * row[t])
+void add_scaled(float* v, const float* gain, const float* row, size_t frames, float sign) {
+    const __m256 flip = _mm256_set1_ps(sign < 0.0f ? -0.0f : 0.0f);
+    size_t t = 0;
+    for (; t + 8 <= frames; t += 8) {
+        const __m256 signed_row = _mm256_xor_ps(_mm256_loadu_ps(row + t), flip);
+        _mm256_storeu_ps(
+            v + t, _mm256_fmadd_ps(_mm256_loadu_ps(gain + t), signed_row, _mm256_loadu_ps(v + t)));
+    }
+    for (; t < frames; ++t) v[t] = std::fma(gain[t], sign * row[t], v[t]);
+}
+
 } // namespace
 
 bool Network::prepare(double rate, const Taps& taps) {
@@ -304,12 +316,7 @@ void Network::inject_rows(const HalfRows& rows, const float* gain, uint32_t fram
                           uint32_t count) {
     for (size_t i = 0; i < BRISEL_LINES; ++i)
         each_run(i, frames, from, count, [&](float* v, size_t t, size_t n) {
-            const float* row = rows[i / 2].data() + from + t;
-            const float* g = gain + from + t;
-            if (kSigns[i] > 0.0f)
-                for (size_t k = 0; k < n; ++k) v[k] = std::fma(g[k], row[k], v[k]);
-            else
-                for (size_t k = 0; k < n; ++k) v[k] = std::fma(-g[k], row[k], v[k]);
+            add_scaled(v, gain + from + t, rows[i / 2].data() + from + t, n, kSigns[i]);
         });
 }
 
