@@ -274,7 +274,8 @@ void Network::run(const Taps& taps, const DecayGlide& glide, uint32_t knot,
     written_ += frames;
 }
 
-void Network::early_outputs(float* const out[2], uint32_t frames) {
+void Network::mix_early_outputs(float* const out[2], const float* near, const float* early,
+                                uint32_t frames) {
     const float* rows[BRISEL_LINES];
     for (size_t i = 0; i < BRISEL_LINES; ++i)
         rows[i] = tap(i, frames, 0, frames, scratch_[i].data());
@@ -284,7 +285,10 @@ void Network::early_outputs(float* const out[2], uint32_t frames) {
             __m256 sum = _mm256_setzero_ps();
             for (size_t i = c; i < BRISEL_LINES; i += 2)
                 sum = _mm256_add_ps(sum, _mm256_loadu_ps(rows[i] + t));
-            _mm256_storeu_ps(out[c] + t, _mm256_mul_ps(gain, sum));
+            const __m256 lines =
+                _mm256_mul_ps(_mm256_loadu_ps(near + t), _mm256_loadu_ps(out[c] + t));
+            const __m256 weight = _mm256_mul_ps(_mm256_loadu_ps(early + t), gain);
+            _mm256_storeu_ps(out[c] + t, _mm256_fmadd_ps(weight, sum, lines));
         }
 }
 
