@@ -208,7 +208,8 @@ inline std::vector<unsigned char> state_of(const std::vector<double>& values,
     std::vector<unsigned char> bytes(8 + sizeof(double) * values.size());
     std::memcpy(bytes.data(), magic, 4);
     std::memcpy(bytes.data() + 4, &version, 4);
-    std::memcpy(bytes.data() + 8, values.data(), bytes.size() - 8);
+    std::copy_n(reinterpret_cast<const unsigned char*>(values.data()), bytes.size() - 8,
+                &bytes[0] + 8);
     return bytes;
 }
 

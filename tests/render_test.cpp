@@ -17,6 +17,8 @@
 #include "render/units.h"
 #include "tests/compare.h"
 
+using namespace brisel::render;
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -209,6 +211,8 @@ TEST_F(Render, FormatFollowsTheEndingAndTheSameRunGivesTheSameBytes) {
     } cases[] = {
         {"a.wav", "--bits 16", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1.0 / 32768},
         {"b.WAV", "--bits 24", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 1.0 / 8388608},
+        {"c.wav", "", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 0.0},
+        {"a.aiff", "", SF_FORMAT_AIFF | SF_FORMAT_FLOAT, 0.0},
         {"a.w64", "--bits 32f", SF_FORMAT_W64 | SF_FORMAT_FLOAT, 0.0},
         {"a.rf64", "", SF_FORMAT_RF64 | SF_FORMAT_FLOAT, 0.0},
         {"a.flac", "", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 1.0 / 8388608},

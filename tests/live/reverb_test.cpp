@@ -6,7 +6,7 @@
 #include "bench/click_meter.h"
 #include "brisel/ffdn_eq.h"
 #include "live/engine/tone.h"
-#include "tests/reverb_object.h"
+#include "tests/compare.h"
 
 namespace {
 
@@ -72,7 +72,7 @@ constexpr double kExactShelvesNoise = -90.0;
 TEST(LiveReverb, AtRestEqualsTheExactOne) {
     Random random(1);
     for (int k = 0; k < 24; ++k) {
-        const auto exact = reverb_object::create(48000, 240);
+        const auto exact = compare::create(48000, 240);
         qv_reverb_params p = exact->params;
         p.mix = p.width = 1.0f;
         p.modulate = 0;

@@ -78,7 +78,7 @@ public:
     int rescans = 0, tail_changes = 0, loaded = 0, errors = 0, windows_closed = 0;
     std::set<clap_id> timers; // registered
     clap_id last_timer = 0;
-    std::set<int> fds; // registered
+    std::set<int> fds;                              // registered
     std::atomic<std::thread::id> audio_thread = {}; // none when it is no thread's turn
     const clap_host_t clap = {{1, 2, 8}, this,          "strict",     "",           "",
                               "1",       get_extension, [](auto*) {}, [](auto*) {}, [](auto*) {}};
