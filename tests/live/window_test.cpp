@@ -180,6 +180,10 @@ TEST(ClapWindow, OutlivesItsParentAndIsRefusedWithoutADisplay) {
     EXPECT_EQ(instance.windows_closed, 1);
     EXPECT_TRUE(instance.timers.empty() && instance.fds.empty());
     window.close();
+    EXPECT_TRUE(window.gui->create(instance.plugin, "x11", false));
+    const clap_window_t gone = {"x11", {.x11 = frame.id}};
+    EXPECT_FALSE(window.gui->set_parent(instance.plugin, &gone));
+    window.close();
     const std::string display = std::getenv("DISPLAY");
     unsetenv("DISPLAY");
     EXPECT_FALSE(window.gui->is_api_supported(instance.plugin, "x11", false));
