@@ -1,6 +1,6 @@
-// How much a change of a parameter clicks. The programme is white noise below 200 Hz; what a change adds
-// above 1.2 kHz is the click. Its peak in the second behind the change is set in proportion to the rms of
-// the output in the second before it or in the last one behind it, whichever is louder.
+// How much a change of a parameter clicks. The programme is white noise below 200 Hz; what a change
+// adds above 1.2 kHz is the click. Its peak in the second behind the change is set in proportion to
+// the rms of the output in the second before it or in the last one behind it, whichever is louder.
 #ifndef BRISEL_BENCH_CLICK_METER_H
 #define BRISEL_BENCH_CLICK_METER_H
 
@@ -29,7 +29,8 @@ inline double rms_of(std::span<const float> signal) {
     return std::sqrt(sum / static_cast<double>(std::max<size_t>(signal.size(), 1)));
 }
 
-// The click of a change at frame `change` of an output, dB; `duration` is how long the change takes, seconds.
+// The click of a change at frame `change` of an output, dB; `duration` is how long the change
+// takes, seconds.
 inline double click_db(std::span<const float> output, size_t change, double rate,
                        double duration = 0.0) {
     const auto second = static_cast<size_t>(rate);

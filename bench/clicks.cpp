@@ -1,6 +1,7 @@
-// bench_clicks: how much each parameter clicks when it steps between two values and back while the reverb
-// sounds: Brisel Live's, the exact plug-in's, and those of the LV2 reverbs that are installed. The meter is
-// click_meter.h. With --record, what a sweep of Size sounds like, for pictures.
+// bench_clicks: how much each parameter clicks when it steps between two values and back while the
+// reverb sounds: Brisel Live's, the exact plug-in's, and those of the LV2 reverbs that are
+// installed. The meter is click_meter.h. With --record, what a sweep of Size sounds like, for
+// pictures.
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
@@ -48,7 +49,8 @@ const Course kSteps = {[](double s) { return s >= kApart && s < 2 * kApart ? 1.0
                        3 * kApart};
 const Course kNothing = {[](double) { return 0.0; }, {kApart}, 0.0, 2 * kApart};
 
-// From the one value to the other and back in two seconds, on a logarithmic course where the subject has one.
+// From the one value to the other and back in two seconds, on a logarithmic course where the
+// subject has one.
 Course sweep(bool staircase) {
     return {[staircase](double s) {
                 if (staircase) s = std::floor(s * kRate / kStaircase) * kStaircase / kRate;
@@ -104,7 +106,7 @@ void record(const std::string& folder, const std::string& name, const Sound& sou
     fmt::print("{}\n", file);
 }
 
-// ---- Brisel Live ---------------------------------------------------------------------------------
+// ---- Brisel Live --------------------------------------------------------------------------------
 
 struct LiveRow {
     const char* name;
@@ -205,7 +207,7 @@ double live_click(const LiveRow& row, const Course& course) {
     return measure(subject.subject(), course);
 }
 
-// ---- The exact plug-in, which starts anew with every change --------------------------------------
+// ---- The exact plug-in, which starts anew with every change -------------------------------------
 
 struct ExactRow {
     const char* name;
@@ -220,7 +222,9 @@ constexpr ExactRow kExactRows[] = {{"Mix", kExactMix, 0.0, 1.0},
                                    {"Size 40, 160 ms", 0, 0.04, 0.16}};
 
 double exact_click(const ExactRow& row, const Course& course) {
-    ClapInstance exact(BRISEL_CLAP_FILE, kRate, kBlock);
+    const ClapLibrary library(BRISEL_CLAP_FILE);
+    ClapInstance exact(library);
+    exact.start(kRate, kBlock);
     float silence[kBlock] = {}, unheard[2][kBlock];
     exact.set_parameter(kExactMix, 1.0);
     exact.process(silence, silence, unheard[0], unheard[1]);
@@ -233,7 +237,7 @@ double exact_click(const ExactRow& row, const Course& course) {
                    course);
 }
 
-// ---- The others ----------------------------------------------------------------------------------
+// ---- The others ---------------------------------------------------------------------------------
 
 bool worth_turning(const std::string& name) {
     std::string lower = name;

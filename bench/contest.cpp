@@ -1,7 +1,5 @@
 #include "bench/contest.h"
 
-#include <immintrin.h>
-
 #include <array>
 #include <cstring>
 #include <random>
@@ -40,10 +38,6 @@ std::span<const float> noise(uint32_t channel) {
         return made;
     }();
     return tables[channel];
-}
-
-void flush_to_zero() {
-    _mm_setcsr(_mm_getcsr() | 0x8040);
 }
 
 } // namespace bench

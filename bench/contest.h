@@ -1,5 +1,5 @@
-// A contest: one piece of work, done by the library and by the plain loops from the same state on the
-// same input, block after block, so that their times can be set side by side and their outputs
+// A contest: one piece of work, done by the library and by the plain loops from the same state on
+// the same input, block after block, so that their times can be set side by side and their outputs
 // compared bit for bit. The list of all contests is shared by every benchmark program.
 #ifndef BRISEL_BENCH_CONTEST_H
 #define BRISEL_BENCH_CONTEST_H
@@ -60,9 +60,6 @@ bool render_alike(Contest& contest, uint32_t from, uint32_t blocks);
 // The same noise for everybody, uniform in +/-1: steady, so that nothing decays to denormals.
 inline constexpr uint32_t kNoiseFrames = 1024;
 std::span<const float> noise(uint32_t channel);
-
-// Flush-to-zero and denormals-are-zero for the whole thread, as hosts set them for theirs.
-void flush_to_zero();
 
 } // namespace bench
 

@@ -1,10 +1,9 @@
 // Contests of the block engine, the early reflections, the EQ and the modulation, each driven by
 // itself.
-#include <brisel/ffdn_defaults_n16.h>
-
 #include <array>
 
 #include "bench/contest.h"
+#include "brisel/ffdn_defaults_n16.h"
 #include "tests/plain.h"
 
 namespace bench {
@@ -85,14 +84,14 @@ public:
     void render(Side side, uint32_t block) override {
         ffdn_block_n16* e = &records_[side];
         const float *x_left = in(0, block), *x_right = in(1, block);
-        const auto stereo =
-            side == kOurs ? ffdn_block_n16_process_stereo_in : plain::process_stereo_in;
-        const auto mono = side == kOurs ? ffdn_block_n16_process_stereo : plain::process_stereo;
-        if (shape_.stereo_in) {
-            stereo(e, x_left, x_right, left(side), right(side), frames_);
-        } else {
-            mono(e, x_left, left(side), right(side), frames_);
-        }
+        float *y_left = left(side), *y_right = right(side);
+        if (side == kPlain)
+            plain::process(e, x_left, shape_.stereo_in ? x_right : nullptr, y_left, y_right,
+                           frames_);
+        else if (shape_.stereo_in)
+            ffdn_block_n16_process_stereo_in(e, x_left, x_right, y_left, y_right, frames_);
+        else
+            ffdn_block_n16_process_stereo(e, x_left, y_left, y_right, frames_);
     }
 
 private:

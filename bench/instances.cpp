@@ -1,21 +1,20 @@
-// bench_instances: what an instance costs besides its sound: scanning the library, creating, activating
-// and destroying an instance, its memory, a change of settings after some sound, which has to silence
-// what the sound has left, and the time of a frame by Size. The program is not linked to the library: it
-// loads it as a host.
+// bench_instances: what an instance costs besides its sound: scanning the library, creating,
+// activating and destroying an instance, its memory, a change of settings after some sound, which
+// has to silence what the sound has left, and the time of a frame by Size. The program is not
+// linked to the library: it loads it as a host.
 #include <fmt/format.h>
-#include <immintrin.h>
 #include <malloc.h>
 #include <unistd.h>
 
-#include <brisel/reverb.h>
-#include <clap/clap.h>
-#include <dlfcn.h>
-
 #include <CLI/CLI.hpp>
 #include <fstream>
+#include <optional>
+#include <vector>
 
 #include "bench/clap_instance.h"
+#include "bench/program.h"
 #include "bench/statistics.h"
+#include "brisel/reverb.h"
 
 namespace {
 
@@ -24,52 +23,6 @@ using namespace bench;
 constexpr int32_t kRates[] = {44100, 48000, 96000, 192000};
 constexpr uint32_t kFrames = 512; // of a block
 constexpr int kRepetitions = 31;
-
-[[noreturn]] void fail(const std::string& what) {
-    fmt::print(stderr, "bench_instances: {}\n", what);
-    std::exit(1);
-}
-
-class Library {
-public:
-    Library() : handle_(dlopen(BRISEL_CLAP_FILE, RTLD_NOW | RTLD_LOCAL)) {
-        if (!handle_) fail(dlerror());
-        entry_ = static_cast<const clap_plugin_entry_t*>(dlsym(handle_, "clap_entry"));
-        if (!entry_ || !entry_->init(BRISEL_CLAP_FILE)) fail("the library does not start");
-        factory_ =
-            static_cast<const clap_plugin_factory_t*>(entry_->get_factory(CLAP_PLUGIN_FACTORY_ID));
-        if (!factory_ || !factory_->get_plugin_descriptor(factory_, 0)) fail("no plug-in in it");
-    }
-    ~Library() {
-        entry_->deinit();
-        dlclose(handle_);
-    }
-    Library(const Library&) = delete;
-    Library& operator=(const Library&) = delete;
-
-    // A function of the engine API, which the plug-in's file exports, too.
-    template <typename Function>
-    Function* function(const char* name) const {
-        void* address = dlsym(handle_, name);
-        if (!address) fail(dlerror());
-        return reinterpret_cast<Function*>(address);
-    }
-    const clap_plugin_t* create() const {
-        const char* id = factory_->get_plugin_descriptor(factory_, 0)->id;
-        const clap_plugin_t* plugin = factory_->create_plugin(factory_, &kHost, id);
-        if (!plugin || !plugin->init(plugin)) fail("no instance");
-        return plugin;
-    }
-
-private:
-    void* handle_;
-    const clap_plugin_entry_t* entry_ = nullptr;
-    const clap_plugin_factory_t* factory_ = nullptr;
-};
-
-void activate(const clap_plugin_t* plugin, int32_t rate) {
-    if (!plugin->activate(plugin, rate, 1, kFrames)) fail("an instance does not start");
-}
 
 // Pages in memory, in MiB, without what the allocator keeps of freed ones.
 double resident() {
@@ -88,39 +41,25 @@ struct Block {
     }
 };
 
-void process(const clap_plugin_t* plugin, Block& sound) {
-    float *inputs[] = {sound.in[0], sound.in[1]}, *outputs[] = {sound.out[0], sound.out[1]};
-    const clap_audio_buffer_t from = {inputs, nullptr, 2, 0, 0};
-    clap_audio_buffer_t to = {outputs, nullptr, 2, 0, 0};
-    clap_process_t block = {};
-    block.steady_time = -1;
-    block.frames_count = kFrames;
-    block.audio_inputs = &from;
-    block.audio_outputs = &to;
-    block.audio_inputs_count = block.audio_outputs_count = 1;
-    if (plugin->process(plugin, &block) == CLAP_PROCESS_ERROR) fail("a block is refused");
-}
-
 void print_life(const Clock& clock) {
     std::vector<double> scan(kRepetitions);
-    for (double& ns : scan) ns = clock.time([] { const Library library; });
+    for (double& ns : scan) ns = clock.time([] { const ClapLibrary library(BRISEL_CLAP_FILE); });
     fmt::print("Scanning the library (load, start, read the descriptor, unload): {:.0f} us.\n\n",
                median(scan) * 1e-3);
 
     fmt::print("| sample rate | create, us | activate, us | destroy, us | MiB an instance |\n");
     fmt::print("|---|---|---|---|---|\n");
-    const Library library;
+    const ClapLibrary library(BRISEL_CLAP_FILE);
     for (int32_t rate : kRates) {
         std::vector<double> created, activated, destroyed;
-        std::vector<const clap_plugin_t*> plugins(kRepetitions);
+        std::vector<std::optional<ClapInstance>> instances(kRepetitions);
         const double before = resident();
-        for (const clap_plugin_t*& plugin : plugins) {
-            created.push_back(clock.time([&] { plugin = library.create(); }));
-            activated.push_back(clock.time([&] { activate(plugin, rate); }));
+        for (auto& instance : instances) {
+            created.push_back(clock.time([&] { instance.emplace(library); }));
+            activated.push_back(clock.time([&] { instance->start(rate, kFrames); }));
         }
         const double each = (resident() - before) / kRepetitions;
-        for (const clap_plugin_t* plugin : plugins)
-            destroyed.push_back(clock.time([&] { plugin->destroy(plugin); }));
+        for (auto& instance : instances) destroyed.push_back(clock.time([&] { instance.reset(); }));
         fmt::print("| {} Hz | {:.1f} | {:.0f} | {:.0f} | {:.2f} |\n", rate, median(created) * 1e-3,
                    median(activated) * 1e-3, median(destroyed) * 1e-3, each);
     }
@@ -129,7 +68,7 @@ void print_life(const Clock& clock) {
 // One reverb of a size, through the library's C API.
 class OneReverb {
 public:
-    OneReverb(const Library& library, int32_t rate, float size)
+    OneReverb(const ClapLibrary& library, int32_t rate, float size)
         : set_(library.function<decltype(qv_reverb_set)>("qv_reverb_set")),
           process_(library.function<decltype(qv_reverb_process)>("qv_reverb_process")),
           destroy_(library.function<decltype(qv_reverb_destroy)>("qv_reverb_destroy")),
@@ -164,7 +103,7 @@ private:
 };
 
 // Median time of one change of settings that follows `frames` frames of sound.
-double change_after(const Library& library, int32_t rate, float size, uint32_t frames,
+double change_after(const ClapLibrary& library, int32_t rate, float size, uint32_t frames,
                     const Clock& clock) {
     OneReverb reverb(library, rate, size);
     std::vector<double> times;
@@ -178,7 +117,7 @@ double change_after(const Library& library, int32_t rate, float size, uint32_t f
 }
 
 void print_changes(const Clock& clock) {
-    const Library library;
+    const ClapLibrary library(BRISEL_CLAP_FILE);
     fmt::print("\n| qv_reverb_set, us, after | 64 frames | 512 frames | 0.1 s | 2 s of sound |\n");
     fmt::print("|---|---|---|---|---|\n");
     for (int32_t rate : {48000, 192000}) {
@@ -193,7 +132,7 @@ void print_changes(const Clock& clock) {
 }
 
 // Nanoseconds a frame of one reverb that has the caches to itself.
-double render_alone(const Library& library, int32_t rate, float size, const Clock& clock) {
+double render_alone(const ClapLibrary& library, int32_t rate, float size, const Clock& clock) {
     OneReverb reverb(library, rate, size);
     reverb.set();
     const auto second = static_cast<uint32_t>(rate);
@@ -205,7 +144,7 @@ double render_alone(const Library& library, int32_t rate, float size, const Cloc
 }
 
 void print_sizes(const Clock& clock) {
-    const Library library;
+    const ClapLibrary library(BRISEL_CLAP_FILE);
     fmt::print("\n| one reverb alone, ns/frame, size | 0.02 s | 0.04 s | 0.1 s | 0.5 s |\n");
     fmt::print("|---|---|---|---|---|\n");
     for (int32_t rate : {48000, 192000}) {
@@ -217,14 +156,13 @@ void print_sizes(const Clock& clock) {
 }
 
 void print_many(int count, const Clock& clock) {
-    const Library library;
-    std::vector<const clap_plugin_t*> plugins(static_cast<size_t>(count));
+    const ClapLibrary library(BRISEL_CLAP_FILE);
+    std::vector<std::optional<ClapInstance>> instances(static_cast<size_t>(count));
     const double before = resident();
     const double start = clock.time([&] {
-        for (const clap_plugin_t*& plugin : plugins) {
-            plugin = library.create();
-            activate(plugin, 48000);
-            plugin->start_processing(plugin);
+        for (auto& instance : instances) {
+            instance.emplace(library);
+            instance->start(48000, kFrames);
         }
     });
     const double after = resident();
@@ -232,17 +170,14 @@ void print_many(int count, const Clock& clock) {
     std::vector<double> rounds(5);
     for (double& ns : rounds) {
         ns = clock.time([&] {
-            for (const clap_plugin_t* plugin : plugins) process(plugin, sound);
+            for (auto& instance : instances)
+                instance->process(sound.in[0], sound.in[1], sound.out[0], sound.out[1]);
         });
     }
     fmt::print(
         "\n{} instances at 48000 Hz: {:.0f} MiB, created and activated in {:.0f} ms; a round "
         "of one {}-frame block each takes {:.2f} ms.\n",
         count, after - before, start * 1e-6, kFrames, median(rounds) * 1e-6);
-    for (const clap_plugin_t* plugin : plugins) {
-        plugin->stop_processing(plugin);
-        plugin->destroy(plugin);
-    }
 }
 
 } // namespace
@@ -255,12 +190,8 @@ int main(int argc, char** argv) {
     app.add_option("--count", count, "instances alive at the same time")
         ->check(CLI::Range(1, 10000))
         ->capture_default_str();
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
-    _mm_setcsr(_mm_getcsr() | 0x8040); // flush-to-zero and denormals-are-zero, as hosts set them
+    parse_or_exit(app, argc, argv);
+    flush_to_zero();
     const Clock clock;
     fmt::print("{}, blocks of {} frames, medians of {}\n\n", processor_name(), kFrames,
                kRepetitions);

@@ -18,6 +18,7 @@
 #include "bench/clap_instance.h"
 #include "bench/contest.h"
 #include "bench/lv2_peer.h"
+#include "bench/program.h"
 #include "bench/statistics.h"
 
 namespace {
@@ -127,6 +128,7 @@ uint32_t count_presets(const Lv2World& world, const LilvPlugin* plugin) {
 
 void print_traits(const std::string& plugin) {
     constexpr uint32_t kUsual = 64, kOther = 441; // frames
+    const ClapLibrary library(plugin);
     fmt::print("| reverb | presets | blocks of {} against {} |\n|---|---:|---|\n", kOther, kUsual);
     const auto row = [](const std::string& name, uint32_t presets, const auto& start) {
         std::vector<float> sounds[2];
@@ -139,7 +141,11 @@ void print_traits(const std::string& plugin) {
         fmt::print("| {} | {} | {} |\n", name, presets, apart(sounds[0], sounds[1]));
     };
     row("Brisel", 0,
-        [&](uint32_t frames) { return std::make_unique<ClapInstance>(plugin, kRate, frames); });
+        [&](uint32_t frames) {
+            auto instance = std::make_unique<ClapInstance>(library);
+            instance->start(kRate, frames);
+            return instance;
+        });
     Lv2World world;
     for (const LilvPlugin* installed : world.reverbs()) {
         std::string why_not;
@@ -164,11 +170,7 @@ int main(int argc, char** argv) {
     app.add_option("--seed", seed, "of the random order")->capture_default_str();
     app.add_option("--plugin", plugin, "the plug-in")->capture_default_str();
     app.add_flag("--traits", traits, "presets and block lengths instead of times");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
+    parse_or_exit(app, argc, argv);
 
     flush_to_zero();
     if (traits) {
@@ -176,7 +178,9 @@ int main(int argc, char** argv) {
         return 0;
     }
     const Clock clock;
-    ClapInstance ours(plugin, kRate, frames), everything(plugin, kRate, frames);
+    const ClapLibrary library(plugin);
+    ClapInstance ours(library), everything(library);
+    for (ClapInstance* instance : {&ours, &everything}) instance->start(kRate, frames);
     std::vector<float> silence(frames), unheard(frames);
     constexpr std::pair<clap_id, double> kEverything[] = {{2, 3}, {7, 1}, {10, 3}, {11, -3}};
     for (const auto& [id, value] : kEverything) {

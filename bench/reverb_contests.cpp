@@ -1,12 +1,11 @@
 // Contests of the reverb as users meet it: qv_reverb_process in its configurations, changes of
 // settings, and the plug-in itself.
-#include <brisel/reverb.h>
-
 #include <array>
 
 #include "bench/clap_instance.h"
 #include "bench/contest.h"
-#include "tests/plain_reverb.h"
+#include "bench/plain_reverb.h"
+#include "brisel/reverb.h"
 
 namespace bench {
 
@@ -97,8 +96,9 @@ public:
 class PluginContest : public Contest {
 public:
     PluginContest(const std::string& file, int32_t n)
-        : frames_(n), signals_(n, 0.1f), ours_(file, 48000, static_cast<uint32_t>(n)),
-          plain_(48000, n) {}
+        : frames_(n), signals_(n, 0.1f), library_(file), ours_(library_), plain_(48000, n) {
+        ours_.start(48000, static_cast<uint32_t>(n));
+    }
 
     void render(Side side, uint32_t block) override {
         const float *left = signals_.in(0, block), *right = signals_.in(1, block);
@@ -114,6 +114,7 @@ public:
 private:
     int32_t frames_;
     Signals signals_;
+    ClapLibrary library_;
     ClapInstance ours_;
     plain::Reverb plain_;
 };

@@ -35,8 +35,8 @@ inline Signal sine(size_t frames, double hz, double rate) {
 
 enum class Pass { kLow, kHigh };
 
-// An 8-pole Butterworth filter: four sections by the bilinear transform (R. Bristow-Johnson's Audio EQ
-// Cookbook) with the Q of its pole pairs, in double precision.
+// An 8-pole Butterworth filter: four sections by the bilinear transform (R. Bristow-Johnson's Audio
+// EQ Cookbook) with the Q of its pole pairs, in double precision.
 inline void butterworth8(Signal& x, Pass pass, double hz, double rate) {
     const double w = 2.0 * std::numbers::pi * hz / rate;
     for (int pair = 0; pair < 4; ++pair) {
@@ -124,8 +124,8 @@ inline double power_beside(const Signal& x, size_t from, size_t frames, double h
     return decibels(beside / all);
 }
 
-// Geometric over arithmetic mean of the power spectrum from 100 Hz to 10 kHz, relative to its average
-// over third octaves: exp(-0.577) = 0.56 for noise, less where single resonances stand out.
+// Geometric over arithmetic mean of the power spectrum from 100 Hz to 10 kHz, relative to its
+// average over third octaves: exp(-0.577) = 0.56 for noise, less where single resonances stand out.
 inline double spectral_flatness(const Signal& x, size_t from, size_t frames, double rate) {
     const auto lines = spectrum(x, from, frames, Window::kNone);
     std::vector<double> sums(lines.size() + 1);
@@ -148,8 +148,8 @@ inline double spectral_flatness(const Signal& x, size_t from, size_t frames, dou
     return std::exp(logs / count) / (mean / count);
 }
 
-// Normalised echo density (J. Abel and P. Huang, 2006) in a Hann window of 20 ms around frame `centre`:
-// the share of samples beyond the window's standard deviation, 1 for noise.
+// Normalised echo density (J. Abel and P. Huang, 2006) in a Hann window of 20 ms around frame
+// `centre`: the share of samples beyond the window's standard deviation, 1 for noise.
 inline double echo_density(const Signal& x, size_t centre, double rate) {
     const auto half = static_cast<size_t>(0.01 * rate);
     const auto weight = [&](size_t k) {
@@ -170,8 +170,8 @@ inline double echo_density(const Signal& x, size_t centre, double rate) {
     return beyond / sum / 0.3173;
 }
 
-// Seconds to fall by 60 dB, after Schroeder: the line through the backward-integrated energy between
-// -5 and -35 dB.
+// Seconds to fall by 60 dB, after Schroeder: the line through the backward-integrated energy
+// between -5 and -35 dB.
 inline double decay_time(const Signal& x, double rate) {
     constexpr size_t kStep = 48;
     std::vector<double> remaining(x.size() / kStep + 1);

@@ -8,8 +8,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <fstream>
-#include <string>
 #include <vector>
 
 namespace bench {
@@ -27,7 +25,8 @@ inline double median(const std::vector<double>& samples) {
 }
 
 // The processor's time stamp counter: two stamps cost a few nanoseconds, where the system's clock
-// takes twenty or more, too much beside a block of half a microsecond. What they cost is subtracted.
+// takes twenty or more, too much beside a block of half a microsecond. What they cost is
+// subtracted.
 class Clock {
 public:
     Clock() {
@@ -59,14 +58,6 @@ public:
 private:
     double ns_per_tick_ = 0.0, overhead_ticks_ = 0.0;
 };
-
-inline std::string processor_name() {
-    std::ifstream info("/proc/cpuinfo");
-    for (std::string line; std::getline(info, line);) {
-        if (line.starts_with("model name")) return line.substr(line.find(':') + 2);
-    }
-    return "unknown processor";
-}
 
 } // namespace bench
 

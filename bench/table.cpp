@@ -1,10 +1,9 @@
 // bench_table: the library beside the plain loops, as a table and as JSON.
 //
-// Why not Google Benchmark alone: its repetitions last a whole measuring time each, and on a machine
-// that others use, ours and plain then meet different conditions. Here every repetition runs a short
-// batch of both sides, one directly behind the other in random order, rows in random order too; the
-// ratio of medians over many such pairs holds where absolute times do not. Outputs of both sides are
-// compared bit for bit throughout. bench_rows has the same contests as Google Benchmark rows.
+// On a machine that others use, two measurements one after the other meet different conditions. So
+// every repetition runs a short batch of both sides, one directly behind the other in random order,
+// rows in random order too; the ratio of medians over many such pairs holds where absolute times do
+// not. Outputs of both sides are compared bit for bit throughout.
 #include <fmt/format.h>
 #include <sys/resource.h>
 
@@ -16,6 +15,7 @@
 #include <regex>
 
 #include "bench/contest.h"
+#include "bench/program.h"
 #include "bench/statistics.h"
 
 namespace {
@@ -244,11 +244,7 @@ int main(int argc, char** argv) {
     app.add_option("--json", json, "also write the figures to this file");
     app.add_option("--seed", seed, "of the random order")->capture_default_str();
     app.add_option("--plugin", plugin, "the plug-in of the plug-in rows")->capture_default_str();
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
+    parse_or_exit(app, argc, argv);
 
     flush_to_zero();
     const Clock clock;

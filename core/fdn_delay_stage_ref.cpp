@@ -1,6 +1,6 @@
-// The layout of the 16 main delay lines in one shared storage and, sample by sample, what the vector
-// kernels fdn_delay_block_read_n16_avx2 and fdn_delay_block_write_n16_avx2 do by the block.
-#include <brisel/fdn_delay_stage_ref.h>
+// The layout of the 16 main delay lines in one shared storage and, sample by sample, what the
+// vector kernels fdn_delay_block_read_n16_avx2 and fdn_delay_block_write_n16_avx2 do by the block.
+#include "brisel/fdn_delay_stage_ref.h"
 
 #include <algorithm>
 #include <cstddef>

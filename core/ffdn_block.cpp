@@ -8,15 +8,14 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <numbers>
 
 #include "brisel/fdn_delay_stage_ref.h"
 #include "brisel/ffdn_defaults_n16.h"
 #include "core/aligned_memory.h"
-#include "core/avx2/decay_gains_n16_avx2.h"
-#include "core/ffdn_block_storage.h"
+#include "core/avx2/units.h"
+#include "core/ffdn_block.h"
+#include "core/ffdn_defaults_n16.h"
 #include "core/network_math.h"
-#include "core/stereo_gains.h"
 
 // The delay kernels take the first four arrays as one, the two-band kernel the three shelf arrays,
 // the stereo output kernel the pair of direct gains.
@@ -38,10 +37,10 @@ constexpr int32_t kModulationMargin = 32; // samples between a line's delay and 
 // Samples of every line's whole loop.
 std::array<int32_t, BRISEL_LINES> loop_lengths(const ffdn_block_n16& e) {
     std::array<int32_t, BRISEL_LINES> samples;
-    for (size_t i = 0; i < BRISEL_LINES; ++i) {
-        uint32_t length = e.line_delay[i];
-        for (int32_t s = 0; s < e.stage_count; ++s) length += e.stages[s].delays[i];
-        samples[i] = static_cast<int32_t>(length);
+    for (size_t line = 0; line < BRISEL_LINES; ++line) {
+        uint32_t length = e.line_delay[line];
+        for (int32_t s = 0; s < e.stage_count; ++s) length += e.stages[s].delays[line];
+        samples[line] = static_cast<int32_t>(length);
     }
     return samples;
 }
@@ -50,7 +49,9 @@ std::array<int32_t, BRISEL_LINES> loop_lengths(const ffdn_block_n16& e) {
 void tear_down_cascade(ffdn_block_n16& e) {
     ffdn_block_n16_clear_cascade(&e);
     e.two_band = 0;
-    for (int i = 0; i < BRISEL_LINES; ++i) e.shelf_b0[i] = e.shelf_a1[i] = e.shelf_state[i] = 0.0f;
+    std::fill_n(e.shelf_b0, BRISEL_LINES, 0.0f);
+    std::fill_n(e.shelf_a1, BRISEL_LINES, 0.0f);
+    std::fill_n(e.shelf_state, BRISEL_LINES, 0.0f);
 }
 
 bool stage_delays_usable(const uint32_t* delays, uint32_t count) {
@@ -86,7 +87,8 @@ bool lay_out_lines(ffdn_block_n16& e, const uint32_t* delays, const uint32_t* bu
     e.ring_len = delay_lines_init(e.line_offset, buffer_sizes, delays);
     if (e.ring_len == 0) return false;
     e.block_size = block_size;
-    for (int i = 0; i < BRISEL_LINES; ++i) e.in_gain[i] = e.out_gain[i] = 0.25f;
+    std::fill_n(e.in_gain, BRISEL_LINES, 0.25f);
+    std::fill_n(e.out_gain, BRISEL_LINES, 0.25f);
     return true;
 }
 
@@ -99,7 +101,7 @@ void lay_out_stage(ffdn_block_stage& stage, const uint32_t* delays) {
 
 void set_decay_gains(ffdn_block_n16& e, double sample_rate, float t60) {
     if (t60 > 0.0f)
-        decay_gains(e.decay_gain, sample_rate, t60, loop_lengths(e).data());
+        ffdn_decay_gains_avx2(e.decay_gain, sample_rate, t60, loop_lengths(e).data());
     else
         std::fill_n(e.decay_gain, BRISEL_LINES, 1.0f);
 }
@@ -110,14 +112,13 @@ ModulationDraws draw_modulation(int32_t sample_rate, uint64_t seed, float rate_m
     const auto uniform = [&random] {
         return static_cast<double>(random.next() & 0xFFFFFF) * 0x1p-24;
     };
-    constexpr double kTwoPi = 2.0 * std::numbers::pi;
     ModulationDraws draws;
-    for (int i = 0; i < BRISEL_LINES; ++i) {
+    for (int line = 0; line < BRISEL_LINES; ++line) {
         const double u_phase = uniform();
         const double u_rate = uniform();
         const double hz = std::fma(u_rate, static_cast<double>(rate_max) - rate_min, rate_min);
-        draws.phase[i] = static_cast<float>(u_phase * kTwoPi);
-        draws.inc[i] = static_cast<float>(hz * kTwoPi / sample_rate);
+        draws.phase[line] = static_cast<float>(u_phase * kTwoPi);
+        draws.inc[line] = static_cast<float>(hz * kTwoPi / sample_rate);
     }
     return draws;
 }
@@ -214,8 +215,8 @@ void ffdn_block_n16_clear_cascade(ffdn_block_n16* e) {
 int32_t ffdn_block_n16_set_two_band_t60(ffdn_block_n16* e, int32_t sample_rate, float t60_low,
                                         float t60_high) {
     if (!e || !(t60_low > 0.0f) || !(t60_high > 0.0f) || sample_rate < 1) return -1;
-    brisel::two_band_gains(e->shelf_b0, e->shelf_a1, sample_rate, t60_low, t60_high,
-                           loop_lengths(*e).data());
+    brisel::ffdn_decay_two_band_avx2(e->shelf_b0, e->shelf_a1, sample_rate, t60_low, t60_high,
+                                     loop_lengths(*e).data());
     std::memset(e->shelf_state, 0, sizeof e->shelf_state);
     e->two_band = 1;
     return 0;

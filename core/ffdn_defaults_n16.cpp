@@ -1,15 +1,13 @@
 // The generators of the default network design. The engines decide what they accept; nothing is
 // checked here.
-#include <brisel/ffdn_defaults_n16.h>
+#include "brisel/ffdn_defaults_n16.h"
 
 #include <algorithm>
 
+#include "core/ffdn_defaults_n16.h"
 #include "core/network_math.h"
 
 namespace {
-
-constexpr int32_t DEFAULT_COPRIMES[BRISEL_LINES] = {997,  1031, 1063, 1097, 1129, 1163, 1193, 1229,
-                                                    1259, 1291, 1321, 1361, 1399, 1429, 1453, 1489};
 
 // The number of values that the first velvet stage draws its 16 offsets from.
 uint64_t velvet_spread(float density) {
@@ -30,18 +28,17 @@ void draw_distinct_offsets(brisel::Xorshift64& random, uint64_t spread, int32_t*
 
 // Each channel takes every other line, eight with 1/sqrt(8) each.
 void default_stereo_gains(float* left, float* right) {
-    constexpr float kInvSqrt8 = 0.353553385f;
     for (int line = 0; line < BRISEL_LINES; ++line) {
         const bool even = line % 2 == 0;
-        left[line] = even ? kInvSqrt8 : 0.0f;
-        right[line] = even ? 0.0f : kInvSqrt8;
+        left[line] = even ? brisel::kInvSqrt8 : 0.0f;
+        right[line] = even ? 0.0f : brisel::kInvSqrt8;
     }
 }
 
 } // namespace
 
 void ffdn_n16_default_params(int32_t* delays, int32_t* buffer_sizes) {
-    std::copy_n(DEFAULT_COPRIMES, BRISEL_LINES, delays);
+    std::copy_n(brisel::kLinePrimes, BRISEL_LINES, delays);
     std::fill_n(buffer_sizes, BRISEL_LINES, 2048);
 }
 

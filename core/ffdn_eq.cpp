@@ -4,7 +4,8 @@
 #include <cmath>
 #include <numbers>
 
-#include "core/avx2/ffdn_eq_avx2.h"
+#include "core/avx2/units.h"
+#include "core/network_math.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ void design_shelf(float* out, Shelf shelf, double gain_db, double corner_hz, dou
         return;
     }
     const double A = std::pow(10.0, gain_db / 40.0);
-    const double w0 = 2.0 * std::numbers::pi * corner_hz / sample_rate;
+    const double w0 = brisel::kTwoPi * corner_hz / sample_rate;
     const double cos_w0 = std::cos(w0);
     const double alpha = std::sin(w0) / std::numbers::sqrt2;
     const double k = 2.0 * std::sqrt(A) * alpha;
@@ -78,5 +79,6 @@ void ffdn_eq_set_gains(ffdn_eq* eq, float low_db, float high_db) {
 
 void ffdn_eq_process_stereo(ffdn_eq* eq, float* left, float* right, int32_t frames) {
     if (!eq || eq->active == 0 || frames < 1) return;
-    brisel::filter_shelves(*eq, left, right, static_cast<uint32_t>(frames));
+    brisel::ffdn_eq_filter_avx2(eq->low, eq->high, eq->state, left, right,
+                                static_cast<uint32_t>(frames));
 }

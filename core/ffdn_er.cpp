@@ -6,9 +6,9 @@
 #include <cstdlib>
 
 #include "core/aligned_memory.h"
-#include "core/avx2/ffdn_er_avx2.h"
 #include "core/avx2/runs.h"
-#include "core/ffdn_er_storage.h"
+#include "core/avx2/units.h"
+#include "core/ffdn_er.h"
 #include "core/network_math.h"
 
 namespace {
@@ -31,8 +31,8 @@ float uniform(Xorshift64& random) {
 }
 
 // Tap i near the i-th of n points evenly spread on a logarithmic axis from d_lo to d_hi samples,
-// jittered by up to 0.4 of the spacing; gains e^(-3 d / d_hi) with random signs and unit energy. All
-// delays are drawn before all signs.
+// jittered by up to 0.4 of the spacing; gains e^(-3 d / d_hi) with random signs and unit energy.
+// All delays are drawn before all signs.
 void build_taps(int32_t* delays, float* gains, int32_t n, int32_t d_lo, int32_t d_hi,
                 Xorshift64& random) {
     const double a = std::log(static_cast<double>(d_lo));
@@ -113,9 +113,11 @@ int32_t ffdn_er_process_stereo(ffdn_er* er, const float* in, float* out_l, float
     // The ring is longer than the longest tap by a block at least, so the whole block can go in
     // first: it overwrites nothing that its own frames have still to read.
     const auto n = static_cast<uint32_t>(frames);
-    brisel::copy_to_ring(er->ring, static_cast<uint32_t>(er->ring_len),
-                         static_cast<uint32_t>(er->write_pos), in, n);
-    brisel::sum_early_taps(*er, out_l, out_r, n);
+    const auto size = static_cast<uint32_t>(er->ring_len);
+    const auto block = static_cast<uint32_t>(er->write_pos);
+    brisel::copy_to_ring(er->ring, size, block, in, n);
+    brisel::ffdn_er_sum_avx2(er->ring, size, block, {er->delays_l, er->gains_l, er->n_taps, out_l},
+                             {er->delays_r, er->gains_r, er->n_taps, out_r}, n);
     er->write_pos = (er->write_pos + frames) & er->ring_mask;
     return 0;
 }

@@ -2,28 +2,29 @@
 //
 // Notation of the paper beside the code (Schlecht & Habets 2020), per sample:
 //
-//   s     the outputs of the 16 delay lines                                     read_lines
-//   y     = c^T s + d x, the output                                             mono_output, stereo_output
-//   A     = D_K H ... D_2 H D_1 H, the filter feedback matrix: scattering by    feedback_matrix
-//           the Walsh-Hadamard matrix H between stages D_k of short delays;
-//           paraunitary, because H is orthogonal and delays lose nothing
-//   g     the decay of each line's whole loop: a gain or a one-pole filter      DecayDesign, shelf_step
-//   v     = g (A s) + b x, the new inputs of the lines                          the process functions
+//   s   the outputs of the 16 delay lines                            read_lines
+//   y   = c^T s + d x, the output                                    mono_output, stereo_output
+//   A   = D_K H ... D_2 H D_1 H, the filter feedback matrix:         feedback_matrix
+//       scattering by the Walsh-Hadamard matrix H between stages
+//       D_k of short delays; paraunitary, because H is orthogonal
+//       and delays lose nothing
+//   g   the decay of each line's whole loop: a gain or a one-pole    set_decay_gains, shelf_step
+//       filter
+//   v   = g (A s) + b x, the new inputs of the lines                 feed_back_mono, _stereo
 //
 // Whether a product is rounded by itself or fused with a sum (std::fma) is part of the definition:
 // the block engine's stereo paths repeat it to the bit.
-#include <brisel/ffdn_ref_n16.h>
+#include "brisel/ffdn_ref_n16.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
-#include <brisel/ffdn_defaults_n16.h>
-#include <brisel/fwht_ref.h>
-
+#include "brisel/ffdn_defaults_n16.h"
+#include "brisel/fwht_ref.h"
 #include "core/aligned_memory.h"
+#include "core/ffdn_defaults_n16.h"
 #include "core/network_math.h"
-#include "core/stereo_gains.h"
 
 namespace {
 
@@ -95,8 +96,8 @@ float stereo_output(const float* gains, float direct, const float* s, float x) {
     return y;
 }
 
-// D_k: each line takes its delayed sample out of its ring before the new one goes in. A line without
-// delay passes and leaves its ring alone.
+// D_k: each line takes its delayed sample out of its ring before the new one goes in. A line
+// without delay passes and leaves its ring alone.
 void delay_stage(ffdn_n16_stage& stage, float* s) {
     for (int line = 0; line < BRISEL_LINES; ++line) {
         const int32_t delay = stage.stage_delay[line];
@@ -127,14 +128,14 @@ float shelf_step(ffdn_n16& f, int line, float fed_back) {
     return y;
 }
 
-// The feedback path from the line outputs s to the line inputs, for one input x. The filter sees only
-// what is fed back: an input sample meets the decay on its first way around the loop.
+// The feedback path from the line outputs s to the line inputs, for one input x. The filter sees
+// only what is fed back: an input sample meets the decay on its first way around the loop.
 void feed_back_mono(ffdn_n16& f, float* s, float x) {
     feedback_matrix(f, s);
     for (int line = 0; line < BRISEL_LINES; ++line) {
         const float in = f.in_gain[line];
-        const float v = f.two_band != 0 ? std::fma(x, in, shelf_step(f, line, s[line]))
-                                        : std::fma(f.decay_gain[line], s[line], x * in);
+        const float v = f.two_band ? std::fma(x, in, shelf_step(f, line, s[line]))
+                                   : std::fma(f.decay_gain[line], s[line], x * in);
         write_line(f, line, v);
     }
 }
@@ -143,7 +144,7 @@ void feed_back_stereo(ffdn_n16& f, float* s, float x_l, float x_r) {
     feedback_matrix(f, s);
     for (int line = 0; line < BRISEL_LINES; ++line) {
         const float decayed =
-            f.two_band != 0 ? shelf_step(f, line, s[line]) : f.decay_gain[line] * s[line];
+            f.two_band ? shelf_step(f, line, s[line]) : f.decay_gain[line] * s[line];
         const float with_left = std::fma(x_l, f.in_left[line], decayed);
         write_line(f, line, std::fma(x_r, f.in_right[line], with_left));
     }
@@ -164,7 +165,7 @@ double recent_energy(const float* ring, int32_t mask, int32_t wpos, int32_t coun
 
 int32_t ffdn_n16_init(ffdn_n16* f, const int32_t* delays, const int32_t* buffer_sizes,
                       int32_t sample_rate, float t60) {
-    if (f == nullptr || delays == nullptr || buffer_sizes == nullptr) return -1;
+    if (!f || !delays || !buffer_sizes) return -1;
     *f = {};
     for (int line = 0; line < BRISEL_LINES; ++line) {
         const int32_t size = buffer_sizes[line];
@@ -175,7 +176,7 @@ int32_t ffdn_n16_init(ffdn_n16* f, const int32_t* delays, const int32_t* buffer_
         f->line_size[line] = size;
         f->line_mask[line] = size - 1;
         f->line_buf[line] = allocate_silence(static_cast<size_t>(size));
-        if (f->line_buf[line] == nullptr) {
+        if (!f->line_buf[line]) {
             ffdn_n16_free(f);
             return -1;
         }
@@ -187,7 +188,7 @@ int32_t ffdn_n16_init(ffdn_n16* f, const int32_t* delays, const int32_t* buffer_
 }
 
 void ffdn_n16_free(ffdn_n16* f) {
-    if (f == nullptr) return;
+    if (!f) return;
     for (float*& ring : f->line_buf) brisel::release(ring);
     for (ffdn_n16_stage& stage : f->stages) brisel::release(stage.ring);
 }
@@ -196,10 +197,10 @@ void ffdn_n16_free(ffdn_n16* f) {
 
 int32_t ffdn_n16_set_cascade(ffdn_n16* f, int32_t K, const int32_t* stage_delays,
                              int32_t sample_rate, float t60) {
-    if (f == nullptr || K < 0 || K > BRISEL_MAX_STAGES) return -1;
+    if (!f || K < 0 || K > BRISEL_MAX_STAGES) return -1;
     int32_t delays[BRISEL_MAX_STAGES * BRISEL_LINES]; // a copy: the argument may be this engine's
     const int32_t count = K * BRISEL_LINES;
-    if (stage_delays != nullptr) {
+    if (stage_delays) {
         std::copy_n(stage_delays, count, delays);
     } else {
         ffdn_n16_default_cascade_params(K, delays);
@@ -222,7 +223,7 @@ int32_t ffdn_n16_set_cascade(ffdn_n16* f, int32_t K, const int32_t* stage_delays
 
 int32_t ffdn_n16_set_vfm(ffdn_n16* f, uint32_t K, uint64_t vfm_seed, int32_t sample_rate,
                          float vfm_density, float t60) {
-    if (f == nullptr || K > BRISEL_MAX_STAGES) return -1;
+    if (!f || K > BRISEL_MAX_STAGES) return -1;
     if (vfm_density <= 0.0f || vfm_density > 1.0f) return -1;
     ffdn_n16_vfm_params velvet;
     ffdn_n16_default_vfm_params(static_cast<int32_t>(K), vfm_seed, velvet.stage_delays[0],
@@ -233,9 +234,8 @@ int32_t ffdn_n16_set_vfm(ffdn_n16* f, uint32_t K, uint64_t vfm_seed, int32_t sam
 
 int32_t ffdn_n16_set_post_delays(ffdn_n16* f, const int32_t* post_delays, int32_t sample_rate,
                                  float t60) {
-    const bool no_delay =
-        post_delays == nullptr || std::all_of(post_delays, post_delays + BRISEL_LINES,
-                                              [](int32_t samples) { return samples == 0; });
+    const bool no_delay = !post_delays || std::all_of(post_delays, post_delays + BRISEL_LINES,
+                                                      [](int32_t samples) { return samples == 0; });
     return ffdn_n16_set_cascade(f, no_delay ? 0 : 1, post_delays, sample_rate, t60);
 }
 
@@ -250,7 +250,7 @@ void ffdn_n16_clear_cascade(ffdn_n16* f) {
 // ---- Decay and gains ----------------------------------------------------------------------------
 
 int32_t ffdn_n16_set_two_band_t60(ffdn_n16* f, int32_t sample_rate, float t60_low, float t60_high) {
-    if (f == nullptr || !(t60_low > 0.0f) || !(t60_high > 0.0f) || sample_rate < 1) return -1;
+    if (!f || !(t60_low > 0.0f) || !(t60_high > 0.0f) || sample_rate < 1) return -1;
     const double base_low = brisel::decay_base(sample_rate, t60_low);
     const double base_high = brisel::decay_base(sample_rate, t60_high);
     for (int line = 0; line < BRISEL_LINES; ++line) {
@@ -267,7 +267,7 @@ int32_t ffdn_n16_set_two_band_t60(ffdn_n16* f, int32_t sample_rate, float t60_lo
 
 int32_t ffdn_n16_set_stereo_outputs(ffdn_n16* f, const float* left, const float* right,
                                     float direct_left, float direct_right) {
-    if (f == nullptr) return -1;
+    if (!f) return -1;
     brisel::set_stereo_gains(f->out_left, f->out_right, left, right,
                              ffdn_n16_default_stereo_outputs);
     f->direct_left = direct_left;
@@ -277,7 +277,7 @@ int32_t ffdn_n16_set_stereo_outputs(ffdn_n16* f, const float* left, const float*
 }
 
 int32_t ffdn_n16_set_stereo_inputs(ffdn_n16* f, const float* left, const float* right) {
-    if (f == nullptr) return -1;
+    if (!f) return -1;
     brisel::set_stereo_gains(f->in_left, f->in_right, left, right, ffdn_n16_default_stereo_inputs);
     f->stereo_in_set = 1;
     return 0;

@@ -6,10 +6,10 @@
 
 namespace brisel {
 
-// The control word is switched by volatile assembler with a memory clobber: the intrinsics for MXCSR
-// are no barrier for floating-point code, so the compiler could move work across them. Arithmetic on
-// values in registers only could still cross: everything between construction and destruction must
-// go through memory or through a call that is not inlined.
+// The control word is switched by volatile assembler with a memory clobber: the intrinsics for
+// MXCSR are no barrier for floating-point code, so the compiler could move work across them.
+// Arithmetic on values in registers only could still cross: everything between construction and
+// destruction must go through memory or through a call that is not inlined.
 class FlushToZeroScope {
 public:
     FlushToZeroScope() : saved_(read()) { write(saved_ | kFlushToZero | kDenormalsAreZero); }

@@ -1,6 +1,6 @@
 // The scalar Walsh-Hadamard transforms. Their order of additions is the definition that the vector
 // kernel in core/avx2/ repeats eight frames at a time.
-#include <brisel/fwht_ref.h>
+#include "brisel/fwht_ref.h"
 
 #include <cmath>
 

@@ -1,5 +1,5 @@
-// The small formulas that several engines share: the random generator, ring sizes, the decay law and
-// number conversions with a defined result.
+// The small formulas that several engines share: the random generator, ring sizes, the decay law
+// and number conversions with a defined result.
 #ifndef BRISEL_CORE_NETWORK_MATH_H
 #define BRISEL_CORE_NETWORK_MATH_H
 
@@ -8,8 +8,13 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <numbers>
 
 namespace brisel {
+
+inline constexpr double kTwoPi = 2.0 * std::numbers::pi;
+// The period of a modulation phase, in radians: the float nearest to 2 pi.
+inline constexpr float kPhasePeriod = 6.2831855f;
 
 inline constexpr uint64_t kDefaultSeed = 0xc0ffee5c00b1e000;
 

@@ -1,8 +1,6 @@
-// The reverb object: creation, the mapping of settings onto a network, destruction. Processing is in
-// reverb_process.cpp.
+// The reverb object: creation, the mapping of settings onto a network, destruction. Processing is
+// in reverb_process.cpp.
 #include "brisel/reverb.h"
-
-#include <cpuid.h>
 
 #include <algorithm>
 #include <cmath>
@@ -11,12 +9,14 @@
 #include "brisel/fdn_delay_stage_ref.h"
 #include "brisel/ffdn_defaults_n16.h"
 #include "core/aligned_memory.h"
-#include "core/ffdn_er_storage.h"
+#include "core/ffdn_defaults_n16.h"
+#include "core/ffdn_er.h"
 #include "core/network_math.h"
-#include "core/reverb_object.h"
+#include "core/reverb.h"
 
 namespace {
 
+using brisel::kLinePrimes;
 using brisel::object_of;
 using brisel::ReverbObject;
 
@@ -32,10 +32,6 @@ constexpr int32_t kModulationDepth = 2; // samples
 constexpr uint64_t kModulationSeed = 0xC0DECAFE12345678;
 constexpr float kModulationSlowest = 0.3f; // Hz
 constexpr float kModulationFastest = 1.2f; // Hz
-
-// Ratios of the line lengths.
-constexpr int32_t kPrimes[BRISEL_LINES] = {997,  1031, 1063, 1097, 1129, 1163, 1193, 1229,
-                                           1259, 1291, 1321, 1361, 1399, 1429, 1453, 1489};
 
 constexpr qv_reverb_params kDefaults = {
     .size = 0.04f,
@@ -78,16 +74,17 @@ struct LineLengths {
 
 // Line 0 takes `size` seconds, the others grow with the primes.
 LineLengths line_lengths(int32_t sample_rate, float size) {
-    const float scale = (static_cast<float>(sample_rate) * size) / static_cast<float>(kPrimes[0]);
+    const float scale =
+        (static_cast<float>(sample_rate) * size) / static_cast<float>(kLinePrimes[0]);
     LineLengths lines{};
-    for (int i = 0; i < BRISEL_LINES; ++i) {
+    for (int line = 0; line < BRISEL_LINES; ++line) {
         // Rounded half up, in operations that the compiler turns into vector code. Below 2^31: the
         // longest line takes 0.75 s.
-        const float length = static_cast<float>(kPrimes[i]) * scale;
+        const float length = static_cast<float>(kLinePrimes[line]) * scale;
         const float whole = std::floor(length);
         const int32_t samples = static_cast<int32_t>(whole) + (length - whole >= 0.5f);
-        lines.delays[i] = static_cast<uint32_t>(std::max(samples, 1));
-        lines.ring_sizes[i] = brisel::ring_size_above(lines.delays[i]);
+        lines.delays[line] = static_cast<uint32_t>(std::max(samples, 1));
+        lines.ring_sizes[line] = brisel::ring_size_above(lines.delays[line]);
     }
     return lines;
 }
@@ -146,14 +143,15 @@ void silence_storage(ReverbObject& object) {
     const ffdn_block_n16& e = object.pub.engine;
     const uint64_t written = object.frames_written;
     if (written == 0) return; // there may be no network yet
-    for (int i = 0; i < BRISEL_LINES; ++i)
-        clear(e.ring + e.line_offset[i], std::min(uint64_t{e.line_mask[i]} + 1, written));
+    for (int line = 0; line < BRISEL_LINES; ++line)
+        clear(e.ring + e.line_offset[line], std::min(uint64_t{e.line_mask[line]} + 1, written));
     for (int32_t s = 0; s < e.stage_count; ++s) {
         const ffdn_block_stage& stage = e.stages[s];
         if (written >= stage.size) {
             clear(stage.ring, uint64_t{BRISEL_LINES} * stage.size);
         } else {
-            for (size_t i = 0; i < BRISEL_LINES; ++i) clear(stage.ring + i * stage.size, written);
+            for (size_t line = 0; line < BRISEL_LINES; ++line)
+                clear(stage.ring + line * stage.size, written);
         }
     }
     if (object.pub.er_active)
@@ -164,12 +162,11 @@ void silence_storage(ReverbObject& object) {
 // Gains of one side: its own lines get base + w / sqrt(8), the others base. The energy is 1 at both
 // ends of w.
 void width_gains(float* left, float* right, float width) {
-    constexpr float kOwn = 0.353553385f; // 1/sqrt(8)
     const float base = (1.0f - width) * 0.25f;
-    const float own = std::fma(width, kOwn, base);
-    for (int i = 0; i < BRISEL_LINES; ++i) {
-        left[i] = i % 2 == 0 ? own : base;
-        right[i] = i % 2 == 0 ? base : own;
+    const float own = std::fma(width, brisel::kInvSqrt8, base);
+    for (int line = 0; line < BRISEL_LINES; ++line) {
+        left[line] = line % 2 == 0 ? own : base;
+        right[line] = line % 2 == 0 ? base : own;
     }
 }
 
@@ -198,8 +195,8 @@ void build_network(ReverbObject& object, const qv_reverb_params& p, const LineLe
     if (p.modulate) brisel::start_modulation(e, kModulationDepth, object.modulation);
 }
 
-// Puts the taps of early reflections of `size` seconds into object.taps, unless they are there. Returns
-// false when there are none.
+// Puts the taps of early reflections of `size` seconds into object.taps, unless they are there.
+// Returns false when there are none.
 bool prepare_taps(ReverbObject& object, float size) {
     if (object.taps_size == size) return true;
     const qv_reverb& rev = object.pub;
@@ -267,19 +264,4 @@ void qv_reverb_destroy(qv_reverb* rev) {
                           object.stages[1].ring, object.stages[2].ring, object.er_ring})
         std::free(buffer);
     std::free(&object);
-}
-
-const char* qv_dsp_version(void) {
-    return BRISEL_VERSION;
-}
-
-uint32_t qv_dsp_cpu_features(void) {
-    uint32_t eax = 0;
-    uint32_t ebx = 0;
-    uint32_t ecx = 0;
-    uint32_t edx = 0;
-    if (!__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx)) return 0;
-    const uint32_t avx2 = (ebx >> 5) & 1;
-    const uint32_t avx512f = (ebx >> 16) & 1;
-    return avx2 | avx512f << 1;
 }

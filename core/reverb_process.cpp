@@ -1,149 +1,106 @@
 // The reverb's processing: cleaning, network, early reflections, EQ, mix; and the tail on silence.
-#include <immintrin.h>
-
 #include <algorithm>
 
 #include "brisel/reverb.h"
+#include "core/avx2/signals.h"
 #include "core/flush_to_zero.h"
-#include "core/reverb_object.h"
+#include "core/reverb.h"
 
 namespace {
 
+using brisel::add_tile;
+using brisel::clean_tile;
+using brisel::each_tile;
+using brisel::mix_tile;
 using brisel::ReverbObject;
+using brisel::sum_tile;
 
-// All loops run on whole vectors: frames are multiples of eight everywhere in here.
-template <typename Body>
-inline void each_vector(int32_t frames, Body body) {
-#pragma GCC unroll 4
-    for (size_t t = 0; t < static_cast<size_t>(frames); t += 8) body(t);
-}
+// A stereo signal.
+struct Stereo {
+    float* left;
+    float* right;
+};
 
-// Infinities and NaN, whose exponent bits are all ones, count as 0; everything else, denormals
-// included, passes bit for bit.
-inline __m256 clean(const float* from) {
-    const __m256i exponent = _mm256_set1_epi32(0x7f800000);
-    const __m256i bits = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
-    const __m256i unusable = _mm256_cmpeq_epi32(_mm256_and_si256(bits, exponent), exponent);
-    return _mm256_castsi256_ps(_mm256_andnot_si256(unusable, bits));
-}
-
-// Fills buf_in_l and, for a stereo input, buf_in_r.
-void clean_inputs(qv_reverb& rev, const float* in_l, const float* in_r, int32_t frames) {
-    float* left = rev.buf_in_l;
-    float* right = rev.buf_in_r;
-    if (in_r) {
-        each_vector(frames, [=](size_t t) {
-            _mm256_storeu_ps(left + t, clean(in_l + t));
-            _mm256_storeu_ps(right + t, clean(in_r + t));
+// What the network's output becomes before it is heard: early reflections of `mono` and EQ.
+void finish_wet(qv_reverb& rev, const float* mono, Stereo wet, int32_t frames) {
+    if (rev.er_active) {
+        const Stereo early{rev.buf_er_l, rev.buf_er_r};
+        const float level = rev.params.er_level;
+        ffdn_er_process_stereo(&rev.er, mono, early.left, early.right, frames);
+        each_tile(static_cast<uint32_t>(frames), [=](size_t t) {
+            add_tile(wet.left + t, early.left + t, level);
+            add_tile(wet.right + t, early.right + t, level);
         });
-    } else {
-        each_vector(frames, [=](size_t t) { _mm256_storeu_ps(left + t, clean(in_l + t)); });
     }
-}
-
-// The mono signal of a stereo input: the average of the cleaned sides, in buf_er_in.
-void average_inputs(qv_reverb& rev, int32_t frames) {
-    const __m256 half = _mm256_set1_ps(0.5f);
-    const float* left = rev.buf_in_l;
-    const float* right = rev.buf_in_r;
-    float* mono = rev.buf_er_in;
-    each_vector(frames, [=](size_t t) {
-        const __m256 sum = _mm256_add_ps(_mm256_loadu_ps(left + t), _mm256_loadu_ps(right + t));
-        _mm256_storeu_ps(mono + t, _mm256_mul_ps(sum, half));
-    });
-}
-
-// wet = early * level + wet
-void add_early(float* wet, const float* early, float level, int32_t frames) {
-    const __m256 gain = _mm256_set1_ps(level);
-    each_vector(frames, [=](size_t t) {
-        _mm256_storeu_ps(
-            wet + t, _mm256_fmadd_ps(_mm256_loadu_ps(early + t), gain, _mm256_loadu_ps(wet + t)));
-    });
-}
-
-void add_early_reflections(qv_reverb& rev, const float* in, int32_t frames) {
-    if (!rev.er_active) return;
-    ffdn_er_process_stereo(&rev.er, in, rev.buf_er_l, rev.buf_er_r, frames);
-    add_early(rev.buf_wet_l, rev.buf_er_l, rev.params.er_level, frames);
-    add_early(rev.buf_wet_r, rev.buf_er_r, rev.params.er_level, frames);
-}
-
-// out = fma(m, wet, d * dry)
-inline __m256 mix(__m256 dry, __m256 wet, __m256 d, __m256 m) {
-    return _mm256_fmadd_ps(m, wet, _mm256_mul_ps(d, dry));
+    ffdn_eq_process_stereo(&rev.eq, wet.left, wet.right, frames);
 }
 
 bool process_block(ReverbObject& object, const float* in_l, const float* in_r, float* out_l,
                    float* out_r, int32_t frames) {
     qv_reverb& rev = object.pub;
-    clean_inputs(rev, in_l, in_r, frames);
-    // The mono signal: of a mono input, the cleaned input itself.
-    const float* mono = in_r ? rev.buf_er_in : rev.buf_in_l;
-    if (in_r && (rev.er_active || !out_r)) average_inputs(rev, frames);
+    const auto n = static_cast<uint32_t>(frames);
+    const Stereo wet{rev.buf_wet_l, rev.buf_wet_r};
+    const Stereo dry{rev.buf_in_l, in_r ? rev.buf_in_r : rev.buf_in_l};
+    // Of a mono input, the cleaned input itself.
+    float* mono = in_r ? rev.buf_er_in : dry.left;
+    if (in_r) {
+        each_tile(n, [=](size_t t) {
+            clean_tile(dry.left + t, in_l + t);
+            clean_tile(dry.right + t, in_r + t);
+        });
+        if (rev.er_active || !out_r)
+            each_tile(n, [=](size_t t) { sum_tile(mono + t, dry.left + t, dry.right + t, 0.5f); });
+    } else {
+        each_tile(n, [=](size_t t) { clean_tile(mono + t, in_l + t); });
+    }
 
     const int32_t status =
-        in_r ? ffdn_block_n16_process_stereo_in(&rev.engine, rev.buf_in_l, rev.buf_in_r,
-                                                rev.buf_wet_l, rev.buf_wet_r, frames)
-             : ffdn_block_n16_process_stereo(&rev.engine, mono, rev.buf_wet_l, rev.buf_wet_r,
-                                             frames);
+        in_r ? ffdn_block_n16_process_stereo_in(&rev.engine, dry.left, dry.right, wet.left,
+                                                wet.right, frames)
+             : ffdn_block_n16_process_stereo(&rev.engine, mono, wet.left, wet.right, frames);
     if (status != 0) return false;
-    object.frames_written += static_cast<uint64_t>(frames);
-    add_early_reflections(rev, mono, frames);
-    ffdn_eq_process_stereo(&rev.eq, rev.buf_wet_l, rev.buf_wet_r, frames);
+    object.frames_written += n;
+    finish_wet(rev, mono, wet, frames);
 
-    const float* wet_l = rev.buf_wet_l;
-    const float* wet_r = rev.buf_wet_r;
     const float m = rev.params.mix;
-    const __m256 d = _mm256_set1_ps(1.0f - m);
     if (out_r) {
-        const __m256 wet = _mm256_set1_ps(m);
-        const float* dry_l = rev.buf_in_l;
-        const float* dry_r = in_r ? rev.buf_in_r : rev.buf_in_l;
-        each_vector(frames, [=](size_t t) {
-            _mm256_storeu_ps(out_l + t,
-                             mix(_mm256_loadu_ps(dry_l + t), _mm256_loadu_ps(wet_l + t), d, wet));
-            _mm256_storeu_ps(out_r + t,
-                             mix(_mm256_loadu_ps(dry_r + t), _mm256_loadu_ps(wet_r + t), d, wet));
+        each_tile(n, [=](size_t t) {
+            mix_tile(out_l + t, wet.left + t, dry.left + t, m, 1.0f - m);
+            mix_tile(out_r + t, wet.right + t, dry.right + t, m, 1.0f - m);
         });
     } else {
-        const __m256 half = _mm256_set1_ps(m * 0.5f);
-        each_vector(frames, [=](size_t t) {
-            const __m256 both =
-                _mm256_add_ps(_mm256_loadu_ps(wet_l + t), _mm256_loadu_ps(wet_r + t));
-            _mm256_storeu_ps(out_l + t, mix(_mm256_loadu_ps(mono + t), both, d, half));
+        each_tile(n, [=](size_t t) {
+            sum_tile(wet.left + t, wet.left + t, wet.right + t, 1.0f);
+            mix_tile(out_l + t, wet.left + t, mono + t, m * 0.5f, 1.0f - m);
         });
     }
     return true;
 }
 
-// One chunk of the tail, in the wet buffers.
-void render_silence(ReverbObject& object, int32_t frames) {
+// One chunk of the tail.
+void render_silence(ReverbObject& object, Stereo wet, int32_t frames) {
     qv_reverb& rev = object.pub;
-    ffdn_block_n16_process_stereo(&rev.engine, rev.buf_aux, rev.buf_wet_l, rev.buf_wet_r, frames);
+    const float* silence = rev.buf_aux;
+    ffdn_block_n16_process_stereo(&rev.engine, silence, wet.left, wet.right, frames);
     object.frames_written += static_cast<uint64_t>(frames);
-    add_early_reflections(rev, rev.buf_aux, frames);
-    ffdn_eq_process_stereo(&rev.eq, rev.buf_wet_l, rev.buf_wet_r, frames);
+    finish_wet(rev, silence, wet, frames);
 }
 
-void write_wet(const qv_reverb& rev, float* out_l, float* out_r, int32_t frames) {
-    const float m = rev.params.mix;
+void write_wet(float* out_l, float* out_r, Stereo wet, float mix, int32_t frames) {
     if (out_r) {
-        for (int32_t t = 0; t < frames; ++t) out_l[t] = m * rev.buf_wet_l[t];
-        for (int32_t t = 0; t < frames; ++t) out_r[t] = m * rev.buf_wet_r[t];
+        for (int32_t t = 0; t < frames; ++t) out_l[t] = mix * wet.left[t];
+        for (int32_t t = 0; t < frames; ++t) out_r[t] = mix * wet.right[t];
     } else {
-        const float half = m * 0.5f;
-        for (int32_t t = 0; t < frames; ++t)
-            out_l[t] = (rev.buf_wet_l[t] + rev.buf_wet_r[t]) * half;
+        for (int32_t t = 0; t < frames; ++t) out_l[t] = (wet.left[t] + wet.right[t]) * (mix * 0.5f);
     }
 }
 
-// Mean power of the wet signal below 1e-20 a frame, about -200 dB.
-bool silent(const qv_reverb& rev, int32_t frames) {
+// Mean power below 1e-20 a frame, about -200 dB.
+bool silent(Stereo wet, int32_t frames) {
     double energy = 0.0;
     for (int32_t t = 0; t < frames; ++t) {
-        const double left = rev.buf_wet_l[t];
-        const double right = rev.buf_wet_r[t];
+        const double left = wet.left[t];
+        const double right = wet.right[t];
         energy += left * left + right * right;
     }
     return energy < frames * 1e-20;
@@ -151,16 +108,17 @@ bool silent(const qv_reverb& rev, int32_t frames) {
 
 int32_t render_tail(ReverbObject& object, float* out_l, float* out_r, int32_t capacity) {
     const qv_reverb& rev = object.pub;
+    const Stereo wet{rev.buf_wet_l, rev.buf_wet_r};
     // By then every line has been passed through since the input stopped.
     const int64_t listen_from = int64_t{rev.max_frames} + rev.longest_delay;
     int32_t pos = 0;
     while (pos < capacity) {
         const int32_t chunk = std::min(rev.max_frames, (capacity - pos) & ~7);
         if (chunk == 0) break;
-        render_silence(object, chunk);
-        write_wet(rev, out_l + pos, out_r ? out_r + pos : nullptr, chunk);
+        render_silence(object, wet, chunk);
+        write_wet(out_l + pos, out_r ? out_r + pos : nullptr, wet, rev.params.mix, chunk);
         pos += chunk;
-        if (pos >= listen_from && silent(rev, chunk)) break;
+        if (pos >= listen_from && silent(wet, chunk)) break;
     }
     return pos;
 }

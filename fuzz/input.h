@@ -59,30 +59,19 @@ private:
 
 // Samples: silence, noise, the largest numbers, NaN and infinities, any bits.
 inline void fill(float* samples, size_t count, Input& input) {
+    using Limits = std::numeric_limits<float>;
     const uint32_t kind = input.below(5);
     uint32_t random = input.bits<uint32_t>() | 1;
     for (size_t t = 0; t < count; ++t) {
         random ^= random << 13;
         random ^= random >> 17;
         random ^= random << 5;
-        switch (kind) {
-        case 0:
-            samples[t] = 0.0f;
-            break;
-        case 1:
-            samples[t] = static_cast<float>(random) * 0x1p-31f - 1.0f;
-            break;
-        case 2:
-            samples[t] =
-                random & 1 ? std::numeric_limits<float>::max() : -std::numeric_limits<float>::max();
-            break;
-        case 3:
-            samples[t] = random & 1 ? std::numeric_limits<float>::quiet_NaN()
-                                    : std::numeric_limits<float>::infinity();
-            break;
-        default:
-            samples[t] = std::bit_cast<float>(random);
-        }
+        const bool odd = random & 1;
+        samples[t] = kind == 0   ? 0.0f
+                     : kind == 1 ? static_cast<float>(random) * 0x1p-31f - 1.0f
+                     : kind == 2 ? (odd ? Limits::max() : Limits::lowest())
+                     : kind == 3 ? (odd ? Limits::quiet_NaN() : Limits::infinity())
+                                 : std::bit_cast<float>(random);
     }
 }
 

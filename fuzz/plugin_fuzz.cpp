@@ -1,81 +1,19 @@
-// The plug-in under a hostile host: any order of calls, event lists of any content, block lengths and
-// channels of any kind, texts; state_fuzz.cpp has the states. Buffers are exactly as long as they must be,
-// so that the address sanitizer sees the first sample too many.
-#include <clap/clap.h>
-
-#include <memory>
-#include <vector>
-
-#include "fuzz/input.h"
-
-extern "C" const clap_plugin_entry_t clap_entry;
+// The plug-in under a hostile host: any order of calls, event lists of any content, block lengths and channels
+// of any kind, texts, states through streams that misbehave. Buffers are exactly as long as they must be, so
+// that the address sanitizer sees the first sample too many.
+#include "fuzz/hostile_host.h"
+#include "tests/clap_host.h"
 
 namespace {
 
 using fuzz::Input;
+using fuzz::Port;
 
-// Events of all kinds. A parameter event is as long as one, whatever its header claims, since its kind
-// alone decides; any other is a bare header.
-class Events {
-public:
-    explicit Events(Input& input) : claimed_(input.below(20)) {
-        for (uint32_t k = 0; k < claimed_; ++k) {
-            if (input.below(8) == 0) {
-                events_.push_back(nullptr);
-                continue;
-            }
-            clap_event_param_value_t event = {};
-            event.header.size = input.bits<uint32_t>();
-            event.header.time = input.bits<uint32_t>();
-            event.header.space_id = input.below(4) == 0 ? input.bits<uint16_t>() : 0;
-            event.header.type = input.below(4) == 0 ? input.bits<uint16_t>() : 5;
-            event.param_id = input.below(8) == 0 ? input.bits<uint32_t>() : input.below(13);
-            event.value = input.below(4) == 0 ? input.bits<double>()
-                                              : static_cast<double>(input.real(-30.0f, 30.0f));
-            const bool parameter = event.header.space_id == 0 && event.header.type == 5;
-            const size_t size = parameter ? sizeof event : sizeof event.header;
-            events_.emplace_back(new unsigned char[size]);
-            std::memcpy(events_.back().get(), &event, size);
-        }
-    }
-    const clap_input_events_t* list() const { return &list_; }
-
-private:
-    static uint32_t size(const clap_input_events_t* list) {
-        return static_cast<const Events*>(list->ctx)->claimed_;
-    }
-    static const clap_event_header_t* get(const clap_input_events_t* list, uint32_t index) {
-        return reinterpret_cast<const clap_event_header_t*>(
-            static_cast<const Events*>(list->ctx)->events_.at(index).get());
-    }
-    uint32_t claimed_;
-    std::vector<std::unique_ptr<unsigned char[]>> events_;
-    clap_input_events_t list_ = {this, size, get};
-};
-
-// Ports with 0 to 3 channels, any of which may be missing.
-struct Port {
-    std::vector<std::vector<float>> samples;
-    std::vector<float*> channels;
-    clap_audio_buffer_t buffer = {};
-
-    Port(Input& input, size_t frames) {
-        const uint32_t count = input.below(4);
-        const uint32_t missing = input.bits<uint8_t>();
-        samples.resize(count);
-        for (uint32_t c = 0; c < count; ++c) {
-            samples[c].resize(frames);
-            fuzz::fill(samples[c].data(), frames, input);
-            channels.push_back((missing >> c) & 0x10 && missing & 1 ? nullptr : samples[c].data());
-        }
-        buffer.data32 = missing & 2 && missing & 4 && missing & 8 ? nullptr : channels.data();
-        buffer.channel_count = count;
-        buffer.constant_mask = input.bits<uint8_t>();
-    }
-};
+constexpr double kMin[12] = {0.005, 0.1, 0, 0, 0, 0, 0, 0, 0.001, 0, -24, -24};
+constexpr double kMax[12] = {0.5, 10, 3, 1, 1, 1, 1, 1, 0.5, 1, 24, 24};
 
 void process(const clap_plugin_t* plugin, uint32_t capacity, Input& input) {
-    const Events events(input);
+    const fuzz::Events events(input, 12, false);
     const bool huge = input.below(16) == 0;
     uint32_t frames = input.flag() ? capacity : input.bits<uint16_t>() % (capacity + 16);
     if (huge) frames = input.bits<uint32_t>() | 0x10000; // refused before a sample is touched
@@ -100,26 +38,54 @@ void process(const clap_plugin_t* plugin, uint32_t capacity, Input& input) {
     if (huge || ports & 0xC0) FUZZ_REQUIRE(status == CLAP_PROCESS_ERROR);
 }
 
-void texts(const clap_plugin_t* plugin, Input& input) {
-    const auto* params =
-        static_cast<const clap_plugin_params_t*>(plugin->get_extension(plugin, CLAP_EXT_PARAMS));
+void texts(const host::Plugin& p, Input& input) {
     const uint32_t id = input.below(8) == 0 ? input.bits<uint32_t>() : input.below(13);
     const uint32_t capacity = input.bits<uint8_t>();
     double value = input.bits<double>();
     std::vector<char> text(capacity, '#');
-    const bool shown =
-        params->value_to_text(plugin, id, value, capacity ? text.data() : nullptr, capacity);
+    char* const to = capacity ? text.data() : nullptr;
+    const bool shown = p.params->value_to_text(p.plugin, id, value, to, capacity);
     FUZZ_REQUIRE(shown == (id < 12));
     if (shown && capacity > 0) {
-        FUZZ_REQUIRE(std::memchr(text.data(), 0, capacity));
-        FUZZ_REQUIRE(params->text_to_value(plugin, id, text.data(), &value));
+        FUZZ_REQUIRE(std::memchr(to, 0, capacity));
+        FUZZ_REQUIRE(p.params->text_to_value(p.plugin, id, to, &value));
     }
     clap_param_info_t info;
-    FUZZ_REQUIRE(params->get_info(plugin, id, &info) == (id < 12));
     clap_audio_port_info_t port;
-    const auto* ports = static_cast<const clap_plugin_audio_ports_t*>(
-        plugin->get_extension(plugin, CLAP_EXT_AUDIO_PORTS));
-    FUZZ_REQUIRE(ports->get(plugin, id, input.flag(), &port) == (id == 0));
+    FUZZ_REQUIRE(p.params->get_info(p.plugin, id, &info) == (id < 12));
+    FUZZ_REQUIRE(p.ports->get(p.plugin, id, input.flag(), &port) == (id == 0));
+    FUZZ_REQUIRE(p.tail() <= 2147483648u);
+}
+
+// A state of arbitrary bytes is loaded as a whole, with its values brought into their ranges, or not at all;
+// what is saved then is what was loaded.
+void states(host::Plugin& p, Input& input) {
+    host::Stream stream;
+    stream.chunk = 1 + input.below(120);
+    stream.end = static_cast<int64_t>(input.below(3)) - 1; // 1: more than was asked for
+    if (stream.end == 1) stream.end = 1000;
+    stream.bytes = host::state_of({});
+    if (input.below(4) == 0) stream.bytes[input.below(8)] ^= 1;
+    const bool well_formed = stream.bytes == host::state_of({});
+    for (uint32_t k = input.below(2) ? 96 : input.below(120); k > 0; --k)
+        stream.bytes.push_back(input.bits<uint8_t>());
+    const std::vector<double> before = p.values();
+    const bool loaded = p.load(stream);
+    FUZZ_REQUIRE(loaded == (well_formed && stream.bytes.size() >= 104));
+    const std::vector<double> after = p.values();
+    for (size_t id = 0; id < 12; ++id) {
+        double expected = before[id];
+        if (loaded) std::memcpy(&expected, &stream.bytes[8 + 8 * id], 8);
+        if (loaded && expected < kMin[id]) expected = kMin[id];
+        if (loaded && expected > kMax[id]) expected = kMax[id];
+        FUZZ_REQUIRE(std::memcmp(&after[id], &expected, 8) == 0);
+    }
+    host::Stream saved;
+    saved.chunk = stream.chunk;
+    saved.capacity = input.flag() ? 4096 : input.below(110);
+    saved.end = stream.end;
+    FUZZ_REQUIRE(p.save(saved) == (saved.capacity >= 104));
+    if (saved.capacity >= 104) FUZZ_REQUIRE(saved.bytes == host::state_of(after));
 }
 
 // Rates that would take more memory than a fuzzer has are brought down; the others stay hostile.
@@ -135,44 +101,36 @@ double any_rate(Input& input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Input input(data, size);
-    const auto* factory =
-        static_cast<const clap_plugin_factory_t*>(clap_entry.get_factory(CLAP_PLUGIN_FACTORY_ID));
-    const clap_plugin_t* plugin =
-        factory->create_plugin(factory, nullptr, "com.tamrockaudio.brisel");
-    FUZZ_REQUIRE(plugin && plugin->init(plugin));
+    host::Plugin p(clap_entry);
+    FUZZ_REQUIRE(p.usable);
     uint32_t capacity = 0;
     for (int calls = 0; calls < 100 && !input.empty(); ++calls) {
         switch (input.below(8)) {
         case 0:
             capacity = input.below(8) == 0 ? input.bits<uint32_t>() : input.bits<uint16_t>() % 600;
-            plugin->activate(plugin, any_rate(input), input.bits<uint32_t>(), capacity);
+            p.plugin->activate(p.plugin, any_rate(input), input.bits<uint32_t>(), capacity);
             capacity = std::min(capacity, 600u);
             break;
         case 1:
-            plugin->stop_processing(plugin);
-            plugin->deactivate(plugin);
-            plugin->reset(plugin);
-            plugin->on_main_thread(plugin);
-            FUZZ_REQUIRE(plugin->start_processing(plugin));
+            p.deactivate();
+            p.plugin->reset(p.plugin);
+            p.plugin->on_main_thread(p.plugin);
+            FUZZ_REQUIRE(p.plugin->start_processing(p.plugin));
             break;
         case 2: {
-            const Events events(input);
-            static_cast<const clap_plugin_params_t*>(plugin->get_extension(plugin, CLAP_EXT_PARAMS))
-                ->flush(plugin, input.below(8) == 0 ? nullptr : events.list(), nullptr);
+            const fuzz::Events events(input, 12, false);
+            p.params->flush(p.plugin, input.below(8) == 0 ? nullptr : events.list(), nullptr);
             break;
         }
         case 3:
-            texts(plugin, input);
+            texts(p, input);
             break;
         case 4:
-            FUZZ_REQUIRE(
-                static_cast<const clap_plugin_tail_t*>(plugin->get_extension(plugin, CLAP_EXT_TAIL))
-                    ->get(plugin) <= 2147483648u);
+            states(p, input);
             break;
         default:
-            process(plugin, capacity, input);
+            process(p.plugin, capacity, input);
         }
     }
-    plugin->destroy(plugin);
     return 0;
 }

@@ -17,30 +17,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 int main(int argc, char** argv) {
     std::vector<fs::path> files;
     for (int k = 1; k < argc; ++k) {
-        if (!fs::is_directory(argv[k])) {
+        if (!fs::is_directory(argv[k]))
             files.emplace_back(argv[k]);
-            continue;
-        }
-        for (const fs::directory_entry& entry : fs::directory_iterator(argv[k]))
-            if (entry.is_regular_file()) files.push_back(entry.path());
-    }
-    if (files.empty()) {
-        std::fprintf(stderr, "usage: %s FILE|FOLDER...\n", argv[0]);
-        return 2;
+        else
+            for (const auto& entry : fs::directory_iterator(argv[k])) files.push_back(entry.path());
     }
     std::sort(files.begin(), files.end());
     for (const fs::path& file : files) {
         std::ifstream stream(file, std::ios::binary);
-        if (!stream) {
-            std::fprintf(stderr, "cannot read %s\n", file.c_str());
-            return 1;
-        }
         const std::vector<char> bytes(std::istreambuf_iterator<char>(stream), {});
         // A failing target aborts: the last name shown is the culprit's.
-        std::printf("%s, %zu bytes\n", file.filename().c_str(), bytes.size());
+        std::printf("%s, %zu bytes\n", file.c_str(), bytes.size());
         std::fflush(stdout);
+        if (!stream) return 1;
         LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     }
-    std::printf("%zu inputs\n", files.size());
-    return 0;
+    return files.empty() ? 2 : 0;
 }

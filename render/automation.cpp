@@ -1,10 +1,12 @@
-#include "automation.h"
+#include "render/automation.h"
 
-#include "errors.h"
-#include "text_lines.h"
+#include "render/errors.h"
+#include "render/text_lines.h"
 
 #include <algorithm>
 #include <fmt/format.h>
+
+namespace brisel::render {
 
 namespace {
 
@@ -25,10 +27,9 @@ AutomationStep parse_step(const TextLine& line, std::span<const Parameter> param
 
     const double seconds = parse_value(time, Unit::seconds);
     if (seconds < 0.0) throw ValueError("the time lies before the start");
-    const auto index = find_parameter(parameters, name);
-    if (!index) throw ValueError(fmt::format("there is no parameter '{}'", name));
+    const size_t index = need_parameter(parameters, name);
     try {
-        return {seconds, *index, parameters[*index].parse(value), line.place};
+        return {seconds, index, parameters[index].parse(value), line.place};
     } catch (const ValueError& e) {
         throw ValueError(fmt::format("{}: {}", name, e.what()));
     }
@@ -49,3 +50,5 @@ Automation read_automation(const std::filesystem::path& file,
     std::ranges::stable_sort(steps, {}, &AutomationStep::seconds);
     return steps;
 }
+
+} // namespace brisel::render

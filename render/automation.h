@@ -1,12 +1,14 @@
 // Parameter changes over time, read from a text file of `time name value` lines.
 #pragma once
 
-#include "clap_host.h"
+#include "render/clap_host.h"
 
 #include <filesystem>
 #include <span>
 #include <string>
 #include <vector>
+
+namespace brisel::render {
 
 struct AutomationStep {
     double seconds;
@@ -22,3 +24,5 @@ using Automation = std::vector<AutomationStep>;
 // Throws Failure with file and line.
 Automation read_automation(const std::filesystem::path& file,
                            std::span<const Parameter> parameters);
+
+} // namespace brisel::render

@@ -1,14 +1,15 @@
-#include "block_fit.h"
+#include "render/block_fit.h"
 
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
 
+namespace brisel::render {
+
 namespace {
 
-// Modulation moves the end of a delay line by up to so many frames. The plug-in does not look at
-// this when it starts, but refuses the first block that a shortened line cannot hold.
-constexpr double modulation_depth = 2.0;
+// Modulation moves the end of a delay line by up to so many frames.
+constexpr double kModulationDepth = 2.0;
 
 } // namespace
 
@@ -20,7 +21,7 @@ bool BlockFit::modulated(std::span<const double> values) const {
 bool BlockFit::accepts(std::span<const double> values, uint32_t block) const {
     const auto size = find_parameter(probe_.parameters(), "size");
     if (size && modulated(values) &&
-        std::round(values[*size] * sample_rate_) < block + modulation_depth)
+        std::round(values[*size] * sample_rate_) < block + kModulationDepth)
         return false;
     probe_.set_values(values);
     const bool accepted = probe_.activate(sample_rate_, block);
@@ -40,19 +41,22 @@ std::optional<uint32_t> BlockFit::longest(std::span<const double> values, uint32
     return good * 8;
 }
 
-// The first time of a parameter between `from` and `to` seconds, in steps of 0.1 ms, that makes the
-// values accepted, as an option to use; empty when there is none.
-std::string BlockFit::larger_time(std::span<const double> values, size_t index, double from,
-                                  double to, uint32_t block) const {
+std::string BlockFit::least_time(std::span<const double> values, size_t index,
+                                 uint32_t block) const {
     const Parameter& p = probe_.parameters()[index];
     std::vector<double> tried(values.begin(), values.end());
-    for (double tenths = std::ceil(std::max(from, p.min) * 1e4);
-         tenths / 1e4 <= std::min(to, p.max); ++tenths) {
-        tried[index] = tenths / 10.0 / 1000.0; // as the text will be read
-        if (accepts(tried, block))
-            return fmt::format("--{} {} or more", p.option, show_value(tried[index], p.unit));
+    const auto accepts_tenths = [&](int tenths) { // of a millisecond
+        tried[index] = tenths / 10.0 / 1000.0;    // as the text will be read
+        return accepts(tried, block);
+    };
+    int bad = static_cast<int>(std::ceil(p.min * 1e4)) - 1;
+    int good = static_cast<int>(std::floor(p.max * 1e4));
+    if (!accepts_tenths(good)) return {};
+    while (good - bad > 1) {
+        const int middle = bad + (good - bad) / 2;
+        (accepts_tenths(middle) ? good : bad) = middle;
     }
-    return {};
+    return fmt::format("--{} {} or more", p.option, show_value(good / 10.0 / 1000.0, p.unit));
 }
 
 std::string BlockFit::explain(std::span<const double> values, uint32_t block) const {
@@ -71,17 +75,14 @@ std::string BlockFit::explain(std::span<const double> values, uint32_t block) co
             return fmt::format("early reflections cannot be as short as {}: use {}, or "
                                "--early-reflections off",
                                show_value(values[*er_size], parameters[*er_size].unit),
-                               larger_time(values, *er_size, values[*er_size], 0.5, block));
+                               least_time(values, *er_size, block));
     }
 
     const auto shorter = longest(values, block);
     std::string larger;
     std::string line;
     if (const auto size = find_parameter(parameters, "size")) {
-        // The plug-in rounds short blocks up, but not by more than 64 frames.
-        const double least = block / static_cast<double>(sample_rate_);
-        const double most = (block + 64.0) / sample_rate_ + 1e-4;
-        larger = larger_time(values, *size, least, most, block);
+        larger = least_time(values, *size, block);
         line =
             fmt::format("the shortest delay line ({} {}, that is {:.0f} frames at {} Hz{})",
                         parameters[*size].name, show_value(values[*size], parameters[*size].unit),
@@ -98,3 +99,5 @@ std::string BlockFit::explain(std::span<const double> values, uint32_t block) co
     return fmt::format("the plug-in refuses these settings at {} Hz with blocks of {} frames",
                        sample_rate_, block);
 }
+
+} // namespace brisel::render

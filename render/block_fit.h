@@ -1,14 +1,18 @@
 // Block lengths and settings that go together. The plug-in refuses to start, and silently keeps its
 // old settings while running, when a block is longer than the shortest delay line. What it accepts
-// is found out by trying on an instance of its own, so that no rule of the engine is repeated here.
+// is found out by trying on an instance of its own. One rule of the engine cannot be tried and is
+// repeated here: under modulation a line is up to two frames shorter than its delay, which the
+// plug-in does not look at when it starts.
 #pragma once
 
-#include "clap_host.h"
+#include "render/clap_host.h"
 
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+
+namespace brisel::render {
 
 class BlockFit {
 public:
@@ -24,9 +28,12 @@ public:
 private:
     bool modulated(std::span<const double> values) const;
     bool accepts(std::span<const double> values, uint32_t block) const;
-    std::string larger_time(std::span<const double> values, size_t index, double from, double to,
-                            uint32_t block) const;
+    // The least time of a parameter, in steps of 0.1 ms, that makes the values accepted, as an
+    // option to use; empty when there is none.
+    std::string least_time(std::span<const double> values, size_t index, uint32_t block) const;
 
     Plugin& probe_;
     int sample_rate_;
 };
+
+} // namespace brisel::render

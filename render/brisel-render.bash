@@ -16,9 +16,9 @@ _brisel_render() {
         COMPREPLY=($(compgen -W "$("$program" --list-presets 2>/dev/null | cut -d' ' -f1)" -- "$word")
             $(compgen -f -- "$word")) ;;
     -o:* | --output:*) COMPREPLY=($(compgen -d -- "$word")) ;;
-    --format:*) COMPREPLY=($(compgen -W $'wav\naiff\nau\nw64\nrf64\ncaf\nflac\nogg\nopus' -- "$word")) ;;
+    --format:*) COMPREPLY=($(compgen -W $'wav\naiff\nau\nw64\nrf64\ncaf\nraw\nflac\nogg\nopus' -- "$word")) ;;
     -*:*'|'*) COMPREPLY=($(compgen -X '*[[:upper:]]*' -W "${type//|/$'\n'}" -- "$word")) ;;
-    -*:TIME | -*:SHARE | -*:GAIN | -*:COUNT | -*:FRAMES | -*:NUMBER) ;;
+    -*:TIME | -*:SHARE | -*:GAIN | -*:COUNT | -*:FRAMES | -*:NUMBER | -*:HZ | -*:A,B) ;;
     *) COMPREPLY=($(compgen -f -- "$word")) ;;
     esac
 }

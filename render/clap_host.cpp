@@ -1,6 +1,6 @@
-#include "clap_host.h"
+#include "render/clap_host.h"
 
-#include "errors.h"
+#include "render/errors.h"
 
 #include <algorithm>
 #include <array>
@@ -8,6 +8,8 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fmt/format.h>
+
+namespace brisel::render {
 
 namespace fs = std::filesystem;
 
@@ -198,18 +200,14 @@ uint32_t Plugin::tail_frames() const {
     return tail_ ? tail_->get(plugin_) : 0;
 }
 
-void Plugin::process(std::span<float* const> in, std::span<float* const> out, uint32_t frames,
+void Plugin::process(std::array<float*, 2> in, std::array<float*, 2> out, uint32_t frames,
                      std::span<const ParameterChange> changes) {
-    // The record takes mutable channel lists, which the plug-in only reads.
-    std::array<float*, 2> in_channels{}, out_channels{};
-    std::copy(in.begin(), in.end(), in_channels.begin());
-    std::copy(out.begin(), out.end(), out_channels.begin());
-    const clap_audio_buffer_t input{.data32 = in_channels.data(),
+    const clap_audio_buffer_t input{.data32 = in.data(),
                                     .data64 = nullptr,
                                     .channel_count = static_cast<uint32_t>(in.size()),
                                     .latency = 0,
                                     .constant_mask = 0};
-    clap_audio_buffer_t output{.data32 = out_channels.data(),
+    clap_audio_buffer_t output{.data32 = out.data(),
                                .data64 = nullptr,
                                .channel_count = static_cast<uint32_t>(out.size()),
                                .latency = 0,
@@ -268,3 +266,5 @@ fs::path default_plugin_file() {
     throw Failure(fmt::format("the plug-in is neither '{}' nor '{}'; name it with --plugin FILE",
                               beside.string(), installed.string()));
 }
+
+} // namespace brisel::render

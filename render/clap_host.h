@@ -3,10 +3,11 @@
 // interface run on the calling thread, which plays the main and the audio thread in turn.
 #pragma once
 
-#include "parameter.h"
+#include "render/parameter.h"
 
 #include <clap/clap.h>
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -14,6 +15,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+namespace brisel::render {
 
 struct ParameterChange {
     size_t index; // into Plugin::parameters()
@@ -47,9 +50,8 @@ public:
 
     uint32_t tail_frames() const; // 0 when the plug-in reports none
 
-    // Renders one block: 1 or 2 input channels, 2 output channels, `frames` samples each. The
-    // changes apply at its first frame. Throws Failure when the plug-in reports an error.
-    void process(std::span<float* const> in, std::span<float* const> out, uint32_t frames,
+    // Renders one block: channels of `frames` samples each. The changes apply at its first frame. Throws Failure when the plug-in reports an error.
+    void process(std::array<float*, 2> in, std::array<float*, 2> out, uint32_t frames,
                  std::span<const ParameterChange> changes);
 
 private:
@@ -93,3 +95,5 @@ std::filesystem::path default_plugin_file();
 
 // The folder of the running program.
 std::filesystem::path program_folder();
+
+} // namespace brisel::render

@@ -3,6 +3,8 @@
 
 #include <stdexcept>
 
+namespace brisel::render {
+
 // The command line is wrong, whatever the files hold: exit code 2.
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -18,3 +20,5 @@ struct Failure : std::runtime_error {
 struct ValueError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+} // namespace brisel::render

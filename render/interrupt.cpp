@@ -1,12 +1,16 @@
-#include "interrupt.h"
+#include "render/interrupt.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <initializer_list>
 
+namespace brisel::render {
+
 namespace {
 
-volatile std::sig_atomic_t caught_signal = 0;
+std::atomic<int> caught_signal = 0;
+static_assert(std::atomic<int>::is_always_lock_free); // as a handler needs it
 
 void note_signal(int signal) {
     caught_signal = signal;
@@ -17,7 +21,10 @@ void note_signal(int signal) {
 void catch_signals() {
     struct sigaction action {};
     action.sa_handler = note_signal;
-    sigemptyset(&action.sa_mask); // no SA_RESTART: whatever waits for a pipe shall end, too
+    sigemptyset(&action.sa_mask);
+    // No SA_RESTART: whatever waits for a pipe shall end, too. What waits all the same, inside a
+    // library, is ended by a second signal.
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction before {};
         sigaction(signal, nullptr, &before);
@@ -28,7 +35,7 @@ void catch_signals() {
 }
 
 void check_interrupt() {
-    if (caught_signal != 0) throw Interrupted{caught_signal};
+    if (const int signal = caught_signal) throw Interrupted{signal};
 }
 
 void die_by_signal(int signal) {
@@ -36,3 +43,5 @@ void die_by_signal(int signal) {
     std::raise(signal);
     std::_Exit(128 + signal);
 }
+
+} // namespace brisel::render

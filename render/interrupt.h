@@ -2,6 +2,8 @@
 // the way out.
 #pragma once
 
+namespace brisel::render {
+
 // Thrown by check_interrupt; main() ends the process by the signal itself.
 struct Interrupted {
     int signal;
@@ -16,3 +18,5 @@ void check_interrupt();
 
 // Ends the process as the signal would have, for the shell to see.
 [[noreturn]] void die_by_signal(int signal);
+
+} // namespace brisel::render

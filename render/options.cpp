@@ -1,215 +1,23 @@
-#include "options.h"
+#include "render/options.h"
 
-#include "errors.h"
-#include "renderer.h"
+#include "render/errors.h"
+#include "render/help.h"
+#include "render/option_table.h"
+#include "render/suggest.h"
 
-#include <CLI/CLI.hpp>
-
+#include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <fmt/format.h>
-#include <map>
+
+namespace brisel::render {
 
 namespace {
 
-constexpr std::string_view reverb_group = "Reverb";
-constexpr uint32_t longest_block = 1 << 20;
-constexpr double longest_tail = 3600.0; // seconds
-
-// What a parameter does to the sound; one that is not listed has its range only.
-const std::map<std::string_view, std::string_view> descriptions{
-    {"size", "Distance of the first echoes, the delay of the shortest line"},
-    {"decay", "Time in which the sound decays by 60 dB"},
-    {"brisel", "Mixing stages of the feedback matrix; more make denser echoes"},
-    {"damp", "How much faster high frequencies decay; 1 is ten times as fast"},
-    {"mix", "Share of the reverb in the output; the rest is the dry signal"},
-    {"width", "Stereo width of the reverb; 0 is mono"},
-    {"modulate", "Slow movement of the delays, against ringing"},
-    {"early-reflections", "Discrete first reflections in front of the reverb"},
-    {"er-size", "Time of the last early reflection"},
-    {"er-level", "Gain of the early reflections"},
-    {"eq-low", "Gain of the reverb below 250 Hz"},
-    {"eq-high", "Gain of the reverb above 4500 Hz"},
-};
-
-std::string_view type_of(Unit unit) {
-    switch (unit) {
-    case Unit::milliseconds:
-    case Unit::seconds:
-        return "TIME";
-    case Unit::decibels:
-        return "GAIN";
-    case Unit::ratio:
-        return "SHARE";
-    case Unit::on_off:
-        return "on|off";
-    case Unit::count:
-        return "COUNT";
-    case Unit::number:
-        break;
-    }
-    return "NUMBER";
-}
-
-// Two columns, wrapped at 80 characters, in place of lines of any length.
-class HelpFormatter : public CLI::Formatter {
-public:
-    std::string make_help(const CLI::App* app, std::string,
-                          CLI::AppFormatMode mode) const override {
-        return "usage: brisel-render IN OUT [OPTION...]\n"
-               "       brisel-render IN... -o FOLDER [OPTION...]\n\n" +
-               app->get_description() + "\n\n" + make_groups(app, mode) + app->get_footer();
-    }
-
-    std::string make_group(std::string group, bool is_positional,
-                           std::vector<const CLI::Option*> options) const override {
-        std::string text = group + ":\n";
-        for (const CLI::Option* option : options) text += make_option(option, is_positional);
-        return text;
-    }
-
-    std::string make_option_name(const CLI::Option* option, bool) const override {
-        std::string names;
-        for (const std::string& name : option->get_snames()) names += "-" + name + ", ";
-        return names + "--" + option->get_lnames().front();
-    }
-
-    std::string make_option(const CLI::Option* option, bool is_positional) const override {
-        constexpr size_t column = 30, width = 80;
-        std::string text =
-            "  " + make_option_name(option, is_positional) + make_option_opts(option);
-        text += text.size() + 1 < column ? std::string(column - text.size(), ' ')
-                                         : "\n" + std::string(column, ' ');
-        size_t at = column;
-        std::istringstream words(option->get_description());
-        for (std::string word; words >> word;) {
-            if (at > column && at + 1 + word.size() > width) {
-                text += "\n" + std::string(column, ' ');
-                at = column;
-            }
-            if (at > column) text += ' ';
-            text += word;
-            at += word.size() + 1;
-        }
-        return text + "\n";
-    }
-
-    std::string make_option_opts(const CLI::Option* option) const override {
-        const std::string type = option->get_type_name();
-        return type.empty() || type.starts_with('[') ? type : " " + type;
-    }
-};
-
-constexpr const char* footer = R"(
-Values:
-Times are written 40ms or 0.04s, a number alone is in seconds; shares 0.35 or
-35%; gains -2dB, a number alone is in dB. Settings count in this order: --state,
---preset, then the options above.
-
-Sound files:
-Whatever libsndfile reads, mono or stereo, above 9000 Hz. Results are stereo at
-the same rate: .wav .aiff .au .w64 .rf64 .caf (32-bit float unless --bits says
-otherwise), .flac (24 bits), .ogg, .opus. A result appears under its name when it
-is complete. The same input and options give the same bytes, apart from the
-random stream number in .ogg and .opus files.
-
-Text files:
-An automation file has lines `time name value`, such as `2.5s decay 8s`, a preset
-lines `name = value`, such as `size = 40 ms`. A # starts a comment in both.
-
-Exit codes:
-  0  success
-  1  a file or the plug-in failed
-  2  wrong usage
-
-Examples:
-  brisel-render dry.wav wet.wav --decay 4 --size 60ms --mix 40%
-  brisel-render drums/*.wav -o wet/ --preset hall --json
-  brisel-render in.flac out.flac --normalize --tail 5s
-)";
-
-// The raw texts, before they are looked at together.
-struct Texts {
-    std::vector<std::string> files;
-    std::string output, plugin, bits, block, tail, dry_gain, normalize;
-};
-
-void add_reverb_options(CLI::App& app, std::span<const Parameter> parameters,
-                        std::vector<Setting>& settings) {
-    for (const Parameter& p : parameters) {
-        const auto known = descriptions.find(p.option);
-        const std::string description =
-            fmt::format("{}: {}, default {}", known == descriptions.end() ? p.name : known->second,
-                        p.range(), show_value(p.default_value, p.unit));
-        app.add_option_function<std::string>(
-               "--" + p.option,
-               [&settings, option = p.option](const std::string& text) {
-                   settings.push_back({option, text});
-               },
-               description)
-            ->type_name(std::string(type_of(p.unit)))
-            ->group(std::string(reverb_group));
-    }
-}
-
-void add_other_options(CLI::App& app, Options& o, Texts& t) {
-    const auto text = [&](const char* group, const char* name, auto& target, const char* type,
-                          std::string description) {
-        app.add_option(name, target, std::move(description))->type_name(type)->group(group);
-    };
-    const auto flag = [&](const char* group, const char* name, bool& target,
-                          const char* description) {
-        app.add_flag(name, target, description)->group(group);
-    };
-
-    constexpr const char* presets = "Settings from files";
-    text(presets, "--preset", o.preset, "FILE|NAME",
-         "Start from a preset file or a shipped preset");
-    text(presets, "--save-preset", o.save_preset, "FILE", "Write the settings as a preset");
-    text(presets, "--state", o.state, "FILE", "Start from a state saved by the plug-in");
-    text(presets, "--save-state", o.save_state, "FILE",
-         "Write the settings as the plug-in's state");
-    text(presets, "--automation", o.automation, "FILE",
-         "Change settings on the way, each at the first block that starts at or after its time; "
-         "every change restarts the reverb's tail");
-
-    constexpr const char* rendering = "Rendering";
-    text(rendering, "--tail", t.tail, "auto|TIME",
-         "What follows the input: as long as the plug-in reports, less silence below -120 dBFS at "
-         "the end, or exactly this long, up to 1 h; default auto");
-    text(rendering, "--block", t.block, "FRAMES",
-         fmt::format("Length of the blocks handed to the plug-in, a multiple of 8; default {}, or "
-                     "less where a short --size needs it",
-                     default_block));
-    flag(rendering, "--wet-only", o.wet_only, "Reverb without the dry signal: --mix 1");
-    text(rendering, "--dry-gain", t.dry_gain, "GAIN",
-         "Gain of the dry signal, in place of 1 - Mix: -96 dB to +24 dB");
-    app.add_flag(
-           "--normalize{-1dB}", t.normalize,
-           "Scale the result to a peak of -1 dBFS, or of LEVEL: -96 dB to 0 dB; renders twice")
-        ->type_name("[=LEVEL]")
-        ->group(rendering);
-
-    constexpr const char* files = "Files";
-    text(
-        files, "-o,--output", t.output, "FOLDER",
-        "Where the results go, under the names of the inputs; made if missing. With one input also "
-        "a file");
-    text(files, "--format", o.format, "ENDING",
-         "Format of the results, in place of the one that the ending names");
-    text(files, "--bits", t.bits, "16|24|32f",
-         "Sample format; default what suits the file's format");
-    text(files, "--plugin", t.plugin, "FILE",
-         "The plug-in; default brisel.clap beside this program or in ../lib/clap");
-
-    constexpr const char* information = "Information";
-    flag(information, "--list-parameters", o.list_parameters, "Show parameters and settings");
-    flag(information, "--list-presets", o.list_presets, "Show the shipped presets");
-    flag(information, "--json", o.json, "Print one JSON object a file in place of a sentence");
-    flag(information, "-q,--quiet", o.quiet, "Print nothing but errors and warnings");
-    app.set_help_flag("-h,--help", "Print this help")->group(information);
-    app.set_version_flag("--version", "brisel-render " BRISEL_VERSION, "Print the version")
-        ->group(information);
-}
+constexpr uint32_t kLongestBlock = 1 << 20;
+constexpr double kLongestTail = 3600.0; // seconds
+constexpr double kMostJobs = 256;
+constexpr double kMostChannels = 1024;
 
 double value_within(const std::string& option, const std::string& text, Unit unit, double min,
                     double max) {
@@ -228,19 +36,34 @@ double value_within(const std::string& option, const std::string& text, Unit uni
     }
 }
 
+int whole_number(const std::string& option, const std::string& text, double min, double max) {
+    return static_cast<int>(value_within(option, text, Unit::count, min, max));
+}
+
 double linear(double decibels) {
     return std::pow(10.0, decibels / 20.0);
 }
 
-void read_values(const Texts& t, Options& o) {
+std::vector<int> read_channels(const std::string& text) {
+    const size_t comma = text.find(',');
+    std::vector<int> channels{whole_number("--channels", text.substr(0, comma), 1, kMostChannels)};
+    if (comma != std::string::npos)
+        channels.push_back(whole_number("--channels", text.substr(comma + 1), 1, kMostChannels));
+    return channels;
+}
+
+void read_values(const OptionTexts& t, Options& o) {
     if (!t.tail.empty() && t.tail != "auto")
-        o.tail_seconds = value_within("--tail", t.tail, Unit::seconds, 0.0, longest_tail);
+        o.tail_seconds = value_within("--tail", t.tail, Unit::seconds, 0.0, kLongestTail);
     if (!t.block.empty()) {
-        o.block =
-            static_cast<uint32_t>(value_within("--block", t.block, Unit::count, 8, longest_block));
+        o.block = static_cast<uint32_t>(whole_number("--block", t.block, 8, kLongestBlock));
         if (*o.block % 8 != 0)
             throw UsageError(fmt::format("--block: {} is no multiple of 8", *o.block));
     }
+    if (!t.channels.empty()) o.channels = read_channels(t.channels);
+    if (!t.rate.empty()) o.rate = whole_number("--rate", t.rate, 9001, 768000);
+    if (!t.jobs.empty())
+        o.jobs = static_cast<uint32_t>(whole_number("--jobs", t.jobs, 1, kMostJobs));
     if (!t.dry_gain.empty())
         o.dry_gain = linear(value_within("--dry-gain", t.dry_gain, Unit::decibels, -96.0, 24.0));
     if (!t.normalize.empty())
@@ -257,38 +80,49 @@ void read_values(const Texts& t, Options& o) {
 }
 
 void check_combinations(const Options& o) {
+    if (o.dither && o.bits == Bits::float32)
+        throw UsageError("--dither and --bits 32f contradict each other: nothing is rounded");
+    const auto standard_inputs = std::ranges::count(o.files, "-") + (o.preset == "-") +
+                                 (o.state == "-") + (o.automation == "-");
+    const bool sound_out =
+        o.output == "-" || (o.output.empty() && o.files.size() > 1 && o.files.back() == "-");
+    if (standard_inputs - (o.output.empty() && sound_out) > 1)
+        throw UsageError("standard input is named more than once");
+    if (sound_out + (o.save_preset == "-") + (o.save_state == "-") > 1)
+        throw UsageError("standard output is named more than once");
     if (!o.wet_only) return;
     if (o.dry_gain) throw UsageError("--wet-only and --dry-gain contradict each other");
     for (const Setting& s : o.settings)
         if (s.option == "mix") throw UsageError("--wet-only and --mix contradict each other");
 }
 
-// Tells apart `IN OUT`, `IN... -o FOLDER` and `IN -o FILE`.
-void assign_files(const Texts& t, Options& o) {
-    namespace fs = std::filesystem;
-    const bool other_work =
-        o.list_parameters || o.list_presets || !o.save_state.empty() || !o.save_preset.empty();
-    o.inputs.assign(t.files.begin(), t.files.end());
-    if (!t.output.empty()) {
-        if (o.inputs.empty()) throw UsageError("there is no input");
-        o.output = t.output;
-        const bool names_a_file =
-            !fs::is_directory(o.output) && o.output.has_filename() &&
-            (is_device(o.output) || is_sound_ending(o.output.extension().string()));
-        if (names_a_file && o.inputs.size() > 1)
+// A word that starts with a dash is an option, whatever it may look like.
+void check_normalize(int argc, char** argv) {
+    for (int i = 1; i + 1 < argc; ++i) {
+        const std::string_view level = argv[i + 1];
+        if (std::string_view(argv[i]) == "--normalize" && level.size() > 1 && level[0] == '-' &&
+            (std::isdigit(static_cast<unsigned char>(level[1])) || level[1] == '.'))
             throw UsageError(
-                fmt::format("'{}' is one file, and there are {} inputs: -o needs a folder",
-                            t.output, o.inputs.size()));
-        o.output_is_folder = !names_a_file;
-    } else if (o.inputs.size() == 2) {
-        o.output = o.inputs.back();
-        o.inputs.pop_back();
-    } else if (!o.inputs.empty() || !other_work) {
-        throw UsageError(o.inputs.empty() ? "there is no input and no output"
-                         : o.inputs.size() == 1
-                             ? "there is no output"
-                             : "there are several inputs: name a folder for the results with -o");
+                fmt::format("the level of --normalize is written behind =: --normalize={}", level));
     }
+}
+
+[[noreturn]] void refuse_unknown(const CLI::App& app, const CLI::ParseError& error) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : app.get_options())
+        for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+    const std::vector<std::string> extras = app.remaining();
+    if (extras.empty()) {
+        // "--size: 1 required TIME missing"
+        const std::string_view text = error.what();
+        const size_t at = text.find(": 1 required ");
+        if (at == std::string_view::npos || !text.ends_with(" missing"))
+            throw UsageError(error.what());
+        const std::string_view type = text.substr(at + 13, text.size() - at - 13 - 8);
+        throw UsageError(fmt::format("{} needs a value: {}", text.substr(0, at), type));
+    }
+    const std::string option = extras.front().substr(0, extras.front().find('='));
+    throw UsageError(fmt::format("there is no option '{}'{}", option, did_you_mean(option, names)));
 }
 
 } // namespace
@@ -308,28 +142,30 @@ EarlyOptions parse_early_options(int argc, char** argv) {
 }
 
 std::optional<Options> parse_options(int argc, char** argv, std::span<const Parameter> parameters) {
+    check_normalize(argc, argv);
     Options options;
-    Texts texts;
+    OptionTexts texts;
     CLI::App app("Puts sound files through the Brisel reverb.", "brisel-render");
     app.formatter(std::make_shared<HelpFormatter>());
     app.get_formatter()->label("OPTIONS", "Options");
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-    app.add_option("files", texts.files, "")
+    app.add_option("files", options.files, "")
         ->group("")
         ->multi_option_policy(CLI::MultiOptionPolicy::Throw);
-    add_reverb_options(app, parameters, options.settings);
+    add_parameter_options(app, parameters, options.settings);
     add_other_options(app, options, texts);
-    app.footer(footer);
+    app.footer(kHelpFooter);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& request) {
         app.exit(request);
         return std::nullopt;
     } catch (const CLI::ParseError& e) {
-        throw UsageError(e.what());
+        refuse_unknown(app, e);
     }
     read_values(texts, options);
     check_combinations(options);
-    assign_files(texts, options);
     return options;
 }
+
+} // namespace brisel::render

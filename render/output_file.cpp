@@ -1,91 +1,123 @@
-#include "output_file.h"
+#include "render/output_file.h"
 
-#include "errors.h"
+#include "render/errors.h"
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <fstream>
-#include <sstream>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace fs = std::filesystem;
 
+namespace brisel::render {
+
 namespace {
 
-[[noreturn]] void fail_to_write(const fs::path& file, int error) {
-    throw Failure(fmt::format("cannot write '{}': {}", file.string(), std::strerror(error)));
-}
+constexpr int kMostLinks = 40; // in a row, as the system has it
 
-// mkstemp makes files for their owner only; this is the mode that creating a file gives.
-void set_usual_mode(int descriptor) {
+// mkstemp makes files for their owner only; this is the mode that creating a file gives. Asked for
+// once, before there are threads, since asking changes it for a moment.
+const mode_t kUsualMode = [] {
     const mode_t mask = umask(0);
     umask(mask);
-    fchmod(descriptor, 0666 & ~mask);
+    return 0666 & ~mask;
+}();
+
+// Where the links lead to, whether there is a file or not.
+fs::path behind_links(fs::path path) {
+    std::error_code error;
+    for (int i = 0; i < kMostLinks && fs::is_symlink(path, error); ++i)
+        path = path.parent_path() / fs::read_symlink(path, error);
+    return path;
 }
 
 } // namespace
 
-bool is_device(const fs::path& path) {
-    std::error_code error;
-    const fs::file_status status = fs::status(path, error);
-    return fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status);
+OutputFile::OutputFile(const fs::path& target) : target_(target) {
+    if (is_standard_output(target_)) {
+        descriptor_ = Descriptor(STDOUT_FILENO);
+        struct stat status {};
+        rewritable_ = fstat(STDOUT_FILENO, &status) == 0 && S_ISREG(status.st_mode) &&
+                      lseek(STDOUT_FILENO, 0, SEEK_CUR) == 0 &&
+                      (fcntl(STDOUT_FILENO, F_GETFL) & O_APPEND) == 0;
+    } else if (is_device(target_)) {
+        descriptor_ = Descriptor(open(target_.c_str(), O_WRONLY | O_CLOEXEC));
+        if (!descriptor_) fail(errno);
+    } else {
+        make_temporary();
+    }
 }
 
-OutputFile::OutputFile(const fs::path& target) : target_(target) {
-    if (is_device(target_)) {
-        descriptor_ = open(target_.c_str(), O_WRONLY | O_CLOEXEC);
-        if (descriptor_ < 0) fail_to_write(target_, errno);
-        return;
-    }
+void OutputFile::make_temporary() {
     std::error_code error;
-    if (fs::is_directory(target_, error)) fail_to_write(target_, EISDIR);
-    if (fs::is_symlink(target_, error)) target_ = fs::weakly_canonical(target_, error);
-
+    if (fs::is_directory(target_, error)) fail(EISDIR);
+    const fs::path named = std::exchange(target_, behind_links(target_));
     const fs::path folder = target_.has_parent_path() ? target_.parent_path() : ".";
     const std::string suffix = ".part";
     std::string name =
         (folder / fmt::format(".{}.XXXXXX{}", target_.filename().string(), suffix)).string();
-    descriptor_ = mkostemps(name.data(), static_cast<int>(suffix.size()), O_CLOEXEC);
-    if (descriptor_ < 0) fail_to_write(target_, errno);
+    descriptor_ = Descriptor(mkostemps(name.data(), static_cast<int>(suffix.size()), O_CLOEXEC));
+    if (!descriptor_) {
+        const int reason = errno;
+        target_ = named;
+        fail(reason);
+    }
     temporary_ = name;
-    set_usual_mode(descriptor_);
+    struct stat replaced {};
+    if (stat(target_.c_str(), &replaced) != 0) {
+        fchmod(descriptor(), kUsualMode);
+        return;
+    }
+    // Another's file can be given back only by root; its mode is kept in any case.
+    if (fchown(descriptor(), replaced.st_uid, replaced.st_gid) != 0) errno = 0;
+    fchmod(descriptor(), replaced.st_mode & 07777);
 }
 
 OutputFile::~OutputFile() {
-    if (descriptor_ >= 0) close(descriptor_);
     if (!temporary_.empty()) unlink(temporary_.c_str());
 }
 
 void OutputFile::commit() {
-    const int closing = descriptor_;
-    descriptor_ = -1;
-    if (close(closing) != 0) fail_to_write(target_, errno);
+    const int closing = descriptor_.release();
+    if (closing != STDOUT_FILENO && close(closing) != 0) fail(errno);
     if (temporary_.empty()) return;
-    if (rename(temporary_.c_str(), target_.c_str()) != 0) fail_to_write(target_, errno);
+    if (rename(temporary_.c_str(), target_.c_str()) != 0) fail(errno);
     temporary_.clear();
+}
+
+void OutputFile::fail(int error) const {
+    throw Failure(fmt::format("cannot write {}: {}", output_name(target_), std::strerror(error)));
 }
 
 void write_file(const fs::path& target, std::string_view contents) {
     OutputFile file(target);
-    while (!contents.empty()) {
-        const ssize_t written = write(file.descriptor(), contents.data(), contents.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) fail_to_write(target, errno);
-        contents.remove_prefix(static_cast<size_t>(written));
+    try {
+        write_all(file.descriptor(), contents);
+    } catch (const std::system_error& e) {
+        throw Failure(fmt::format("cannot write {}: {}", output_name(target), e.code().message()));
     }
     file.commit();
 }
 
 std::string read_file(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    std::ostringstream contents;
-    if (stream && !fs::is_directory(file)) contents << stream.rdbuf();
-    if (!stream || fs::is_directory(file))
-        throw Failure(fmt::format("cannot read '{}': {}", file.string(),
-                                  std::strerror(fs::is_directory(file) ? EISDIR : errno)));
-    return contents.str();
+    const Descriptor input = open_input(file);
+    std::string contents;
+    std::array<char, 1 << 14> buffer{};
+    for (;;) {
+        const ssize_t size = read(input.get(), buffer.data(), buffer.size());
+        if (size < 0)
+            throw Failure(
+                fmt::format("cannot read {}: {}", input_name(file), std::strerror(errno)));
+        if (size == 0) return contents;
+        contents.append(buffer.data(), static_cast<size_t>(size));
+    }
 }
+
+} // namespace brisel::render

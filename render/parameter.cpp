@@ -1,10 +1,14 @@
-#include "parameter.h"
+#include "render/parameter.h"
 
-#include "errors.h"
+#include "render/errors.h"
+#include "render/suggest.h"
 
 #include <charconv>
 #include <cmath>
 #include <fmt/format.h>
+#include <vector>
+
+namespace brisel::render {
 
 double Parameter::parse(std::string_view text) const {
     const double value = parse_value(text, unit);
@@ -57,3 +61,13 @@ std::optional<size_t> find_parameter(std::span<const Parameter> parameters, std:
         if (parameters[i].option == option) return i;
     return std::nullopt;
 }
+
+size_t need_parameter(std::span<const Parameter> parameters, std::string_view name) {
+    if (const auto index = find_parameter(parameters, name)) return *index;
+    std::vector<std::string> options;
+    for (const Parameter& p : parameters) options.push_back(p.option);
+    throw ValueError(fmt::format("there is no parameter '{}'{}", name,
+                                 did_you_mean(option_name(name), options)));
+}
+
+} // namespace brisel::render

@@ -2,7 +2,7 @@
 // reported names to option names ("EQ Low (dB)" is --eq-low) and the range check.
 #pragma once
 
-#include "units.h"
+#include "render/units.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +10,8 @@
 #include <span>
 #include <string>
 #include <string_view>
+
+namespace brisel::render {
 
 struct Parameter {
     uint32_t id;
@@ -34,3 +36,8 @@ Unit unit_from_text(std::string_view text, double value, bool stepped, double mi
 
 // The index of the parameter called `name`, as reported or as an option.
 std::optional<size_t> find_parameter(std::span<const Parameter> parameters, std::string_view name);
+
+// The same; throws ValueError that names the nearest parameter when there is none.
+size_t need_parameter(std::span<const Parameter> parameters, std::string_view name);
+
+} // namespace brisel::render

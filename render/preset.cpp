@@ -1,28 +1,30 @@
-#include "preset.h"
+#include "render/preset.h"
 
-#include "errors.h"
-#include "output_file.h"
-#include "text_lines.h"
+#include "render/errors.h"
+#include "render/output_file.h"
+#include "render/suggest.h"
+#include "render/text_lines.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+namespace brisel::render {
+
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view ending = ".preset";
+constexpr std::string_view kEnding = ".preset";
 
 ParameterChange parse_setting(std::string_view text, std::span<const Parameter> parameters) {
     const size_t equals = text.find('=');
     if (equals == std::string_view::npos)
         throw ValueError("a line is `name = value`, for example `size = 40 ms`");
     const std::string_view name = trimmed(text.substr(0, equals));
-    const auto index = find_parameter(parameters, name);
-    if (!index) throw ValueError(fmt::format("there is no parameter '{}'", name));
+    const size_t index = need_parameter(parameters, name);
     try {
-        return {*index, parameters[*index].parse(text.substr(equals + 1))};
+        return {index, parameters[index].parse(text.substr(equals + 1))};
     } catch (const ValueError& e) {
         throw ValueError(fmt::format("{}: {}", name, e.what()));
     }
@@ -52,7 +54,8 @@ std::vector<ParameterChange> read_preset(const fs::path& file,
 
 void write_preset(const fs::path& file, std::span<const Parameter> parameters,
                   std::span<const double> values) {
-    std::string text = fmt::format("# {}\n", file.stem().string());
+    std::string text =
+        fmt::format("# {}\n", file == kStandardStream ? "settings" : file.stem().string());
     for (size_t i = 0; i < parameters.size(); ++i)
         text += fmt::format("{} = {}\n", parameters[i].option,
                             show_value(values[i], parameters[i].unit));
@@ -65,7 +68,7 @@ std::vector<ShippedPreset> shipped_presets() {
          {program_folder() / "presets", program_folder() / "../share/brisel/presets"}) {
         std::error_code error;
         for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
-            if (entry.path().extension() == ending)
+            if (entry.path().extension() == kEnding)
                 presets.push_back(
                     {entry.path().stem().string(), first_comment(entry.path()), entry.path()});
         if (!presets.empty()) break;
@@ -76,12 +79,17 @@ std::vector<ShippedPreset> shipped_presets() {
 
 fs::path find_preset(const std::string& file_or_name) {
     std::error_code error;
-    if (fs::is_regular_file(file_or_name, error)) return file_or_name;
+    if (file_or_name == kStandardStream || is_device(file_or_name) ||
+        fs::is_regular_file(file_or_name, error))
+        return file_or_name;
     std::vector<std::string> names;
     for (const ShippedPreset& preset : shipped_presets()) {
         if (preset.name == file_or_name) return preset.file;
         names.push_back(preset.name);
     }
-    throw Failure(fmt::format("there is no preset '{}', neither a file nor one of: {}",
-                              file_or_name, fmt::join(names, ", ")));
+    throw Failure(fmt::format("there is no preset '{}', neither a file nor one of: {}{}",
+                              file_or_name, fmt::join(names, ", "),
+                              did_you_mean(file_or_name, names)));
 }
+
+} // namespace brisel::render

@@ -1,12 +1,14 @@
 // Presets: settings as small text files, one `name = value` a line, and where the shipped ones are.
 #pragma once
 
-#include "clap_host.h"
+#include "render/clap_host.h"
 
 #include <filesystem>
 #include <span>
 #include <string>
 #include <vector>
+
+namespace brisel::render {
 
 // Settings that the file does not mention are not in the result. Throws Failure with file and line.
 std::vector<ParameterChange> read_preset(const std::filesystem::path& file,
@@ -28,3 +30,5 @@ std::vector<ShippedPreset> shipped_presets();
 // The file that --preset means: an existing file, or else a shipped preset of that name.
 // Throws Failure that lists the names.
 std::filesystem::path find_preset(const std::string& file_or_name);
+
+} // namespace brisel::render

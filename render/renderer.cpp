@@ -1,14 +1,16 @@
-#include "renderer.h"
+#include "render/renderer.h"
 
-#include "block_fit.h"
-#include "errors.h"
-#include "interrupt.h"
+#include "render/block_fit.h"
+#include "render/errors.h"
+#include "render/interrupt.h"
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
 #include <fmt/format.h>
+
+namespace brisel::render {
 
 namespace {
 
@@ -54,8 +56,8 @@ public:
 
     void pass_audible(const float* frames, size_t count) {
         size_t audible = count;
-        while (audible > 0 && std::fabs(frames[2 * audible - 2]) < tail_threshold &&
-               std::fabs(frames[2 * audible - 1]) < tail_threshold)
+        while (audible > 0 && std::fabs(frames[2 * audible - 2]) < kTailThreshold &&
+               std::fabs(frames[2 * audible - 1]) < kTailThreshold)
             --audible;
         pass(frames, audible);
         held_.insert(held_.end(), frames + 2 * audible, frames + 2 * count);
@@ -98,7 +100,7 @@ public:
 
         LevelMeter levels;
         TailGate gate(out, levels);
-        uint64_t input_frames = in_.frames(); // what the file promises, until its end is seen
+        uint64_t input_frames = in_.frames().value_or(0); // what is promised, until its end is seen
         bool ended = false;
         for (uint64_t position = 0;; position += block_) {
             check_interrupt();
@@ -125,7 +127,7 @@ public:
             } else {
                 gate.pass_audible(rest, end - split);
             }
-            progress(end, total);
+            progress(end, ended || in_.frames() ? total : 0);
         }
         plugin_.deactivate();
         return {.sample_rate = in_.sample_rate(),
@@ -148,10 +150,8 @@ private:
     // Fills the input channels, with silence behind the end; returns the frames that the file gave.
     size_t read_block() {
         const size_t got = in_.read(interleaved_.data(), block_);
-        const size_t channels = static_cast<size_t>(in_.channels());
-        for (size_t channel = 0; channel < channels; ++channel) {
-            for (size_t i = 0; i < got; ++i)
-                input_[channel][i] = interleaved_[i * channels + channel];
+        for (size_t channel = 0; channel < 2; ++channel) {
+            for (size_t i = 0; i < got; ++i) input_[channel][i] = interleaved_[2 * i + channel];
             std::fill(input_[channel] + got, input_[channel] + block_, 0.0f);
         }
         return got;
@@ -167,8 +167,7 @@ private:
             changes_.push_back({step.index, step.value});
             values_[step.index] = step.value;
         }
-        plugin_.process({input_.data(), static_cast<size_t>(in_.channels())}, output_, block_,
-                        changes_);
+        plugin_.process(input_, output_, block_, changes_);
     }
 
     void mix_and_interleave(uint64_t position, float gain) {
@@ -179,7 +178,7 @@ private:
             more_dry = static_cast<float>(*settings_.dry_gain - (1.0 - values_[*mix_]));
         }
         for (size_t channel = 0; channel < 2; ++channel) {
-            const float* dry = input_[in_.channels() == 1 ? 0 : channel];
+            const float* dry = input_[channel];
             for (size_t i = 0; i < block_; ++i) {
                 float sample = output_[channel][i];
                 // Samples that are no numbers count as silence, as they do in the plug-in.
@@ -208,7 +207,7 @@ private:
 // The block length that the settings, and every step of the automation, are accepted with.
 uint32_t choose_block(Plugin& probe, int sample_rate, const RenderSettings& settings) {
     const BlockFit fit(probe, sample_rate);
-    uint32_t block = settings.block.value_or(default_block);
+    uint32_t block = settings.block.value_or(kDefaultBlock);
     const auto fit_in = [&](const std::vector<double>& values, const std::string& place) {
         const auto longest = fit.longest(values, block);
         if (!longest || (settings.block && *longest < block))
@@ -251,3 +250,5 @@ Summary render(Plugin& plugin, Plugin& probe, SoundReader& in, SoundWriter& out,
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return summary;
 }
+
+} // namespace brisel::render

@@ -2,19 +2,22 @@
 // Owns nothing of files and options; what was refused is explained by block_fit.
 #pragma once
 
-#include "automation.h"
-#include "clap_host.h"
-#include "sound_file.h"
+#include "render/automation.h"
+#include "render/clap_host.h"
+#include "render/sound_reader.h"
+#include "render/sound_writer.h"
 
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <vector>
 
-// Frames at the end of an automatic tail in which no sample reaches this are left out: -120 dBFS.
-inline constexpr float tail_threshold = 1e-6f;
+namespace brisel::render {
 
-inline constexpr uint32_t default_block = 256;
+// Frames at the end of an automatic tail in which no sample reaches this are left out: -120 dBFS.
+inline constexpr float kTailThreshold = 1e-6f;
+
+inline constexpr uint32_t kDefaultBlock = 256;
 
 // Whole frames in so many seconds.
 uint64_t frames_of(double seconds, int sample_rate);
@@ -22,7 +25,7 @@ uint64_t frames_of(double seconds, int sample_rate);
 struct RenderSettings {
     std::vector<double> values;           // of all parameters, in the plug-in's order
     Automation automation;                // changes on the way
-    std::optional<uint32_t> block;        // none: default_block, or less where Size asks for it
+    std::optional<uint32_t> block;        // none: kDefaultBlock, or less where Size asks for it
     std::optional<double> tail_seconds;   // none: what the plug-in reports, without silence
     std::optional<double> dry_gain;       // linear; none: the dry signal that the plug-in mixes in
     std::optional<double> normalize_peak; // linear; none: as rendered
@@ -41,10 +44,12 @@ struct Summary {
     double render_seconds = 0.0;
 };
 
-// Called after each block with the frames done and the frames to do as far as known.
+// Called after each block with the frames done and the frames to do; 0: not known.
 using ProgressCallback = std::function<void(uint64_t done, uint64_t total)>;
 
 // `probe` is a second instance of the plug-in, to try settings on. The writer is not committed.
 // Throws Failure; Interrupted at a signal.
 Summary render(Plugin& plugin, Plugin& probe, SoundReader& in, SoundWriter& out,
                const RenderSettings& settings, const ProgressCallback& progress);
+
+} // namespace brisel::render

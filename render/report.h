@@ -2,16 +2,18 @@
 // JSON, warnings.
 #pragma once
 
-#include "clap_host.h"
-#include "jobs.h"
-#include "preset.h"
-#include "renderer.h"
+#include "render/clap_host.h"
+#include "render/jobs.h"
+#include "render/preset.h"
+#include "render/renderer.h"
 
 #include <chrono>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
+
+namespace brisel::render {
 
 // A bar on standard error while it is a terminal; nothing elsewhere. Removed when it goes out of
 // scope.
@@ -31,16 +33,29 @@ private:
     std::chrono::steady_clock::time_point next_{};
 };
 
-// Name, option, range, default, unit, value in force (as the plug-in shows it).
-std::string parameter_table(const Plugin& plugin, std::span<const double> values);
+// Name, option, range, default, unit, value in force (as the plug-in shows it); as an array with
+// values in seconds, dB or the unit itself.
+std::string parameter_table(const Plugin& plugin, std::span<const double> values, bool as_json);
 
-std::string preset_table(std::span<const ShippedPreset> presets);
+std::string preset_table(std::span<const ShippedPreset> presets, bool as_json);
 
-// "wet.wav: 12.31 s, tail 3.00 s, peak -4.2 dBFS, 380 times real time"
-std::string sentence(const Job& job, const Summary& summary);
+// A job that is done.
+struct Rendered {
+    Job job;
+    SoundFormat format;
+    bool dithered;
+    Summary summary;
+    std::string lost; // metadata of the input that the result lacks, in words
+};
 
-// One object on one line, units in the keys; levels of silence are null.
-std::string json(const Job& job, const Summary& summary);
+// "wet.wav: 12.31 s, tail 3.00 s, peak -4.2 dBFS, 16 bit, 380 times real time"
+std::string sentence(const Rendered& result);
 
-// Clipping, when the format cuts off what is beyond full scale; empty when there is none.
-std::string clipping_warning(const Job& job, const Summary& summary);
+// One object on one line, units in the keys; levels of silence are null. Valid UTF-8 whatever the
+// names of files hold.
+std::string json(const Rendered& result);
+
+// Clipping, when the format cuts off what is beyond full scale, and metadata that is lost.
+std::vector<std::string> warnings(const Rendered& result);
+
+} // namespace brisel::render

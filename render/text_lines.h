@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace brisel::render {
+
 struct TextLine {
     std::string text;  // without comment and blanks around it, never empty
     std::string place; // "FILE:LINE"
@@ -12,3 +14,5 @@ struct TextLine {
 
 // The lines that hold something. A # starts a comment. Throws Failure when the file cannot be read.
 std::vector<TextLine> read_lines(const std::filesystem::path& file);
+
+} // namespace brisel::render

@@ -1,11 +1,13 @@
-#include "units.h"
+#include "render/units.h"
 
-#include "errors.h"
+#include "render/errors.h"
 
 #include <charconv>
 #include <cmath>
 #include <fmt/format.h>
 #include <optional>
+
+namespace brisel::render {
 
 namespace {
 
@@ -85,10 +87,10 @@ std::string_view what_would_do(Unit unit) {
 } // namespace
 
 std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view blanks = " \t\r\n";
-    const size_t first = text.find_first_not_of(blanks);
+    constexpr std::string_view kBlanks = " \t\r\n";
+    const size_t first = text.find_first_not_of(kBlanks);
     if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
 double parse_value(std::string_view text, Unit unit) {
@@ -136,3 +138,5 @@ std::string_view unit_name(Unit unit) {
     }
     return "";
 }
+
+} // namespace brisel::render

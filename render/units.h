@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+namespace brisel::render {
+
 enum class Unit {
     number,       // anything
     ratio,        // 0.35 or 35%
@@ -28,3 +30,5 @@ std::string_view unit_name(Unit unit);
 
 // `text` without blanks at either end.
 std::string_view trimmed(std::string_view text);
+
+} // namespace brisel::render

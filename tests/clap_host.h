@@ -1,76 +1,74 @@
-// A small host of brisel.clap for tests: the library loaded at run time and found through its one
-// symbol, event lists, state streams that move a few bytes at a time, one instance with its
-// extensions; and what the plug-in should say of its parameters. BRISEL_CLAP_FILE names the library.
+// A small CLAP host for tests, fuzz targets and benchmarks: loads a plug-in file or takes its entry, makes
+// one instance by its id, hands it blocks of any length with channels and events of any kind, and saves and
+// loads states in pieces. It checks nothing: that is its caller's part.
 #ifndef BRISEL_TESTS_CLAP_HOST_H
 #define BRISEL_TESTS_CLAP_HOST_H
 
 #include <clap/clap.h>
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
-namespace test_host {
+namespace host {
 
-inline constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-inline constexpr double kInf = std::numeric_limits<double>::infinity();
+inline constexpr const char* kBrisel = "com.tamrockaudio.brisel";
 
-struct Row {
-    const char* label;
-    double min, max, def;
-    uint32_t flags;
-};
-inline constexpr Row kRows[12] = {{"Size", 0.005, 0.5, 0.04, 0x20},
-                                  {"Decay", 0.1, 10, 2, 0x20},
-                                  {"Brisel", 0, 3, 2, 0x21},
-                                  {"Damp", 0, 1, 0.3, 0x20},
-                                  {"Mix", 0, 1, 0.3, 0x20},
-                                  {"Width", 0, 1, 0.8, 0x20},
-                                  {"Modulate", 0, 1, 1, 0x21},
-                                  {"Early Reflections", 0, 1, 0, 0x21},
-                                  {"ER Size", 0.001, 0.5, 0.06, 0x20},
-                                  {"ER Level", 0, 1, 0.5, 0x20},
-                                  {"EQ Low (dB)", -24, 24, 0, 0x20},
-                                  {"EQ High (dB)", -24, 24, 0, 0x20}};
-// The ids that tests name.
-inline constexpr uint32_t kSize = 0, kDecay = 1, kStages = 2, kDamp = 3, kMix = 4, kModulate = 6,
-                          kEarly = 7;
+// A plug-in file, open as long as the object lives.
+class Library {
+public:
+    explicit Library(const std::string& file, int flags = RTLD_NOW | RTLD_LOCAL)
+        : file_(file), handle_(dlopen(file.c_str(), flags)) {}
+    ~Library() { close(); }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
 
-inline double clamped(uint32_t id, double value) {
-    return value < kRows[id].min ? kRows[id].min : value > kRows[id].max ? kRows[id].max : value;
-}
-
-inline const clap_plugin_entry_t& entry() {
-    static const auto* const found = [] {
-        void* library = dlopen(BRISEL_CLAP_FILE, RTLD_NOW | RTLD_LOCAL);
-        return static_cast<const clap_plugin_entry_t*>(library ? dlsym(library, "clap_entry")
+    // Null when the file is no plug-in; the reason is in dlerror().
+    const clap_plugin_entry_t* entry() const {
+        return static_cast<const clap_plugin_entry_t*>(handle_ ? dlsym(handle_, "clap_entry")
                                                                : nullptr);
-    }();
-    if (!found) {
-        std::fprintf(stderr, "%s\n", dlerror());
-        std::abort();
     }
-    return *found;
+    // Whether nothing of it stays behind.
+    bool close() {
+        if (handle_) dlclose(std::exchange(handle_, nullptr));
+        void* left = dlopen(file_.c_str(), RTLD_NOW | RTLD_NOLOAD);
+        return !left || (dlclose(left), false);
+    }
+
+private:
+    std::string file_;
+    void* handle_;
+};
+
+inline const clap_plugin_factory_t* factory(const clap_plugin_entry_t& entry) {
+    return static_cast<const clap_plugin_factory_t*>(entry.get_factory(CLAP_PLUGIN_FACTORY_ID));
 }
 
-inline const clap_plugin_factory_t* factory() {
-    return static_cast<const clap_plugin_factory_t*>(entry().get_factory("clap.plugin-factory"));
-}
+// A host that offers nothing.
+inline const clap_host_t kHost = {{1, 2, 8},
+                                  nullptr,
+                                  "Brisel tests",
+                                  "Tamrock Audio",
+                                  "",
+                                  "",
+                                  [](auto*, auto*) -> const void* { return nullptr; },
+                                  [](auto*) {},
+                                  [](auto*) {},
+                                  [](auto*) {}};
 
-// A host's event list; for a missing event get() answers with null.
+// An event list; for a missing event get() answers with null.
 class Events {
 public:
     Events() = default;
-    Events(uint32_t id, double value) { add(id, value); }
-    Events& add(uint32_t id, double value, uint16_t space = 0, uint16_t type = 5,
+    Events(clap_id id, double value) { add(id, value); }
+    Events(const Events&) = delete;
+    Events& operator=(const Events&) = delete;
+    Events& add(clap_id id, double value, uint16_t space = CLAP_CORE_EVENT_SPACE_ID,
+                uint16_t type = CLAP_EVENT_PARAM_VALUE,
                 uint32_t claimed_size = sizeof(clap_event_param_value_t)) {
         clap_event_param_value_t event = {};
         event.header = {claimed_size, 3, space, type, 0};
@@ -84,118 +82,141 @@ public:
     const clap_input_events_t* list() const { return &list_; }
 
 private:
-    static constexpr uint32_t kMissing = 0xFFFFFFF0;
-    static const Events& of(const clap_input_events_t* list) {
-        return *static_cast<const Events*>(list->ctx);
+    static constexpr clap_id kMissing = 0xFFFFFFF0;
+    static const std::vector<clap_event_param_value_t>& of(const clap_input_events_t* list) {
+        return static_cast<const Events*>(list->ctx)->events_;
     }
-    static uint32_t size(const clap_input_events_t* list) {
-        return static_cast<uint32_t>(of(list).events_.size());
-    }
-    static const clap_event_header_t* get(const clap_input_events_t* list, uint32_t index) {
-        const clap_event_param_value_t& event = of(list).events_.at(index);
-        return event.param_id == kMissing ? nullptr : &event.header;
-    }
-    Events(const Events&) = delete;
     std::vector<clap_event_param_value_t> events_;
-    clap_input_events_t list_ = {this, size, get};
+    clap_input_events_t list_ = {
+        this,
+        [](const clap_input_events_t* list) { return static_cast<uint32_t>(of(list).size()); },
+        [](const clap_input_events_t* list, uint32_t index) {
+            const clap_event_param_value_t& event = of(list).at(index);
+            return event.param_id == kMissing ? nullptr : &event.header;
+        }};
 };
 
-// Both ends of a state stream: moves at most `chunk` bytes a call, `capacity` in all; a full one says
-// -1 or 0.
+// Both ends of a state stream: moves at most `chunk` bytes a call, `capacity` in all, and then says `end`.
 struct Stream {
     std::vector<unsigned char> bytes;
     size_t chunk = 5, capacity = 4096, at = 0;
+    int64_t end = 0;
 
-    static int64_t write(const clap_ostream_t* stream, const void* data, uint64_t size) {
-        auto& s = *static_cast<Stream*>(stream->ctx);
-        const size_t n = std::min({size_t{size}, s.chunk, s.capacity - s.bytes.size()});
-        const auto* from = static_cast<const unsigned char*>(data);
-        s.bytes.insert(s.bytes.end(), from, from + n);
-        return n > 0 ? static_cast<int64_t>(n) : s.capacity % 2 ? -1 : 0;
+    clap_ostream_t to() {
+        bytes.reserve(capacity);
+        return {this, [](const clap_ostream_t* stream, const void* data, uint64_t size) {
+                    auto& s = *static_cast<Stream*>(stream->ctx);
+                    const size_t n = std::min({size_t{size}, s.chunk, s.capacity - s.bytes.size()});
+                    const auto* from = static_cast<const unsigned char*>(data);
+                    s.bytes.insert(s.bytes.end(), from, from + n);
+                    return n > 0 ? static_cast<int64_t>(n) : s.end;
+                }};
     }
-    static int64_t read(const clap_istream_t* stream, void* data, uint64_t size) {
-        auto& s = *static_cast<Stream*>(stream->ctx);
-        const size_t n = std::min({size_t{size}, s.chunk, s.bytes.size() - s.at});
-        std::copy_n(s.bytes.data() + s.at, n, static_cast<unsigned char*>(data));
-        s.at += n;
-        return static_cast<int64_t>(n);
+    clap_istream_t from() {
+        return {this, [](const clap_istream_t* stream, void* data, uint64_t size) {
+                    auto& s = *static_cast<Stream*>(stream->ctx);
+                    const size_t n = std::min({size_t{size}, s.chunk, s.bytes.size() - s.at});
+                    std::copy_n(s.bytes.data() + s.at, n, static_cast<unsigned char*>(data));
+                    s.at += n;
+                    return n > 0 ? static_cast<int64_t>(n) : s.end;
+                }};
     }
 };
 
-using Values = std::array<double, 12>;
-
-inline std::vector<unsigned char> state_of(const Values& values, const char* magic = "QVB1",
-                                           uint32_t version = 1) {
-    std::vector<unsigned char> bytes(104);
-    std::memcpy(bytes.data(), magic, 4);
-    std::memcpy(bytes.data() + 4, &version, 4);
-    std::memcpy(bytes.data() + 8, values.data(), 96);
-    return bytes;
-}
-
-template <class T>
-const T* extension(const clap_plugin_t* plugin, const char* id) {
-    return static_cast<const T*>(plugin->get_extension(plugin, id));
-}
-
-// One instance, initialised, with its extensions.
-struct Plugin {
-    const clap_plugin_t* plugin =
-        factory()->create_plugin(factory(), nullptr, "com.tamrockaudio.brisel");
-    const clap_plugin_params_t* params = extension<clap_plugin_params_t>(plugin, "clap.params");
-    const clap_plugin_state_t* state = extension<clap_plugin_state_t>(plugin, "clap.state");
-    const clap_plugin_tail_t* tail_ext = extension<clap_plugin_tail_t>(plugin, "clap.tail");
-    const clap_plugin_audio_ports_t* ports =
-        extension<clap_plugin_audio_ports_t>(plugin, "clap.audio-ports");
-
-    Plugin() { EXPECT_TRUE(plugin->init(plugin)); }
+// One instance; not usable when the entry knows no such id or its init fails.
+class Plugin {
+public:
+    explicit Plugin(const clap_plugin_entry_t& entry, const char* id = kBrisel,
+                    const clap_host_t* host = &kHost)
+        : plugin(factory(entry)->create_plugin(factory(entry), host, id)) {
+        if (!plugin) return;
+        usable = plugin->init(plugin);
+        params = extension<clap_plugin_params_t>(CLAP_EXT_PARAMS);
+        state = extension<clap_plugin_state_t>(CLAP_EXT_STATE);
+        tail_ext = extension<clap_plugin_tail_t>(CLAP_EXT_TAIL);
+        ports = extension<clap_plugin_audio_ports_t>(CLAP_EXT_AUDIO_PORTS);
+    }
+    ~Plugin() {
+        if (plugin) plugin->destroy(plugin);
+    }
     Plugin(const Plugin&) = delete;
-    ~Plugin() { plugin->destroy(plugin); }
+    Plugin& operator=(const Plugin&) = delete;
 
+    template <class Extension>
+    const Extension* extension(const char* id) const {
+        return static_cast<const Extension*>(plugin->get_extension(plugin, id));
+    }
     bool activate(double rate, uint32_t max_frames) {
         return plugin->activate(plugin, rate, 1, max_frames) && plugin->start_processing(plugin);
     }
-    int32_t process(uint32_t frames, std::vector<float*> in, std::vector<float*> out,
-                    const Events* events = nullptr) {
-        const clap_audio_buffer_t input = {in.data(), nullptr, static_cast<uint32_t>(in.size()), 0,
-                                           0};
-        clap_audio_buffer_t output = {out.data(), nullptr, static_cast<uint32_t>(out.size()), 0, 0};
-        const clap_process_t process = {
+    void deactivate() {
+        plugin->stop_processing(plugin);
+        plugin->deactivate(plugin);
+    }
+    // Ports of as many channels as are given.
+    clap_process_status process(uint32_t frames, std::initializer_list<float*> in,
+                                std::initializer_list<float*> out, const Events* events = nullptr) {
+        return process(frames, in.begin(), in.size(), out.begin(), out.size(), events);
+    }
+    clap_process_status process(uint32_t frames, float* const* in, size_t ins, float* const* out,
+                                size_t outs, const Events* events = nullptr) {
+        const clap_audio_buffer_t input = {const_cast<float**>(in), nullptr,
+                                           static_cast<uint32_t>(ins), 0, 0};
+        clap_audio_buffer_t output = {const_cast<float**>(out), nullptr,
+                                      static_cast<uint32_t>(outs), 0, 0};
+        const clap_process_t block = {
             -1, frames, nullptr, &input, &output, 1, 1, events ? events->list() : nullptr, nullptr};
-        return plugin->process(plugin, &process);
+        return plugin->process(plugin, &block);
     }
     void flush(const Events& events) { params->flush(plugin, events.list(), nullptr); }
-    uint32_t tail() { return tail_ext->get(plugin); }
-    double value(uint32_t id) {
+    uint32_t tail() const { return tail_ext->get(plugin); }
+    // -12345 where there is no such value.
+    double value(clap_id id) const {
         double value = -12345;
-        EXPECT_TRUE(params->get_value(plugin, id, &value));
+        params->get_value(plugin, id, &value);
         return value;
     }
-    Values values() {
-        Values all;
-        for (uint32_t id = 0; id < 12; ++id) all[id] = value(id);
+    std::vector<double> values() const {
+        std::vector<double> all;
+        for (uint32_t id = 0; id < params->count(plugin); ++id) all.push_back(value(id));
         return all;
     }
-    bool load(Stream stream) {
-        const clap_istream_t in = {&stream, Stream::read};
-        return state->load(plugin, &in);
+    bool load(Stream& stream) {
+        const clap_istream_t from = stream.from();
+        return state->load(plugin, &from);
+    }
+    bool load(std::vector<unsigned char> bytes, size_t chunk = 5) {
+        Stream stream{std::move(bytes), chunk};
+        return load(stream);
     }
     bool save(Stream& stream) {
-        const clap_ostream_t out = {&stream, Stream::write};
-        return state->save(plugin, &out);
+        const clap_ostream_t to = stream.to();
+        return state->save(plugin, &to);
     }
-    std::string text(uint32_t id, double value, uint32_t capacity = 64) {
-        std::vector<char> buffer(capacity + 1, '#');
-        EXPECT_TRUE(params->value_to_text(plugin, id, value, buffer.data(), capacity));
-        EXPECT_EQ(buffer.back(), '#');
-        return buffer.data();
-    }
+
+    const clap_plugin_t* plugin;
+    bool usable = false;
+    const clap_plugin_params_t* params = nullptr;
+    const clap_plugin_state_t* state = nullptr;
+    const clap_plugin_tail_t* tail_ext = nullptr;
+    const clap_plugin_audio_ports_t* ports = nullptr;
 };
 
-inline bool same_bits(const Values& a, const Values& b) {
-    return std::memcmp(a.data(), b.data(), sizeof a) == 0;
+// A saved state of Brisel: a header, then the values in the order of their ids.
+inline std::vector<unsigned char> state_of(const std::vector<double>& values,
+                                           const char* magic = "QVB1", uint32_t version = 1) {
+    std::vector<unsigned char> bytes(8 + sizeof(double) * values.size());
+    std::memcpy(bytes.data(), magic, 4);
+    std::memcpy(bytes.data() + 4, &version, 4);
+    std::copy_n(reinterpret_cast<const unsigned char*>(values.data()), bytes.size() - 8,
+                &bytes[0] + 8);
+    return bytes;
 }
 
-} // namespace test_host
+inline bool same_bits(const std::vector<double>& a, const std::vector<double>& b) {
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), 8 * a.size()) == 0;
+}
+
+} // namespace host
 
 #endif

@@ -1,5 +1,5 @@
-// What the bit-for-bit tests share: seeded random numbers, hostile signals, buffers between guard
-// bands, and comparisons that show where two buffers part.
+// What the tests share: seeded random numbers, signals, buffers between guard bands, equality to the bit,
+// and the whole state of a record as one vector.
 #ifndef BRISEL_TESTS_COMPARE_H
 #define BRISEL_TESTS_COMPARE_H
 
@@ -7,26 +7,27 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <limits>
+#include <memory>
 #include <random>
 #include <span>
-#include <type_traits>
 #include <vector>
 
-#include <brisel/reverb.h>
+#include "brisel/ffdn_ref_n16.h"
+#include "brisel/reverb.h"
+
 #include <gtest/gtest.h>
 
 namespace compare {
 
-// Every random test starts from --gtest_random_seed (default 0), so a failure repeats.
-inline uint64_t seed() {
-    return static_cast<uint64_t>(testing::GTEST_FLAG(random_seed));
-}
+inline constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+inline constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
+// Every random test starts from --gtest_random_seed (0 if not given), so that a failure repeats.
 class Random {
 public:
-    explicit Random(uint64_t stream) : engine_(seed() * 1000003 + stream) {}
+    explicit Random(uint64_t stream)
+        : engine_(static_cast<uint64_t>(testing::GTEST_FLAG(random_seed)) * 1000003 + stream) {}
 
     // Uniform in low .. high, both included.
     uint32_t integer(uint32_t low, uint32_t high) {
@@ -45,50 +46,33 @@ private:
     std::mt19937_64 engine_;
 };
 
-enum class Signal { kNoise, kQuiet, kImpulses, kLargest, kAlternating, kDenormal, kNonFinite };
-inline constexpr Signal kFiniteSignals[] = {Signal::kNoise,       Signal::kQuiet,
-                                            Signal::kImpulses,    Signal::kLargest,
-                                            Signal::kAlternating, Signal::kDenormal};
-inline constexpr Signal kAllSignals[] = {Signal::kNoise,    Signal::kQuiet,       Signal::kImpulses,
-                                         Signal::kLargest,  Signal::kAlternating, Signal::kDenormal,
-                                         Signal::kNonFinite};
+enum class Signal { kNoise, kImpulses, kQuiet, kDenormal, kLargest, kNonFinite, kSilence };
+inline constexpr Signal kSignals[] = {Signal::kNoise,    Signal::kImpulses, Signal::kQuiet,
+                                      Signal::kDenormal, Signal::kLargest,  Signal::kNonFinite};
 
-inline void fill(std::span<float> to, Signal signal, Random& random) {
-    constexpr float kMax = std::numeric_limits<float>::max();
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    const float odd[] = {std::numeric_limits<float>::quiet_NaN(), kInfinity, -kInfinity};
-    for (size_t k = 0; k < to.size(); ++k) {
-        const float noise = random.real(-1.0f, 1.0f);
-        switch (signal) {
-        case Signal::kNoise:
-            to[k] = noise;
-            break;
-        // Products with gains fall into the denormal range, or do not, sample by sample.
-        case Signal::kQuiet:
-            to[k] = noise * 0x1p-124f;
-            break;
-        case Signal::kImpulses:
-            to[k] = random.chance(0.05f) ? noise : noise < 0 ? -0.0f : 0.0f;
-            break;
-        case Signal::kLargest:
-            to[k] = noise < 0 ? -kMax : kMax;
-            break;
-        case Signal::kAlternating:
-            to[k] = k % 2 == 0 ? kMax : -kMax;
-            break;
-        case Signal::kDenormal:
-            to[k] = noise * 0x1p-127f;
-            break;
-        case Signal::kNonFinite:
-            to[k] = random.chance(0.03f) ? random.pick(odd) : noise;
-            break;
-        }
+inline float sample(Signal signal, Random& random) {
+    const float noise = random.real(-1.0f, 1.0f);
+    switch (signal) {
+    case Signal::kImpulses:
+        return random.chance(0.05f) ? noise : noise < 0 ? -0.0f : 0.0f;
+    case Signal::kQuiet: // products with gains fall into the denormal range, or do not
+        return noise * 0x1p-124f;
+    case Signal::kDenormal:
+        return noise * 0x1p-127f;
+    case Signal::kLargest:
+        return std::copysign(std::numeric_limits<float>::max(), noise);
+    case Signal::kNonFinite:
+        return random.chance(0.03f) ? random.pick({kNaN, kInfinity, -kInfinity}) : noise;
+    case Signal::kSilence:
+        return 0.0f;
+    default:
+        return noise;
     }
 }
 
 inline std::vector<float> make(size_t count, Signal signal, Random& random) {
     std::vector<float> samples(count);
-    fill(samples, signal, random);
+    for (float& x : samples) x = sample(signal, random);
     return samples;
 }
 
@@ -97,207 +81,169 @@ inline std::vector<float> noise(size_t count, uint64_t stream) {
     return make(count, Signal::kNoise, random);
 }
 
-// `size` floats, `offset` floats behind a 32-byte boundary, between guard bands of a NaN that no
+// `contents`, `offset` floats behind a 32-byte boundary, between guard bands of a NaN that no
 // computation gives: a write outside shows in intact(), a read outside in the result.
 class Guarded {
 public:
-    explicit Guarded(size_t size, size_t offset = 0)
-        : storage_(size + 2 * kGuard + 16, std::bit_cast<float>(kPattern)), size_(size) {
-        const auto address = reinterpret_cast<uintptr_t>(storage_.data() + kGuard);
-        start_ = kGuard + (0 - address / sizeof(float)) % 8 + offset % 8;
-        std::fill_n(storage_.begin() + static_cast<ptrdiff_t>(start_), size, 0.0f);
-    }
     explicit Guarded(std::span<const float> contents, size_t offset = 0)
-        : Guarded(contents.size(), offset) {
+        : storage_(contents.size() + 144, std::bit_cast<float>(kPattern)), size_(contents.size()) {
+        const auto address = reinterpret_cast<uintptr_t>(storage_.data() + 64);
+        start_ = 64 + (0 - address / sizeof(float)) % 8 + offset % 8;
         std::copy(contents.begin(), contents.end(), data());
     }
+    explicit Guarded(size_t size, size_t offset = 0) : Guarded(std::vector<float>(size), offset) {}
 
     float* data() { return storage_.data() + start_; }
-    size_t size() const { return size_; }
     std::span<float> span() { return {data(), size_}; }
-
     bool intact() const {
-        for (size_t k = 0; k < storage_.size(); ++k) {
-            const bool inside = k >= start_ && k < start_ + size_;
-            if (!inside && std::bit_cast<uint32_t>(storage_[k]) != kPattern) return false;
-        }
-        return true;
+        const auto untouched = [](float x) { return std::bit_cast<uint32_t>(x) == kPattern; };
+        const auto from = storage_.begin() + static_cast<ptrdiff_t>(start_);
+        return std::all_of(storage_.begin(), from, untouched) &&
+               std::all_of(from + static_cast<ptrdiff_t>(size_), storage_.end(), untouched);
     }
 
 private:
-    static constexpr size_t kGuard = 64;
     static constexpr uint32_t kPattern = 0xffc5a5a5u;
     std::vector<float> storage_;
     size_t size_, start_ = 0;
 };
 
-inline bool same(float a, float b) {
-    return std::bit_cast<uint32_t>(a) == std::bit_cast<uint32_t>(b) ||
-           (std::isnan(a) && std::isnan(b)); // which NaN an operation gives is not settled
-}
+// The state of a record: every field but the addresses, and what stands behind these. Bits, but one for
+// every NaN: which one an operation gives is not settled.
+using State = std::vector<uint32_t>;
 
-template <typename Integer>
-bool same(Integer a, Integer b) {
-    return a == b;
-}
-
-// Equal element by element; of floats the bits: -0 differs from +0, but every NaN equals every other.
 template <typename T>
-testing::AssertionResult same_all(std::span<const T> got, std::span<const T> expected) {
-    if (got.size() != expected.size()) {
-        return testing::AssertionFailure() << got.size() << " elements, not " << expected.size();
-    }
-    if (got.empty() || std::memcmp(got.data(), expected.data(), got.size_bytes()) == 0) {
-        return testing::AssertionSuccess();
-    }
-    size_t first = 0, different = 0;
-    for (size_t k = got.size(); k-- > 0;) {
-        if (same(got[k], expected[k])) continue;
-        first = k;
-        ++different;
-    }
-    if (different == 0) return testing::AssertionSuccess();
-    auto failure = testing::AssertionFailure();
-    failure << different << " of " << got.size() << " differ, the first at " << first;
-    const size_t end = std::min(first + 3, got.size());
-    for (size_t k = first - std::min<size_t>(first, 2); k < end; ++k) {
-        failure << "\n  [" << k << "] got " << std::hexfloat << got[k] << " expected "
-                << expected[k] << std::defaultfloat;
-    }
-    return failure << "\n  --gtest_random_seed=" << seed();
+uint32_t word(T value) {
+    if constexpr (std::is_same_v<T, float>)
+        return std::bit_cast<uint32_t>(std::isnan(value) ? kNaN : value);
+    else
+        return static_cast<uint32_t>(value);
 }
 
-inline testing::AssertionResult same_bits(std::span<const float> got,
-                                          std::span<const float> expected) {
-    return same_all(got, expected);
+template <typename... Fields>
+State flat(const Fields&... fields) {
+    State state;
+    const auto add = [&state](const auto& values) {
+        for (const auto value : values) state.push_back(word(value));
+    };
+    const auto as_span = []<typename Field>(const Field& field) {
+        if constexpr (std::is_arithmetic_v<Field>)
+            return std::span<const Field>(&field, 1);
+        else
+            return std::span(field);
+    };
+    (add(as_span(fields)), ...);
+    return state;
 }
 
-template <typename T, size_t N>
-testing::AssertionResult same_array(const T (&got)[N], const T (&expected)[N]) {
-    return same_all(std::span<const T>(got), std::span<const T>(expected));
+inline std::span<const float> memory(const float* from, uint64_t count) {
+    return {from, from ? count : 0};
 }
 
-// The bit patterns, for data that is moved and must come out unchanged, NaN included.
-inline std::vector<uint32_t> words(std::span<const float> samples) {
-    std::vector<uint32_t> bits(samples.size());
-    if (!bits.empty()) std::memcpy(bits.data(), samples.data(), samples.size_bytes());
-    return bits;
+inline State state(const ffdn_block_stage& s) {
+    return flat(s.delays, s.size, s.mask, s.wpos, memory(s.ring, uint64_t{16} * s.size));
 }
 
-// Compares two records field by field and keeps the first difference.
+inline State state(const ffdn_block_n16& e) {
+    return flat(e.line_offset, e.line_mask, e.line_delay, e.line_wpos, e.ring_len, e.decay_gain,
+                e.in_gain, e.out_gain, e.direct_gain, e.block_size, e.stage_count,
+                state(e.stages[0]), state(e.stages[1]), state(e.stages[2]), e.shelf_b0, e.shelf_a1,
+                e.shelf_state, e.two_band, e.out_left, e.out_right, e.direct_left, e.direct_right,
+                e.stereo_out_set, e.mod_base_delay, e.mod_phase, e.mod_inc, e.mod_depth,
+                e.mod_enabled, e.in_left, e.in_right, e.stereo_in_set, memory(e.ring, e.ring_len));
+}
+
+inline State state(const ffdn_n16& f) {
+    State all = flat(f.line_delay, f.line_mask, f.line_wpos, f.decay_gain, f.in_gain, f.out_gain,
+                     f.direct_gain, f.stage_count, f.shelf_b0, f.shelf_a1, f.shelf_state,
+                     f.two_band, f.out_left, f.out_right, f.direct_left, f.direct_right, f.in_left,
+                     f.in_right, f.stereo_out_set, f.stereo_in_set);
+    for (const ffdn_n16_stage& s : f.stages)
+        all = flat(all, s.stage_delay, s.size, s.mask, s.wpos,
+                   memory(s.ring, 16 * static_cast<uint64_t>(s.size)));
+    for (size_t i = 0; i < 16; ++i)
+        all = flat(all, memory(f.line_buf[i], static_cast<uint64_t>(f.line_size[i])));
+    return all;
+}
+
+inline State state(const ffdn_er& er) {
+    return flat(er.n_taps, er.delays_l, er.delays_r, er.gains_l, er.gains_r, er.ring_len,
+                er.ring_mask, er.write_pos, er.longest_tap, er.max_frames,
+                memory(er.ring, static_cast<uint64_t>(er.ring_len)));
+}
+
+inline State state(const ffdn_eq& eq) {
+    return flat(eq.low, eq.high, eq.state, eq.sample_rate, eq.low_hz, eq.high_hz, eq.gain_low_db,
+                eq.gain_high_db, eq.active);
+}
+
+inline State state(const qv_reverb_params& p) {
+    return flat(p.size, p.t60, p.cascade_stages, p.t60_high, p.damp, p.mix, p.width, p.modulate,
+                p.er_enable, p.er_size, p.er_level, p.eq_low_db, p.eq_high_db);
+}
+
+inline State state(const qv_reverb& r) {
+    return flat(state(r.engine), state(r.er), state(r.eq), state(r.params), r.sample_rate,
+                r.max_frames, r.longest_delay, r.engine_ready, r.er_active, r.eq_ready,
+                memory(r.buf_aux, static_cast<uint64_t>(r.max_frames)));
+}
+
+inline State state(std::span<const float> samples) {
+    return flat(samples);
+}
+
+// Equal to the bit; shows the first difference, where floats stand as their bits.
 template <typename Record>
-class FieldCheck {
-public:
-    FieldCheck(const Record& got, const Record& expected) : got_(got), expected_(expected) {}
+testing::AssertionResult same(const Record& got, const Record& expected) {
+    const State a = state(got), b = state(expected);
+    const auto [x, y] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+    if (x == a.end() && y == b.end()) return testing::AssertionSuccess();
+    auto failure = testing::AssertionFailure() << "differ at " << x - a.begin() << std::hex;
+    if (x != a.end()) failure << ": got 0x" << *x;
+    if (y != b.end()) failure << ", expected 0x" << *y;
+    return failure << std::dec << "; --gtest_random_seed=" << testing::GTEST_FLAG(random_seed);
+}
 
-    template <typename Field>
-    FieldCheck& field(const char* name, Field Record::*member) {
-        if constexpr (std::is_array_v<Field>) {
-            return note(name, same_array(got_.*member, expected_.*member));
-        } else {
-            return note(name, same_all(std::span<const Field>(&(got_.*member), 1),
-                                       std::span<const Field>(&(expected_.*member), 1)));
-        }
+// A record that starts as garbage, which the functions that make one overwrite, and that frees itself.
+template <typename Record, void (*release)(Record*)>
+struct Owned : Record {
+    Owned() {
+        std::fill_n(reinterpret_cast<unsigned char*>(static_cast<Record*>(this)), sizeof(Record),
+                    0xA5);
     }
-    FieldCheck& ring(uint64_t got_size, uint64_t expected_size) {
-        const auto contents = [](const Record& record, uint64_t size) {
-            return std::span<const float>(record.ring, record.ring ? size : 0);
-        };
-        return note("ring",
-                    same_bits(contents(got_, got_size), contents(expected_, expected_size)));
-    }
-    FieldCheck& note(const char* name, const testing::AssertionResult& same) {
-        if (result_ && !same)
-            result_ = testing::AssertionFailure() << name << ": " << same.message();
-        return *this;
-    }
-    const testing::AssertionResult& result() const { return result_; }
-
-private:
-    const Record &got_, &expected_;
-    testing::AssertionResult result_ = testing::AssertionSuccess();
+    ~Owned() { release(this); }
+    Owned(const Owned&) = delete;
+    Owned& operator=(const Owned&) = delete;
 };
+using Engine = Owned<ffdn_block_n16, ffdn_block_n16_free>;
+using Reference = Owned<ffdn_n16, ffdn_n16_free>;
+using Early = Owned<ffdn_er, ffdn_er_free>;
 
-inline testing::AssertionResult same_state(const ffdn_block_stage& got,
-                                           const ffdn_block_stage& expected) {
-    using Stage = ffdn_block_stage;
-    return FieldCheck(got, expected)
-        .field("delays", &Stage::delays)
-        .field("size", &Stage::size)
-        .field("mask", &Stage::mask)
-        .field("wpos", &Stage::wpos)
-        .ring(uint64_t{BRISEL_LINES} * got.size, uint64_t{BRISEL_LINES} * expected.size)
-        .result();
+struct Destroy {
+    void operator()(qv_reverb* rev) const { qv_reverb_destroy(rev); }
+};
+using Reverb = std::unique_ptr<qv_reverb, Destroy>;
+
+inline Reverb create(int32_t sample_rate, int32_t max_frames) {
+    return Reverb(qv_reverb_create(sample_rate, max_frames));
 }
 
-// Everything but the addresses and the scratch blocks.
-inline testing::AssertionResult same_state(const ffdn_block_n16& got,
-                                           const ffdn_block_n16& expected) {
-    using Engine = ffdn_block_n16;
-    return FieldCheck(got, expected)
-        .field("line_offset", &Engine::line_offset)
-        .field("line_mask", &Engine::line_mask)
-        .field("line_delay", &Engine::line_delay)
-        .field("line_wpos", &Engine::line_wpos)
-        .field("ring_len", &Engine::ring_len)
-        .ring(got.ring_len, expected.ring_len)
-        .field("decay_gain", &Engine::decay_gain)
-        .field("in_gain", &Engine::in_gain)
-        .field("out_gain", &Engine::out_gain)
-        .field("direct_gain", &Engine::direct_gain)
-        .field("block_size", &Engine::block_size)
-        .field("stage_count", &Engine::stage_count)
-        .note("stages[0]", same_state(got.stages[0], expected.stages[0]))
-        .note("stages[1]", same_state(got.stages[1], expected.stages[1]))
-        .note("stages[2]", same_state(got.stages[2], expected.stages[2]))
-        .field("shelf_b0", &Engine::shelf_b0)
-        .field("shelf_a1", &Engine::shelf_a1)
-        .field("shelf_state", &Engine::shelf_state)
-        .field("two_band", &Engine::two_band)
-        .field("out_left", &Engine::out_left)
-        .field("out_right", &Engine::out_right)
-        .field("direct_left", &Engine::direct_left)
-        .field("direct_right", &Engine::direct_right)
-        .field("stereo_out_set", &Engine::stereo_out_set)
-        .field("mod_base_delay", &Engine::mod_base_delay)
-        .field("mod_phase", &Engine::mod_phase)
-        .field("mod_inc", &Engine::mod_inc)
-        .field("mod_depth", &Engine::mod_depth)
-        .field("mod_enabled", &Engine::mod_enabled)
-        .field("in_left", &Engine::in_left)
-        .field("in_right", &Engine::in_right)
-        .field("stereo_in_set", &Engine::stereo_in_set)
-        .result();
-}
-
-inline testing::AssertionResult same_state(const ffdn_er& got, const ffdn_er& expected) {
-    return FieldCheck(got, expected)
-        .field("n_taps", &ffdn_er::n_taps)
-        .field("delays_l", &ffdn_er::delays_l)
-        .field("delays_r", &ffdn_er::delays_r)
-        .field("gains_l", &ffdn_er::gains_l)
-        .field("gains_r", &ffdn_er::gains_r)
-        .field("ring_len", &ffdn_er::ring_len)
-        .field("ring_mask", &ffdn_er::ring_mask)
-        .field("write_pos", &ffdn_er::write_pos)
-        .field("longest_tap", &ffdn_er::longest_tap)
-        .field("max_frames", &ffdn_er::max_frames)
-        .ring(static_cast<uint64_t>(got.ring_len), static_cast<uint64_t>(expected.ring_len))
-        .result();
-}
-
-inline testing::AssertionResult same_state(const ffdn_eq& got, const ffdn_eq& expected) {
-    return FieldCheck(got, expected)
-        .field("low", &ffdn_eq::low)
-        .field("high", &ffdn_eq::high)
-        .field("state", &ffdn_eq::state)
-        .field("sample_rate", &ffdn_eq::sample_rate)
-        .field("low_hz", &ffdn_eq::low_hz)
-        .field("high_hz", &ffdn_eq::high_hz)
-        .field("gain_low_db", &ffdn_eq::gain_low_db)
-        .field("gain_high_db", &ffdn_eq::gain_high_db)
-        .field("active", &ffdn_eq::active)
-        .result();
+// Settings of all kinds, mostly accepted.
+inline qv_reverb_params random_params(Random& random) {
+    const auto or_zero = [&](float x) { return random.chance(0.4f) ? 0.0f : x; };
+    return {.size = random.chance(0.1f) ? 0.5f : random.real(0.004f, 0.06f),
+            .t60 = random.real(-0.05f, 4.0f),
+            .cascade_stages = static_cast<int32_t>(random.integer(0, 19)) % 5 % 4,
+            .t60_high = or_zero(random.real(0.01f, 3.0f)),
+            .damp = or_zero(random.real(0.0f, 1.02f)),
+            .mix = random.chance(0.2f) ? 1.0f : or_zero(random.real(0.0f, 1.0f)),
+            .width = random.chance(0.2f) ? 1.0f : or_zero(random.real(0.0f, 1.0f)),
+            .modulate = random.integer(0, 2),
+            .er_enable = random.integer(0, 1) * random.integer(1, 2),
+            .er_size = random.chance(0.1f) ? 0.004f : random.real(0.006f, 0.1f),
+            .er_level = or_zero(random.real(0.0f, 1.5f)),
+            .eq_low_db = or_zero(random.real(-24.0f, 24.2f)),
+            .eq_high_db = or_zero(random.real(-24.0f, 24.2f))};
 }
 
 } // namespace compare

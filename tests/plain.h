@@ -1,24 +1,22 @@
-// The kernels and the engines' process operations exactly as they are defined, in plain C++: one pass
-// over the whole block per kernel. They work on the library's own records through the public fields,
-// so that a test configures two objects alike, runs one with the library and the other with plain::,
-// and compares outputs and state bit for bit. The benchmarks time the same loops.
+// The kernels and the process operations exactly as they are defined, in plain C++: one pass over the whole
+// block per kernel. They work on the library's own records through the public fields, so that a test
+// configures two objects alike, runs one with the library and the other with plain::, and compares outputs
+// and state bit for bit. The benchmarks time the same loops.
 //
-// Plain, but not slow: what has no memory runs on tiles of eight frames, a shape that every compiler
-// turns into vector code; what recurses in time (two-band filter, stage delays, early reflections,
-// EQ) runs line by line and sample by sample. plain_reverb.h holds the reverb object's operations.
+// Plain, but not slow: what has no memory runs on tiles of eight frames, a shape that every compiler turns
+// into vector code; what recurses in time runs line by line and sample by sample.
 #ifndef BRISEL_TESTS_PLAIN_H
 #define BRISEL_TESTS_PLAIN_H
-
-#include <brisel/ffdn_block.h>
-#include <brisel/ffdn_eq.h>
-#include <brisel/ffdn_er.h>
 
 #include <immintrin.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+
+#include "brisel/reverb.h"
 
 namespace plain {
 
@@ -184,73 +182,37 @@ inline int32_t apply_modulation(ffdn_block_n16* e, int32_t n) {
     return 0;
 }
 
-// What every process operation checks and moves before audio.
-inline bool begin_block(ffdn_block_n16* e, int32_t n) {
-    if (n < 1 || n > e->block_size || n % 8 != 0) return false;
-    if (e->mod_enabled != 0 && apply_modulation(e, n) != 0) return false;
-    for (uint32_t delay : e->line_delay) {
-        if (static_cast<uint32_t>(n) > delay) return false;
-    }
-    return true;
-}
+// The engine's three process calls: mono input without x_right, mono output without y_right.
+inline int32_t process(ffdn_block_n16* e, const float* x_left, const float* x_right, float* y_left,
+                       float* y_right, int32_t frames) {
+    if ((y_right && e->stereo_out_set == 0) || (x_right && e->stereo_in_set == 0)) return -1;
+    if (frames < 1 || frames > e->block_size || frames % 8 != 0) return -1;
+    if (e->mod_enabled != 0 && apply_modulation(e, frames) != 0) return -1;
+    const auto n = static_cast<uint32_t>(frames);
+    for (uint32_t i = 0; i < kLines; ++i)
+        if (n > e->line_delay[i] || n > e->line_mask[i] + 1) return -1;
 
-inline void read_lines(ffdn_block_n16* e, uint32_t n) {
-    fdn_delay_block_read_n16(e->ring, e->line_offset, e->work_block, n);
-    std::memcpy(e->tap_block, e->work_block, sizeof(float) * kLines * n);
-}
-
-// The feedback matrix, the decay and the (left) input.
-inline void feed_back(ffdn_block_n16* e, const float* in_gain, const float* x, uint32_t n) {
-    float* block = e->work_block;
+    float *block = e->work_block, *taps = e->tap_block;
+    fdn_delay_block_read_n16(e->ring, e->line_offset, block, n);
+    std::copy_n(block, kLines * n, taps);
+    if (y_right)
+        ffdn_mix_out_stereo_n16(y_left, y_right, taps, e->out_left, e->out_right, &e->direct_left,
+                                x_left, n);
+    else
+        ffdn_mix_out_n16(y_left, taps, e->out_gain, &e->direct_gain, x_left, n);
     fwht_n16_block(block, n);
     for (int32_t s = 0; s < e->stage_count; ++s) {
         ffdn_block_stage& stage = e->stages[s];
+        if (s > 0) fwht_n16_block(block, n);
         ffdn_postdelay_n16(block, stage.ring, &stage.wpos, stage.size, stage.delays, n);
-        if (s + 1 < e->stage_count) fwht_n16_block(block, n);
     }
-    if (e->two_band != 0) {
-        ffdn_mix_in_jot_n16(block, block, e->shelf_b0, in_gain, x, n);
-    } else {
-        ffdn_mix_in_n16(block, block, e->decay_gain, in_gain, x, n);
-    }
-}
-
-inline void write_lines(ffdn_block_n16* e, uint32_t n) {
-    fdn_delay_block_write_n16(e->ring, e->line_offset, e->work_block, n);
-}
-
-inline int32_t process(ffdn_block_n16* e, const float* x, float* y, int32_t frames) {
-    if (!begin_block(e, frames)) return -1;
-    const auto n = static_cast<uint32_t>(frames);
-    read_lines(e, n);
-    ffdn_mix_out_n16(y, e->tap_block, e->out_gain, &e->direct_gain, x, n);
-    feed_back(e, e->in_gain, x, n);
-    write_lines(e, n);
-    return 0;
-}
-
-inline int32_t process_stereo(ffdn_block_n16* e, const float* x, float* y_left, float* y_right,
-                              int32_t frames) {
-    if (e->stereo_out_set == 0 || !begin_block(e, frames)) return -1;
-    const auto n = static_cast<uint32_t>(frames);
-    read_lines(e, n);
-    ffdn_mix_out_stereo_n16(y_left, y_right, e->tap_block, e->out_left, e->out_right,
-                            &e->direct_left, x, n);
-    feed_back(e, e->in_gain, x, n);
-    write_lines(e, n);
-    return 0;
-}
-
-inline int32_t process_stereo_in(ffdn_block_n16* e, const float* x_left, const float* x_right,
-                                 float* y_left, float* y_right, int32_t frames) {
-    if (e->stereo_out_set == 0 || e->stereo_in_set == 0 || !begin_block(e, frames)) return -1;
-    const auto n = static_cast<uint32_t>(frames);
-    read_lines(e, n);
-    ffdn_mix_out_stereo_n16(y_left, y_right, e->tap_block, e->out_left, e->out_right,
-                            &e->direct_left, x_left, n);
-    feed_back(e, e->in_left, x_left, n);
-    inject(e->work_block, e->in_right, x_right, n);
-    write_lines(e, n);
+    const float* in_gain = x_right ? e->in_left : e->in_gain;
+    if (e->two_band != 0)
+        ffdn_mix_in_jot_n16(block, block, e->shelf_b0, in_gain, x_left, n);
+    else
+        ffdn_mix_in_n16(block, block, e->decay_gain, in_gain, x_left, n);
+    if (x_right) inject(block, e->in_right, x_right, n);
+    fdn_delay_block_write_n16(e->ring, e->line_offset, block, n);
     return 0;
 }
 
@@ -303,6 +265,94 @@ inline void eq_process(ffdn_eq* eq, float* left, float* right, int32_t frames) {
     const float state[8] = {low_left.s1,  low_left.s2,  low_right.s1,  low_right.s2,
                             high_left.s1, high_left.s2, high_right.s1, high_right.s2};
     std::copy_n(state, 8, s);
+}
+
+// Flush-to-zero and denormals-are-zero, on purpose not the library's own switch. What runs under it goes
+// through memory, so that the compiler cannot move it across.
+class FlushToZero {
+public:
+    FlushToZero() { set(before_ | 0x8040); }
+    ~FlushToZero() { set(before_); }
+    FlushToZero(const FlushToZero&) = delete;
+    FlushToZero& operator=(const FlushToZero&) = delete;
+
+private:
+    static void set(uint32_t word) { asm volatile("ldmxcsr %0" : : "m"(word) : "memory"); }
+    const uint32_t before_ = _mm_getcsr();
+};
+
+// Infinities and NaN become +0.
+inline void clean(float* to, const float* from, int32_t frames) {
+    for (int32_t t = 0; t < frames; ++t) {
+        const uint32_t bits = std::bit_cast<uint32_t>(from[t]);
+        to[t] = std::bit_cast<float>((bits & 0x7f800000u) == 0x7f800000u ? 0u : bits);
+    }
+}
+
+// Early reflections of `mono` onto the wet signal, then the EQ.
+inline void finish_wet(qv_reverb* rev, const float* mono, int32_t frames) {
+    if (rev->er_active != 0) {
+        er_process(&rev->er, mono, rev->buf_er_l, rev->buf_er_r, frames);
+        for (int32_t t = 0; t < frames; ++t) {
+            const float level = rev->params.er_level;
+            rev->buf_wet_l[t] = std::fma(rev->buf_er_l[t], level, rev->buf_wet_l[t]);
+            rev->buf_wet_r[t] = std::fma(rev->buf_er_r[t], level, rev->buf_wet_r[t]);
+        }
+    }
+    eq_process(&rev->eq, rev->buf_wet_l, rev->buf_wet_r, frames);
+}
+
+inline int32_t reverb_process(qv_reverb* rev, const float* in_l, const float* in_r, float* out_l,
+                              float* out_r, int32_t frames) {
+    if (rev->engine_ready == 0 || !in_l || !out_l) return -1;
+    if (frames < 1 || frames > rev->max_frames || frames % 8 != 0) return -1;
+    const float m = rev->params.mix, d = 1.0f - m;
+    const FlushToZero flush_to_zero;
+
+    float* mono = rev->buf_er_in;
+    clean(rev->buf_in_l, in_l, frames);
+    if (in_r) {
+        clean(rev->buf_in_r, in_r, frames);
+        for (int32_t t = 0; t < frames; ++t) mono[t] = (rev->buf_in_l[t] + rev->buf_in_r[t]) * 0.5f;
+    } else {
+        std::copy_n(rev->buf_in_l, frames, mono);
+    }
+
+    float *wet_l = rev->buf_wet_l, *wet_r = rev->buf_wet_r;
+    const float *left = in_r ? rev->buf_in_l : mono, *right = in_r ? rev->buf_in_r : nullptr;
+    if (process(&rev->engine, left, right, wet_l, wet_r, frames) != 0) return -1;
+    finish_wet(rev, mono, frames);
+
+    const float *dry_l = rev->buf_in_l, *dry_r = in_r ? rev->buf_in_r : rev->buf_in_l;
+    for (int32_t t = 0; t < frames; ++t) {
+        // The wet signal is fused onto the rounded dry one.
+        out_l[t] = out_r ? std::fma(m, wet_l[t], d * dry_l[t])
+                         : std::fma(m * 0.5f, wet_l[t] + wet_r[t], d * mono[t]);
+        if (out_r) out_r[t] = std::fma(m, wet_r[t], d * dry_r[t]);
+    }
+    return 0;
+}
+
+inline int32_t reverb_flush(qv_reverb* rev, float* out_l, float* out_r, int32_t capacity) {
+    if (rev->engine_ready == 0 || !out_l || capacity < 1) return -1;
+    const float m = rev->params.mix, half = m * 0.5f;
+    const float *wet_l = rev->buf_wet_l, *wet_r = rev->buf_wet_r;
+    const FlushToZero flush_to_zero;
+
+    for (int32_t pos = 0;;) {
+        const int32_t frames = std::min(rev->max_frames, (capacity - pos) / 8 * 8);
+        if (frames < 8) return pos;
+        process(&rev->engine, rev->buf_aux, nullptr, rev->buf_wet_l, rev->buf_wet_r, frames);
+        finish_wet(rev, rev->buf_aux, frames);
+        double energy = 0.0;
+        for (int32_t t = 0; t < frames; ++t) {
+            out_l[pos + t] = out_r ? m * wet_l[t] : (wet_l[t] + wet_r[t]) * half;
+            if (out_r) out_r[pos + t] = m * wet_r[t];
+            energy += double(wet_l[t]) * double(wet_l[t]) + double(wet_r[t]) * double(wet_r[t]);
+        }
+        pos += frames;
+        if (pos >= rev->max_frames + rev->longest_delay && energy < frames * 1e-20) return pos;
+    }
 }
 
 } // namespace plain

@@ -1,12 +1,12 @@
 /* The part of the CLAP 1.2.8 plug-in interface that the plug-ins and the renderer use, under the
  * official names, for machines without the official headers. Declarations only; C11 and C++20.
  *
- * Every record carries the official `_t` name and its plain struct tag. Their layout follows from the
- * platform's C rules; the plug-ins pin it, so that it holds for the official headers too.
+ * Every record carries the official `_t` name and its plain struct tag. Their layout follows from
+ * the platform's C rules; the plug-ins pin it, so that it holds for the official headers too.
  *
- * Order of a plug-in's life: entry.init, entry.get_factory, factory.create_plugin, plugin.init, then
- * activate, start_processing, process ..., stop_processing, deactivate as often as the host likes,
- * then plugin.destroy, entry.deinit.
+ * Order of a plug-in's life: entry.init, entry.get_factory, factory.create_plugin, plugin.init,
+ * then activate, start_processing, process ..., stop_processing, deactivate as often as the host
+ * likes, then plugin.destroy, entry.deinit.
  */
 #ifndef CLAP_CLAP_H
 #define CLAP_CLAP_H
@@ -51,8 +51,6 @@ static const char CLAP_EXT_PARAMS[] = "clap.params";
 static const char CLAP_EXT_STATE[] = "clap.state";
 static const char CLAP_EXT_TAIL[] = "clap.tail";
 static const char CLAP_EXT_AUDIO_PORTS[] = "clap.audio-ports";
-static const char CLAP_EXT_LOG[] = "clap.log";
-static const char CLAP_EXT_THREAD_CHECK[] = "clap.thread-check";
 static const char CLAP_PORT_MONO[] = "mono";
 static const char CLAP_PORT_STEREO[] = "stereo";
 
@@ -75,26 +73,6 @@ typedef struct clap_host {
     void(CLAP_ABI* request_callback)(const struct clap_host* host);
 } clap_host_t;
 
-typedef int32_t clap_log_severity;
-enum {
-    CLAP_LOG_DEBUG = 0,
-    CLAP_LOG_INFO = 1,
-    CLAP_LOG_WARNING = 2,
-    CLAP_LOG_ERROR = 3,
-    CLAP_LOG_FATAL = 4,
-    CLAP_LOG_HOST_MISBEHAVING = 5,
-    CLAP_LOG_PLUGIN_MISBEHAVING = 6,
-};
-
-typedef struct clap_host_log {
-    void(CLAP_ABI* log)(const clap_host_t* host, clap_log_severity severity, const char* msg);
-} clap_host_log_t;
-
-typedef struct clap_host_thread_check {
-    bool(CLAP_ABI* is_main_thread)(const clap_host_t* host);
-    bool(CLAP_ABI* is_audio_thread)(const clap_host_t* host);
-} clap_host_thread_check_t;
-
 /* Events. Every event starts with a header, whose `size` covers the whole event. */
 
 typedef struct clap_event_header {
@@ -107,22 +85,12 @@ typedef struct clap_event_header {
 
 static const uint16_t CLAP_CORE_EVENT_SPACE_ID = 0;
 
-enum clap_event_flags { CLAP_EVENT_IS_LIVE = 1 << 0, CLAP_EVENT_DONT_RECORD = 1 << 1 };
-
 enum {
-    CLAP_EVENT_NOTE_ON = 0,
-    CLAP_EVENT_NOTE_OFF = 1,
-    CLAP_EVENT_NOTE_CHOKE = 2,
-    CLAP_EVENT_NOTE_END = 3,
-    CLAP_EVENT_NOTE_EXPRESSION = 4,
     CLAP_EVENT_PARAM_VALUE = 5,
     CLAP_EVENT_PARAM_MOD = 6,
     CLAP_EVENT_PARAM_GESTURE_BEGIN = 7,
     CLAP_EVENT_PARAM_GESTURE_END = 8,
     CLAP_EVENT_TRANSPORT = 9,
-    CLAP_EVENT_MIDI = 10,
-    CLAP_EVENT_MIDI_SYSEX = 11,
-    CLAP_EVENT_MIDI2 = 12,
 };
 
 typedef struct clap_event_param_value {
@@ -165,7 +133,6 @@ typedef int32_t clap_process_status;
 enum {
     CLAP_PROCESS_ERROR = 0,
     CLAP_PROCESS_CONTINUE = 1,
-    CLAP_PROCESS_CONTINUE_IF_NOT_QUIET = 2,
     CLAP_PROCESS_TAIL = 3,
     CLAP_PROCESS_SLEEP = 4,
 };
@@ -237,9 +204,6 @@ extern const CLAP_EXPORT clap_plugin_entry_t clap_entry;
 typedef uint32_t clap_param_info_flags;
 enum {
     CLAP_PARAM_IS_STEPPED = 1 << 0,
-    CLAP_PARAM_IS_PERIODIC = 1 << 1,
-    CLAP_PARAM_IS_HIDDEN = 1 << 2,
-    CLAP_PARAM_IS_READONLY = 1 << 3,
     CLAP_PARAM_IS_BYPASS = 1 << 4,
     CLAP_PARAM_IS_AUTOMATABLE = 1 << 5,
 };
@@ -312,7 +276,7 @@ typedef struct clap_plugin_audio_ports {
                         clap_audio_port_info_t* info);
 } clap_plugin_audio_ports_t;
 
-/* ---- What Brisel Live uses besides ------------------------------------------------------------- */
+/* ---- What Brisel Live uses besides ----------------------------------------------------------- */
 
 /* Modulation, gestures and transport. */
 

@@ -3,9 +3,9 @@
 // A shelf's output takes its first memory, which takes the output before: two dependent operations
 // a frame, 8 cycles, which more lanes would not shorten. The high shelf runs beside the low one, a
 // frame behind it: as the later code of the two, it does not delay the chain that all wait for.
-#include "core/avx2/ffdn_eq_avx2.h"
-
 #include <immintrin.h>
+
+#include "core/avx2/units.h"
 
 namespace brisel {
 
@@ -46,18 +46,19 @@ inline void store_frame(float* left, float* right, __m128 frame) {
 
 } // namespace
 
-void filter_shelves(ffdn_eq& eq, float* left, float* right, uint32_t frames) {
-    StereoShelf low(eq.low, eq.state);
-    StereoShelf high(eq.high, eq.state + 4);
-    __m128 between = low.step(load_frame(left, right));
+void ffdn_eq_filter_avx2(const float* low, const float* high, float* state, float* left,
+                         float* right, uint32_t frames) {
+    StereoShelf first(low, state);
+    StereoShelf second(high, state + 4);
+    __m128 between = first.step(load_frame(left, right));
     for (uint32_t t = 1; t < frames; ++t) {
-        const __m128 next = low.step(load_frame(left + t, right + t));
-        store_frame(left + t - 1, right + t - 1, high.step(between));
+        const __m128 next = first.step(load_frame(left + t, right + t));
+        store_frame(left + t - 1, right + t - 1, second.step(between));
         between = next;
     }
-    store_frame(left + frames - 1, right + frames - 1, high.step(between));
-    low.store_state(eq.state);
-    high.store_state(eq.state + 4);
+    store_frame(left + frames - 1, right + frames - 1, second.step(between));
+    first.store_state(state);
+    second.store_state(state + 4);
 }
 
 } // namespace brisel

@@ -24,7 +24,7 @@ inline void fwht_lower_passes(__m256 (&x)[8]) {
 }
 
 // What is left of a transform behind its first pass, on the eight sums or the eight differences:
-// `row(i)` gives the address of their i-th row. `between(i)` is work of the caller's behind the i-th.
+// `row(i)` gives the address of their i-th row. `between(i)` is the caller's work behind it.
 template <typename Row, typename Between>
 inline void fwht_finish_half(__m256 (&x)[8], Row row, Between between) {
     const __m256 quarter = _mm256_set1_ps(0.25f);
@@ -41,7 +41,7 @@ inline void fwht_finish_half(__m256 (&x)[8], Row row) {
     fwht_finish_half(x, row, [](size_t) {});
 }
 
-// A tile from 16 rows to 16 others. The first pass reads its rows twice, so that eight registers do.
+// A tile from 16 rows to 16 others. The first pass reads its rows twice: eight registers suffice.
 template <typename In, typename Out>
 inline void fwht_tile(In in, Out out) {
     __m256 x[8];

@@ -1,6 +1,6 @@
-// The feedback loop's steps on tiles, beside the transform (fwht16.h): 16 rows, one a line, of eight
-// frames each. A `row` gives the address of a line's tile, a `gain` a line's gain on a side (0 left, 1
-// right) in all lanes.
+// The feedback loop's steps on tiles, beside the transform (fwht16.h): 16 rows, one a line, of
+// eight frames each. A `row` gives the address of a line's tile, a `gain` a line's gain on a side
+// (0 left, 1 right) in all lanes.
 #ifndef BRISEL_CORE_AVX2_TILES_H
 #define BRISEL_CORE_AVX2_TILES_H
 
@@ -9,22 +9,49 @@
 #include <cstddef>
 
 #include "core/avx2/fwht16.h"
-#include "core/avx2/transpose8.h"
 
 namespace brisel {
 
-// Hides where a pointer comes from. The rows of a tile are then addressed by one register and constant
-// offsets; otherwise the compiler keeps a pointer for each row and runs out of registers.
+// Hides where a pointer comes from. The rows of a tile are then addressed by one register and
+// constant offsets; otherwise the compiler keeps a pointer for each row and runs out of registers.
 template <typename T>
 inline T* opaque(T* pointer) {
     asm("" : "+r"(pointer));
     return pointer;
 }
 
+// Eight columns of eight rows of floats, transposed while they are loaded: m[c] receives column c.
+// `row(r)` gives the address of row r.
+template <typename Row>
+inline void load_transposed8(__m256 (&m)[8], Row row) {
+    // quads[h][c]: column c in the lower lane and c + 4 in the upper one, of rows 4 h .. 4 h + 3.
+    __m256 quads[2][4];
+#pragma GCC unroll 2
+    for (size_t h = 0; h < 2; ++h) {
+        const __m256 r0 = _mm256_loadu_ps(row(4 * h));
+        const __m256 r1 = _mm256_loadu_ps(row(4 * h + 1));
+        const __m256 r2 = _mm256_loadu_ps(row(4 * h + 2));
+        const __m256 r3 = _mm256_loadu_ps(row(4 * h + 3));
+        const __m256 lo01 = _mm256_unpacklo_ps(r0, r1);
+        const __m256 hi01 = _mm256_unpackhi_ps(r0, r1);
+        const __m256 lo23 = _mm256_unpacklo_ps(r2, r3);
+        const __m256 hi23 = _mm256_unpackhi_ps(r2, r3);
+        quads[h][0] = _mm256_shuffle_ps(lo01, lo23, _MM_SHUFFLE(1, 0, 1, 0));
+        quads[h][1] = _mm256_shuffle_ps(lo01, lo23, _MM_SHUFFLE(3, 2, 3, 2));
+        quads[h][2] = _mm256_shuffle_ps(hi01, hi23, _MM_SHUFFLE(1, 0, 1, 0));
+        quads[h][3] = _mm256_shuffle_ps(hi01, hi23, _MM_SHUFFLE(3, 2, 3, 2));
+    }
+#pragma GCC unroll 4
+    for (size_t c = 0; c < 4; ++c) {
+        m[c] = _mm256_permute2f128_ps(quads[0][c], quads[1][c], 0x20);
+        m[c + 4] = _mm256_permute2f128_ps(quads[0][c], quads[1][c], 0x31);
+    }
+}
+
 // A piece's output sums and its transform: rows in, rows of kOutRow floats out.
 //
-// A sum takes its lines in their order, as 16 operations that wait for each other. Its first half is
-// computed a tile ahead, between the transform's stores, so that two tiles' sums run at a time.
+// A sum takes its lines in their order, as 16 operations that wait for each other. Its first half
+// is computed a tile ahead, between the transform's stores, so that two tiles' sums run at a time.
 // `between_halves(p)` is work of the caller's between the halves of the tile at p.
 template <bool kStereo, size_t kOutRow, typename Gain, typename Between>
 inline __attribute__((always_inline)) void
@@ -80,8 +107,8 @@ mix_out_piece(const float* const* rows, Gain gain, const float (&direct)[2], con
 enum class Decay { kBroadband, kTwoBand, kGliding };
 
 // Two-band filter, frame by frame in the transposed tile: filtered[lines 0-7, 8-15][frame][line].
-// `shelf` holds b0 and a1 of the 16 lines; `memory` stays in the caller's registers, since a store and
-// a load a tile would lengthen the recursion.
+// `shelf` holds b0 and a1 of the 16 lines; `memory` stays in the caller's registers, since a store
+// and a load a tile would lengthen the recursion.
 template <typename Row>
 inline __attribute__((always_inline)) void filter_tile(float* filtered, const float* shelf,
                                                        __m256 (&memory)[2], Row row) {

@@ -10,8 +10,8 @@
  * Statuses. A function that can refuse returns int32_t: 0 for success, -1 for a refusal. Nothing is
  * printed, nothing is thrown.
  *
- * Layout of multi-line blocks. A block of the 16 delay lines over n frames is line-major: frame t of
- * line i is the float at i * n + t.
+ * Layout of multi-line blocks. A block of the 16 delay lines over n frames is line-major: frame t
+ * of line i is the float at i * n + t.
  */
 #ifndef BRISEL_EXPORT_H
 #define BRISEL_EXPORT_H

@@ -1,8 +1,8 @@
 /* The layout of the 16 main delay lines in one shared storage, and their scalar reference.
  *
- * A `lines` argument is uint32_t[64]: the four arrays that open an ffdn_block_n16 record, 16 entries
- * each: line_offset (first float of the line's ring in the storage), line_mask (ring size - 1),
- * line_delay and line_wpos (write position), in samples.
+ * A `lines` argument is uint32_t[64]: the four arrays that open an ffdn_block_n16 record, 16
+ * entries each: line_offset (first float of the line's ring in the storage), line_mask (ring
+ * size - 1), line_delay and line_wpos (write position), in samples.
  */
 #ifndef BRISEL_FDN_DELAY_STAGE_REF_H
 #define BRISEL_FDN_DELAY_STAGE_REF_H

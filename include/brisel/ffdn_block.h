@@ -1,8 +1,8 @@
-/* The block engine: a 16-line filter feedback delay network that runs whole blocks on AVX2 kernels.
+/* The block engine: a 16-line filter feedback delay network that runs whole blocks in AVX2 code.
  *
- * Per frame, with s the outputs of the 16 delay lines, H the orthonormal Walsh-Hadamard transform and
- * A = D_K H ... D_2 H D_1 H the cascade of K stages (D_k delays each line by its stage delay; A = H
- * without stages):
+ * Per frame, with s the outputs of the 16 delay lines, H the orthonormal Walsh-Hadamard transform
+ * and A = D_K H ... D_2 H D_1 H the cascade of K stages (D_k delays each line by its stage delay;
+ * A = H without stages):
  *
  *   output      y = direct * x + sum over i of out[i] * s[i]
  *   line input  v[i] = decay[i](A s)[i] + in[i] * x
@@ -13,8 +13,8 @@
  * Source: S. J. Schlecht and E. A. P. Habets, "Scattering in Feedback Delay Networks", IEEE/ACM
  * Transactions on Audio, Speech, and Language Processing 28, 2020.
  *
- * Life: ffdn_block_n16_init, then the setters in any order (but a cascade before the two-band decay,
- * which every cascade setter switches off), then process calls, then ffdn_block_n16_free.
+ * Life: ffdn_block_n16_init, then the setters in any order (but a cascade before the two-band
+ * decay, which every cascade setter switches off), then process calls, then ffdn_block_n16_free.
  */
 #ifndef BRISEL_FFDN_BLOCK_H
 #define BRISEL_FFDN_BLOCK_H
@@ -74,8 +74,9 @@ typedef struct ffdn_block_n16 {
  *   block_size    longest block, frames, > 0
  *   sample_rate   Hz
  *   t60           seconds; <= 0 means no decay (gains of exactly 1)
- * Returns   0, or -1: a null argument or a block_size <= 0 leaves the record untouched; a bad length
- *           or lack of memory leaves it zeroed but for the lines before the fault, nothing allocated.
+ * Returns   0, or -1: a null argument or a block_size <= 0 leaves the record untouched; a bad
+ *           length or lack of memory leaves it zeroed but for the lines before the fault, nothing
+ *           allocated.
  * Thread    [main-thread]. */
 BRISEL_API int32_t ffdn_block_n16_init(ffdn_block_n16* e, const int32_t* delays,
                                        const uint32_t* buffer_sizes, int32_t block_size,
@@ -114,8 +115,8 @@ BRISEL_API int32_t ffdn_block_n16_set_post_delays(ffdn_block_n16* e, const uint3
  * [main-thread] */
 BRISEL_API void ffdn_block_n16_clear_cascade(ffdn_block_n16* e);
 
-/* Replaces the broadband decay by a one-pole filter a line with gain g_low = decay law of t60_low at
- * 0 Hz and g_high = decay law of t60_high at half the sample rate, over the loop of the current
+/* Replaces the broadband decay by a one-pole filter a line with gain g_low = decay law of t60_low
+ * at 0 Hz and g_high = decay law of t60_high at half the sample rate, over the loop of the current
  * line_delay and cascade: r = g_low / g_high, b0 = 2 g_low / (r + 1), a1 = (r - 1) / (r + 1).
  *   sample_rate        Hz, >= 1
  *   t60_low, t60_high  seconds, > 0
@@ -125,7 +126,8 @@ BRISEL_API int32_t ffdn_block_n16_set_two_band_t60(ffdn_block_n16* e, int32_t sa
                                                    float t60_low, float t60_high);
 
 /* Switches delay modulation on, for good: each line's delay follows the current one by
- * +/- depth samples along a sine of its own rate and starting phase, in whole samples, once a block.
+ * +/- depth samples along a sine of its own rate and starting phase, in whole samples, once a
+ * block.
  *   depth               samples, >= 1; every line_delay must be at least depth + 32
  *   sample_rate         Hz, >= 1
  *   seed                start of the 64-bit xorshift generator; 0 means 0xc0ffee5c00b1e000
@@ -144,8 +146,9 @@ BRISEL_API int32_t ffdn_block_n16_set_modulation(ffdn_block_n16* e, int32_t dept
 BRISEL_API int32_t ffdn_block_n16_apply_modulation(ffdn_block_n16* e, int32_t n);
 
 /* Sets the gains of the stereo outputs; the stereo process calls need them.
- *   left, right                float[16], linear; either may be null (ffdn_n16_default_stereo_outputs)
- *                              or overlap the record's own vectors
+ *   left, right                float[16], linear; either may be null
+ *                              (ffdn_n16_default_stereo_outputs) or overlap the record's own
+ *                              vectors
  *   direct_left, direct_right  linear gains of the (left) input straight into each output
  * Returns   0, or -1 for a null record.
  * Thread    [any-thread]. */
@@ -162,8 +165,8 @@ BRISEL_API int32_t ffdn_block_n16_set_stereo_inputs(ffdn_block_n16* e, const flo
  *   x  float[n]
  *   y  float[n], written; must not overlap x
  *   n  a positive multiple of 8, at most block_size, every line's (modulated) delay and ring size
- * Returns   0, or -1 with nothing written and no audio state changed; a refusal by a modulated delay
- *           leaves phases and delays moved.
+ * Returns   0, or -1 with nothing written and no audio state changed; a refusal by a modulated
+ *           delay leaves phases and delays moved.
  * Thread    [audio-thread]; whatever the settings, no call allocates. Set flush-to-zero in the
  *           caller: the engine leaves the floating-point mode alone. */
 BRISEL_API int32_t ffdn_block_n16_process(ffdn_block_n16* e, const float* x, float* y, int32_t n);

@@ -1,11 +1,11 @@
 /* The design data of a 16-line network: parameter records and the generators of their defaults.
  *
- * Every generator is a pure function [any-thread]: it writes only into the caller's arrays, reads no
- * state, allocates nothing and cannot fail. Delays are in samples and do not depend on the sample
- * rate. The records are a convenience: the functions take their arrays as separate pointers.
+ * Every generator is a pure function [any-thread]: it writes only into the caller's arrays, reads
+ * no state, allocates nothing and cannot fail. Delays are in samples and do not depend on the
+ * sample rate. The records are a convenience: the functions take their arrays as separate pointers.
  *
- * Source of the network: S. J. Schlecht and E. A. P. Habets, "Scattering in Feedback Delay Networks",
- * IEEE/ACM Transactions on Audio, Speech, and Language Processing 28, 2020.
+ * Source of the network: S. J. Schlecht and E. A. P. Habets, "Scattering in Feedback Delay
+ * Networks", IEEE/ACM Transactions on Audio, Speech, and Language Processing 28, 2020.
  */
 #ifndef BRISEL_FFDN_DEFAULTS_N16_H
 #define BRISEL_FFDN_DEFAULTS_N16_H
@@ -47,8 +47,8 @@ BRISEL_API void ffdn_n16_default_params(int32_t* delays, int32_t* buffer_sizes);
  *   post_delays  int32_t[16], written */
 BRISEL_API void ffdn_n16_default_post_params(int32_t* post_delays);
 
-/* Default cascade: stage_delays[k][i] = i * 16^k (modulo 2^32), so that stage 0 holds 0 .. 15, stage
- * 1 holds 0, 16 .. 240 and stage 2 holds 0, 256 .. 3840.
+/* Default cascade: stage_delays[k][i] = i * 16^k (modulo 2^32), so that stage 0 holds 0 .. 15,
+ * stage 1 holds 0, 16 .. 240 and stage 2 holds 0, 256 .. 3840.
  *   K             number of stages; K <= 0 writes nothing. More than 3 are generated, but no engine
  *                 takes them
  *   stage_delays  int32_t[K][16], written */

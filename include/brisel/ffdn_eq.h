@@ -36,7 +36,8 @@ BRISEL_API int32_t ffdn_eq_init(ffdn_eq* eq, int32_t sample_rate, float low_hz, 
 BRISEL_API void ffdn_eq_set_gains(ffdn_eq* eq, float low_db, float high_db);
 
 /* Filters one block in place, each channel through the low and then the high shelf (transposed
- * direct form II): y = fma(b0, x, s1);  s1 = fma(-a1, y, fma(b1, x, s2));  s2 = fma(-a2, y, b2 * x).
+ * direct form II):
+ *   y = fma(b0, x, s1);  s1 = fma(-a1, y, fma(b1, x, s2));  s2 = fma(-a2, y, b2 * x)
  *   left, right  float[frames], not overlapping
  *   frames       < 1 does nothing
  * Thread    [audio-thread]. */

@@ -1,7 +1,7 @@
-/* Early reflections: a sparse tapped delay that turns one mono signal into a left and a right pattern
- * of discrete echoes, their times spread evenly on a logarithmic axis from 5 ms to a chosen size and
- * jittered, their gains falling exponentially with random signs. The same arguments always give the
- * same pattern.
+/* Early reflections: a sparse tapped delay that turns one mono signal into a left and a right
+ * pattern of discrete echoes, their times spread evenly on a logarithmic axis from 5 ms to a chosen
+ * size and jittered, their gains falling exponentially with random signs. The same arguments always
+ * give the same pattern.
  */
 #ifndef BRISEL_FFDN_ER_H
 #define BRISEL_FFDN_ER_H

@@ -1,9 +1,9 @@
-/* The reference engine: the network of ffdn_block.h, one sample at a time, in plain scalar code whose
- * order of operations is the definition of the network's sound. The block engine is held to it bit
- * for bit. Nothing in the library calls it.
+/* The reference engine: the network of ffdn_block.h, one sample at a time, in plain scalar code
+ * whose order of operations is the definition of the network's sound. The block engine is held to
+ * it bit for bit. Nothing in the library calls it.
  *
- * Life: ffdn_n16_init, setters in any order (a cascade before the two-band decay, which every cascade
- * setter switches off), process calls with setters between them at will, ffdn_n16_free.
+ * Life: ffdn_n16_init, setters in any order (a cascade before the two-band decay, which every
+ * cascade setter switches off), process calls with setters between them at will, ffdn_n16_free.
  */
 #ifndef BRISEL_FFDN_REF_N16_H
 #define BRISEL_FFDN_REF_N16_H
@@ -76,22 +76,22 @@ BRISEL_API int32_t ffdn_n16_set_cascade(ffdn_n16* f, int32_t K, const int32_t* s
 BRISEL_API int32_t ffdn_n16_set_vfm(ffdn_n16* f, uint32_t K, uint64_t vfm_seed, int32_t sample_rate,
                                     float vfm_density, float t60);
 
-/* Replaces the cascade by one stage of the given delays, int32_t[16], 0 .. 65536 samples; null or all
- * 0: no stage at all. Returns and thread as ffdn_n16_set_cascade. */
+/* Replaces the cascade by one stage of the given delays, int32_t[16], 0 .. 65536 samples; null or
+ * all 0: no stage at all. Returns and thread as ffdn_n16_set_cascade. */
 BRISEL_API int32_t ffdn_n16_set_post_delays(ffdn_n16* f, const int32_t* post_delays,
                                             int32_t sample_rate, float t60);
 
 /* Frees every stage; decay gains and two-band decay stay as they are. [main-thread] */
 BRISEL_API void ffdn_n16_clear_cascade(ffdn_n16* f);
 
-/* Replaces the broadband decay by a one-pole filter a line: t60_low seconds at 0 Hz, t60_high at half
- * the sample rate (formulas: ffdn_block_n16_set_two_band_t60).
+/* Replaces the broadband decay by a one-pole filter a line: t60_low seconds at 0 Hz, t60_high at
+ * half the sample rate (formulas: ffdn_block_n16_set_two_band_t60).
  * Returns 0, or -1 with nothing changed. [any-thread] */
 BRISEL_API int32_t ffdn_n16_set_two_band_t60(ffdn_n16* f, int32_t sample_rate, float t60_low,
                                              float t60_high);
 
-/* Sets the output gains, float[16], linear; null takes ffdn_n16_default_stereo_outputs. Returns 0, or
- * -1 for a null record. [any-thread] */
+/* Sets the output gains, float[16], linear; null takes ffdn_n16_default_stereo_outputs. Returns 0,
+ * or -1 for a null record. [any-thread] */
 BRISEL_API int32_t ffdn_n16_set_stereo_outputs(ffdn_n16* f, const float* left, const float* right,
                                                float direct_left, float direct_right);
 

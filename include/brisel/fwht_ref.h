@@ -2,9 +2,9 @@
  *
  *   X[k] = 1/sqrt(n) * sum over j of (-1)^popcount(j AND k) * x[j]      natural (Sylvester) order
  *
- * The matrix is symmetric and orthonormal: the transform is its own inverse and preserves the sum of
- * squares, both up to rounding. Butterfly passes run with spans n/2, n/4, ... 1, in this order, each
- * writing first + second and first - second; the scaling comes last. The vector kernel
+ * The matrix is symmetric and orthonormal: the transform is its own inverse and preserves the sum
+ * of squares, both up to rounding. Butterfly passes run with spans n/2, n/4, ... 1, in this order,
+ * each writing first + second and first - second; the scaling comes last. The vector kernel
  * fwht_n16_block_avx2 computes the same bits.
  *
  * Source: Fino & Algazi, "Unified matrix treatment of the fast Walsh-Hadamard transform", 1976.

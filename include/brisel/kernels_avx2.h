@@ -1,19 +1,20 @@
-/* The vector kernels of the block engine. They need AVX2 and FMA and do not check for them (see
- * qv_dsp_cpu_features).
+/* The steps of the network as vector kernels, for programs that build a feedback loop of their own.
+ * (The block engine does not call them: it runs loops of the same steps, fused.) They need AVX2 and
+ * FMA and do not check for them (see qv_dsp_cpu_features).
  *
- * All are [audio-thread], check no argument and keep no state. Blocks of the 16 lines are line-major
- * (frame t of line i at i * n + t); gain vectors are float[16], linear. Pointers need no alignment,
- * except for fwht_n16_block_avx2. "tiles" below are whole groups of eight frames: a kernel that works
- * on tiles leaves the n mod 8 frames behind the last one untouched. fma(a, b, c) is a * b + c rounded
- * once; every other product and sum is rounded by itself.
+ * All are [audio-thread], check no argument and keep no state. Blocks of the 16 lines are
+ * line-major (frame t of line i at i * n + t); gain vectors are float[16], linear. Pointers need no
+ * alignment, except for fwht_n16_block_avx2. "tiles" below are whole groups of eight frames: a
+ * kernel that works on tiles leaves the n mod 8 frames behind the last one untouched. fma(a, b, c)
+ * is a * b + c rounded once; every other product and sum is rounded by itself.
  */
 #ifndef BRISEL_KERNELS_AVX2_H
 #define BRISEL_KERNELS_AVX2_H
 
 #include "export.h"
 
-/* Applies the orthonormal 16-point Walsh-Hadamard transform to every frame of a block, in place: the
- * same bits as fwht_ref_n16 per frame.
+/* Applies the orthonormal 16-point Walsh-Hadamard transform to every frame of a block, in place:
+ * the same bits as fwht_ref_n16 per frame.
  *   block  float[16 * n], 32-byte aligned
  *   n      multiple of 8; otherwise only tiles are transformed, and as the rows are then unaligned
  *          the kernel's unaligned accesses are slower */

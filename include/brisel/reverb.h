@@ -67,8 +67,8 @@ typedef struct qv_reverb {
  *   sample_rate  Hz, > 9000 (the EQ's upper corner, 4500 Hz, must lie below half of it)
  *   max_frames   longest block, a positive multiple of 8, at most 0.04 * sample_rate (the default
  *                size's shortest line must hold a whole block)
- * Returns   the object, owned by the caller until qv_reverb_destroy, or null when an argument breaks
- *           a rule or memory runs out.
+ * Returns   the object, owned by the caller until qv_reverb_destroy, or null when an argument
+ *           breaks a rule or memory runs out.
  * Thread    [main-thread]. */
 BRISEL_API qv_reverb* qv_reverb_create(int32_t sample_rate, int32_t max_frames);
 
@@ -90,7 +90,8 @@ BRISEL_API void qv_reverb_destroy(qv_reverb* rev);
  *   frames        a positive multiple of 8, at most max_frames
  * Returns   0, or -1 with nothing written when an argument breaks a rule.
  * Thread    [audio-thread]; no allocation, lock or system call. Flush-to-zero and
- *           denormals-are-zero hold during the call, the thread's control word comes back as it was.
+ *           denormals-are-zero hold during the call, the thread's control word comes back as it
+ *           was.
  * Non-finite input samples count as 0. */
 BRISEL_API int32_t qv_reverb_process(qv_reverb* rev, const float* in_l, const float* in_r,
                                      float* out_l, float* out_r, int32_t frames);
@@ -102,8 +103,8 @@ BRISEL_API int32_t qv_reverb_process(qv_reverb* rev, const float* in_l, const fl
  *   max_frames_out  > 0, any value; the last max_frames_out mod 8 frames stay untouched
  * Returns   the number of frames written, or -1 when an argument breaks a rule.
  * After an isolated click the network is silent between its first echoes and their echoes, for half
- * of `size`: with a max_frames below 0.51 * size * sample_rate the tail can pass for finished there.
- * Flush again, or create the object with longer blocks.
+ * of `size`: with a max_frames below 0.51 * size * sample_rate the tail can pass for finished
+ * there. Flush again, or create the object with longer blocks.
  * Thread    [audio-thread]; takes its time in proportion to the frames written. */
 BRISEL_API int32_t qv_reverb_flush(qv_reverb* rev, float* out_l, float* out_r,
                                    int32_t max_frames_out);

@@ -60,9 +60,9 @@ bool describe_program(const Receiver& receiver) {
 
 // What is behind the last slash of `path`, which loses it.
 std::string_view take_last(std::string_view& path) {
-    const size_t slash = std::min(path.rfind('/'), path.size());
-    const std::string_view last = path.substr(std::min(slash + 1, path.size()));
-    path = path.substr(0, slash);
+    const size_t start = path.rfind('/') + 1; // 0 without a slash
+    const std::string_view last = path.substr(start);
+    path = path.substr(0, start > 0 ? start - 1 : 0);
     return last;
 }
 

@@ -101,8 +101,11 @@ clap_process_status status_of(Status status) {
 
 // An error without processing started, and without an output of 32 bits. A missing input is silence.
 clap_process_status process(const clap_plugin_t* plugin, const clap_process_t* process) {
-    if (!process) return CLAP_PROCESS_ERROR;
+    if (!process || !process->audio_outputs || process->audio_outputs_count == 0)
+        return CLAP_PROCESS_ERROR;
     Plugin& p = self(plugin);
+    clap_audio_buffer_t& output = process->audio_outputs[0];
+    output.constant_mask = 0;
     Block block(p, *process);
     if (!p.processing || !block.has_output()) {
         block.silence();
@@ -111,9 +114,8 @@ clap_process_status process(const clap_plugin_t* plugin, const clap_process_t* p
     send_edits(p, process->out_events);
     const Status status = block.render(process->in_events);
     report_tail(p);
-    clap_audio_buffer_t& output = process->audio_outputs[0];
-    const uint64_t written = output.channel_count == 1 ? 1 : 3;
-    output.constant_mask = status == Status::kAsleep ? written : 0; // asleep, all of it is 0
+    // Asleep, all of it is 0.
+    if (status == Status::kAsleep) output.constant_mask = output.channel_count == 1 ? 1 : 3;
     return status_of(status);
 }
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "core/avx2/ffdn_er_avx2.h"
-#include "core/ffdn_er_storage.h"
+#include "core/avx2/units.h"
+#include "core/ffdn_er.h"
 #include "core/network_math.h"
 
 namespace brisel::live {
@@ -38,10 +38,6 @@ void Early::lay_out(ffdn_er& taps, float size) {
         for (int k = 0; k < kTaps; ++k)
             delays[k] = std::max(delays[k], static_cast<int32_t>(kTile));
     taps.longest_tap = std::max(taps.longest_tap, static_cast<int32_t>(kTile));
-    taps.ring = ring_.get();
-    taps.ring_len = static_cast<int32_t>(size_mask_ + 1);
-    taps.ring_mask = static_cast<int32_t>(size_mask_);
-    taps.max_frames = kLongestSlice;
 }
 
 void Early::reset() {
@@ -84,8 +80,10 @@ void Early::add(float* const wet[2], uint32_t frames) {
     alignas(32) float sums[2][2][kLongestSlice]; // set, channel
     for (int set : {0, 1}) {
         if (set != next_ && !fade_.running()) continue;
-        taps_[set].write_pos = static_cast<int32_t>(static_cast<uint32_t>(written_) & size_mask_);
-        sum_early_taps(taps_[set], sums[set][0], sums[set][1], frames);
+        const ffdn_er& taps = taps_[set];
+        ffdn_er_sum_avx2(ring_.get(), size_mask_ + 1, static_cast<uint32_t>(written_) & size_mask_,
+                         {taps.delays_l, taps.gains_l, taps.n_taps, sums[set][0]},
+                         {taps.delays_r, taps.gains_r, taps.n_taps, sums[set][1]}, frames);
     }
     for (uint32_t t = 0; t < frames; t += kTile) {
         const auto before = static_cast<float>(level_.value);

@@ -1,5 +1,6 @@
 // The order of things in a tile, the two networks and what goes into and comes out of them. The network
-// itself is in network.cpp, what moves its lines in taps.cpp, its decay in loop_decay.cpp.
+// itself is in network.cpp, what moves its lines in taps.cpp, its decay in loop_decay.cpp, the gains between all of
+// them in late_gains.cpp.
 #include "live/engine/late.h"
 
 #include <algorithm>
@@ -9,20 +10,14 @@
 #include <numbers>
 
 #include "live/engine/diffuser.h"
+#include "live/engine/late_gains.h"
 #include "live/engine/loop_decay.h"
-#include "live/engine/motion.h"
 #include "live/engine/network.h"
 #include "live/engine/taps.h"
 
 namespace brisel::live {
 
 namespace {
-
-// Time constants of each of two one-poles, seconds.
-constexpr double kMuteSeconds = 0.01;
-constexpr double kDiffusionSeconds = 0.02;
-constexpr double kHandOverSeconds = 0.003; // of the input to another network; 99 % after 20 ms
-constexpr double kFadeOutSeconds = 0.004;  // of a network that is needed again; -120 dB after 70 ms
 
 constexpr float kSilence = 1e-7f; // a network whose outputs stay below that has rung out
 
@@ -35,18 +30,6 @@ constexpr LateSettings kDefaults = {.size = 0.04,
                                     .mod_rate = 1.0,
                                     .diffusion = 0.0,
                                     .freeze = false};
-
-// Two weights whose squares add up to 1, from (1, 0) to (0, 1).
-struct Blend {
-    float near;
-    float far;
-
-    explicit Blend(double x)
-        : near(x == 1.0 ? 0.0f : static_cast<float>(std::cos(x * std::numbers::pi / 2.0))),
-          far(static_cast<float>(std::sin(x * std::numbers::pi / 2.0))) {}
-};
-
-using Slice = std::array<float, kLongestSlice>;
 
 } // namespace
 
@@ -64,32 +47,31 @@ struct Late::State {
 private:
     DecayTimes target_times() const;
     double mean_loop() const;
+    double early_level() const;
     bool waits_for_knots() const {
-        return glide_.moving() || diffusion_.moving() || second_ ||
+        return glide_.moving() || gains_.diffusion_moving() || second_ ||
                settings_.stages != first().stages();
-    }
-    bool gains_move() const {
-        return mute_.moving() || diffusion_.moving() || share_.moving() || second_level_.moving();
     }
     uint32_t slice_limit() const;
     void begin();
     void at_knot();
     void choose_network();
-    void find_gains(uint32_t frames);
     void scale(const float* const in[2], const Slice& gain, uint32_t from, uint32_t count);
     void step(const float* const in[2], float* const out[2], uint32_t frames, bool ahead);
     void write_diffuser(const float* const in[2], uint32_t from, uint32_t count);
-    void run_network(Network& network, const Slice& input, const Slice& row_gain,
-                     const float* const in[2], float* const out[2], uint32_t frames, bool ahead);
-    void inject_into(Network& network, const Slice& input, const Slice& row_gain,
-                     const float* const in[2], uint32_t frames, uint32_t from, uint32_t count);
-    void mix_early(Network& network, float* const out[2], uint32_t frames);
+    void run_network(size_t k, const float* const in[2], float* const out[2], uint32_t frames,
+                     bool ahead);
+    void inject_into(size_t k, const float* const in[2], uint32_t frames, uint32_t from,
+                     uint32_t count);
     void add_second(float* const out[2], uint32_t frames);
 
-    Network& first() { return networks_[active_]; }
-    const Network& first() const { return networks_[active_]; }
-    Network& other() { return networks_[1 - active_]; }
-    const Network& other() const { return networks_[1 - active_]; }
+    // The network that takes the input, k = 0, and the other one.
+    Network& network(size_t k) { return networks_[k ^ active_]; }
+    const Network& network(size_t k) const { return networks_[k ^ active_]; }
+    Network& first() { return network(0); }
+    const Network& first() const { return network(0); }
+    Network& other() { return network(1); }
+    const Network& other() const { return network(1); }
 
     double rate_ = 0.0;
     uint64_t clock_ = 0; // frames since the reset
@@ -99,27 +81,16 @@ private:
     std::array<Network, 2> networks_;
     Diffuser diffuser_;
 
-    size_t active_ = 0;         // the network that takes the input
+    LateGains gains_;
+
+    size_t active_ = 0;         // of networks_
     bool second_ = false;       // the other one still rings
     uint32_t second_quiet_ = 0; // frames for which it has been silent
     float second_peak_ = 0.0f;  // since the last knot
     bool diffusing_ = false;
+    bool plain_ = false; // in the present slice all gains are 1 and there is nothing to add
 
-    Smoother mute_;         // 1: the input is heard
-    Smoother diffusion_;    // 0 .. 1
-    Smoother share_;        // of the input that the active network takes
-    Smoother second_level_; // of the other one's outputs
-    double mute_share_ = 0, diffusion_share_ = 0, hand_over_share_ = 0, fade_out_share_ = 0;
-
-    // Gains of the frames of a slice. `plain_`: all are 1 and there is nothing to add.
-    bool plain_ = false;
-    bool steady_ = false;                                  // the gains are those of any slice
-    alignas(32) Slice input_, first_input_, second_input_; // mute; and what each network takes
-    alignas(32) Slice first_rows_, second_rows_;           // of the diffuser
-    alignas(32) Slice near_, early_;                       // of the two kinds of outputs
-    alignas(32) Slice level_;                              // of the second network
-
-    alignas(32) Slice scaled_[2], y_[2], early_y_[2];
+    alignas(32) Slice scaled_[2]{}, y_[2]{};
     alignas(32) Slice zeros_{};
     Diffuser::Rows rows_{};
 };
@@ -128,10 +99,7 @@ bool Late::State::prepare(double rate) {
     rate_ = rate;
     taps_.prepare(rate);
     glide_.prepare(rate);
-    mute_share_ = share_of_tile(rate, kMuteSeconds);
-    diffusion_share_ = share_of_tile(rate, kDiffusionSeconds);
-    hand_over_share_ = share_of_tile(rate, kHandOverSeconds);
-    fade_out_share_ = share_of_tile(rate, kFadeOutSeconds);
+    gains_.prepare(rate);
     for (Network& network : networks_)
         if (!network.prepare(rate, taps_)) return false;
     if (!diffuser_.prepare(rate)) return false;
@@ -147,19 +115,29 @@ void Late::State::reset() {
     active_ = 0;
     glide_.jump(target_times());
     first().start(settings_.stages, taps_, glide_);
-    for (Smoother* smoother : {&mute_, &diffusion_}) smoother->snap();
-    share_.target = second_level_.target = 1.0;
-    share_.snap();
-    second_level_.snap();
-    diffusing_ = steady_ = false;
+    gains_.snap();
+    diffusing_ = false;
 }
 
 void Late::State::set(const LateSettings& settings) {
     settings_ = settings;
     taps_.set(settings);
     glide_.aim(target_times(), mean_loop());
-    mute_.target = settings.freeze ? 0.0 : 1.0;
-    diffusion_.target = settings.diffusion;
+    gains_.aim(settings.freeze, settings.diffusion, early_level());
+    if (!diffusing_) gains_.snap_early_level();
+}
+
+// The outputs behind the last stage lack what passes the filters for the first time. Steady white noise
+// has the power sum over k >= 0 of g^2k in the lines' outputs and of g^2k, k >= 1, behind them, g^2 the
+// power gain of a trip. With 1 / g^2 = 1 / low^2 + (1 / high^2 - 1 / low^2) sin^2(w / 2) the means over w
+// are 1 + m and m, m = ((1 / low^2 - 1) (1 / high^2 - 1))^-1/2.
+double Late::State::early_level() const {
+    constexpr double kMost = 4.0;
+    const DecayTimes times = target_times();
+    const auto loss = [&](double time) {
+        return std::expm1(6.0 * std::numbers::ln10 * mean_loop() / time); // 1 / g^2 - 1
+    };
+    return std::min(std::sqrt(1.0 + std::sqrt(loss(times.low) * loss(times.high))), kMost);
 }
 
 // Seconds; of the settings' size and stages.
@@ -181,7 +159,7 @@ DecayTimes Late::State::target_times() const {
 
 uint32_t Late::State::slice_limit() const {
     uint32_t limit = taps_.slice_limit();
-    if (gains_move()) limit = std::min(limit, kMovingSlice);
+    if (gains_.moving()) limit = std::min(limit, kMovingSlice);
     if (waits_for_knots()) limit = std::min(limit, kKnot - static_cast<uint32_t>(clock_ % kKnot));
     return limit;
 }
@@ -189,9 +167,10 @@ uint32_t Late::State::slice_limit() const {
 // At the start of a slice.
 void Late::State::begin() {
     if (clock_ % kKnot == 0 && waits_for_knots()) at_knot();
-    if (!diffusing_ && diffusion_.target > 0.0) {
+    if (!diffusing_ && gains_.wants_diffusion()) {
         diffusing_ = true;
         diffuser_.start(settings_.size);
+        gains_.fade_in_diffuser();
     }
     if (!taps_.begin()) return;
     first().start_resize(taps_, glide_);
@@ -205,20 +184,20 @@ void Late::State::at_knot() {
         first().step_decay(glide_);
         if (second_) other().step_decay(glide_);
     }
-    if (diffusion_.target == 0.0 && !diffusion_.moving()) diffusing_ = false;
+    if (!gains_.wants_diffusion() && !gains_.diffusion_moving()) diffusing_ = false;
     if (second_) {
         second_quiet_ = second_peak_ < kSilence ? second_quiet_ + kKnot : 0;
         second_peak_ = 0.0f;
-        if (second_quiet_ > longest_path() || second_level_.value == 0.0) second_ = false;
+        if (second_quiet_ > longest_path() || gains_.faded_out()) second_ = false;
     }
     choose_network();
 }
 
 // Hands the input over to a network with as many stages as are set, as soon as there is one.
 void Late::State::choose_network() {
-    if (settings_.stages == first().stages() || share_.moving()) return;
-    if (second_ && (other().stages() != settings_.stages || second_level_.target == 0.0)) {
-        second_level_.target = 0.0;
+    if (settings_.stages == first().stages() || gains_.handing_over()) return;
+    if (second_ && (gains_.fading_out() || other().stages() != settings_.stages)) {
+        gains_.fade_out_second();
         return;
     }
     if (!second_) other().start(settings_.stages, taps_, glide_);
@@ -226,61 +205,7 @@ void Late::State::choose_network() {
     second_ = true;
     second_quiet_ = 0;
     second_peak_ = 0.0f;
-    second_level_.target = 1.0;
-    second_level_.snap();
-    share_.target = 0.0;
-    share_.snap();
-    share_.target = 1.0;
-}
-
-// Steps the smoothers through the tiles of a slice.
-void Late::State::find_gains(uint32_t frames) {
-    plain_ = !gains_move() && !second_ && !diffusing_ && mute_.value == 1.0;
-    if (plain_) return;
-    // Where nothing moves, what a whole slice's tiles have had stays right for the next ones.
-    if (steady_ && !gains_move()) return;
-    steady_ = !gains_move();
-    if (steady_) frames = kLongestSlice;
-    struct Ends {
-        float input, first, second, near, early, level;
-    };
-    const __m256 row_gain = _mm256_set1_ps(Diffuser::kGain);
-    const auto now = [&] {
-        const Blend share(share_.value);
-        const Blend diffusion(diffusion_.value);
-        return Ends{static_cast<float>(mute_.value),
-                    share.far,
-                    share.near,
-                    diffusion.near,
-                    diffusion.far,
-                    static_cast<float>(second_level_.value)};
-    };
-    Ends end = now();
-    for (uint32_t t = 0; t < frames; t += kTile) {
-        const Ends begin = end;
-        if (gains_move()) {
-            mute_.step(mute_share_);
-            diffusion_.step(diffusion_share_);
-            share_.step(hand_over_share_);
-            second_level_.step(fade_out_share_);
-            end = now();
-        }
-        const __m256 input = ramp(begin.input, end.input);
-        const __m256 first = ramp(begin.first, end.first);
-        const __m256 second = ramp(begin.second, end.second);
-        const __m256 near = ramp(begin.near, end.near);
-        const __m256 early = ramp(begin.early, end.early);
-        const __m256 direct = _mm256_mul_ps(input, near);
-        _mm256_store_ps(&input_[t], input);
-        _mm256_store_ps(&first_input_[t], _mm256_mul_ps(direct, first));
-        _mm256_store_ps(&second_input_[t], _mm256_mul_ps(direct, second));
-        const __m256 diffused = _mm256_mul_ps(early, row_gain);
-        _mm256_store_ps(&first_rows_[t], _mm256_mul_ps(diffused, first));
-        _mm256_store_ps(&second_rows_[t], _mm256_mul_ps(diffused, second));
-        _mm256_store_ps(&near_[t], near);
-        _mm256_store_ps(&early_[t], early);
-        _mm256_store_ps(&level_[t], ramp(begin.level, end.level));
-    }
+    gains_.hand_over();
 }
 
 // The products are never -0, which would let two ways of adding nothing differ.
@@ -296,20 +221,21 @@ void Late::State::scale(const float* const in[2], const Slice& gain, uint32_t fr
 
 void Late::State::step(const float* const in[2], float* const out[2], uint32_t frames, bool ahead) {
     taps_.plan(frames);
-    find_gains(frames);
+    plain_ = !gains_.moving() && gains_.heard() && !second_ && !diffusing_;
     if (plain_) {
         const auto knot = static_cast<uint32_t>(clock_ % kKnot);
         first().run(taps_, glide_, knot, in, out, frames);
     } else {
+        gains_.find(frames);
         if (diffusing_) {
             diffuser_.begin(frames);
             if (!ahead) write_diffuser(in, 0, frames);
             diffuser_.run(rows_, taps_.resize());
         }
-        run_network(first(), first_input_, first_rows_, in, out, frames, ahead);
+        run_network(0, in, out, frames, ahead);
         if (second_) {
             float* const y[2] = {y_[0].data(), y_[1].data()};
-            run_network(other(), second_input_, second_rows_, in, y, frames, ahead);
+            run_network(1, in, y, frames, ahead);
             add_second(out, frames);
         }
     }
@@ -321,57 +247,47 @@ void Late::State::step(const float* const in[2], float* const out[2], uint32_t f
 }
 
 void Late::State::write_diffuser(const float* const in[2], uint32_t from, uint32_t count) {
+    if (gains_.steady() && gains_.feed[0] == 1.0f) {
+        diffuser_.write(in, from, count);
+        return;
+    }
     const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
-    scale(in, input_, from, count);
+    scale(in, gains_.feed, from, count);
     diffuser_.write(x, from, count);
 }
 
 // One network with its share of the inputs and of the diffuser's rows. The outputs behind the last stage
 // are to be without these: where they are needed, the lines get their inputs later.
-void Late::State::run_network(Network& network, const Slice& input, const Slice& row_gain,
-                              const float* const in[2], float* const out[2], uint32_t frames,
-                              bool ahead) {
+void Late::State::run_network(size_t k, const float* const in[2], float* const out[2],
+                              uint32_t frames, bool ahead) {
     const auto knot = static_cast<uint32_t>(clock_ % kKnot);
     const float* const silence[2] = {zeros_.data(), zeros_.data()};
     if (!diffusing_) {
         const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
-        if (!ahead) scale(in, input, 0, frames);
-        network.run(taps_, glide_, knot, ahead ? silence : x, out, frames);
+        if (!ahead) scale(in, gains_.inputs[k], 0, frames);
+        network(k).run(taps_, glide_, knot, ahead ? silence : x, out, frames);
         return;
     }
-    network.run(taps_, glide_, knot, silence, out, frames);
-    mix_early(network, out, frames);
-    if (!ahead) inject_into(network, input, row_gain, in, frames, 0, frames);
+    network(k).run(taps_, glide_, knot, silence, out, frames);
+    network(k).mix_early_outputs(out, gains_.near.data(), gains_.early.data(), frames);
+    if (!ahead) inject_into(k, in, frames, 0, frames);
 }
 
 // What run_network() leaves to be done when the inputs are there, of frames from .. from + count - 1.
-void Late::State::inject_into(Network& network, const Slice& input, const Slice& row_gain,
-                              const float* const in[2], uint32_t frames, uint32_t from,
+void Late::State::inject_into(size_t k, const float* const in[2], uint32_t frames, uint32_t from,
                               uint32_t count) {
-    const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
-    scale(in, input, from, count);
-    network.inject(x, frames, from, count);
-    if (diffusing_) network.inject_rows(rows_, row_gain.data(), frames, from, count);
-}
-
-// out = near * out + early * (what the lines take in)
-void Late::State::mix_early(Network& network, float* const out[2], uint32_t frames) {
-    float* const early[2] = {early_y_[0].data(), early_y_[1].data()};
-    network.early_outputs(early, frames);
-    for (size_t c = 0; c < 2; ++c)
-        for (uint32_t t = 0; t < frames; t += kTile) {
-            const __m256 far_part =
-                _mm256_mul_ps(_mm256_load_ps(&near_[t]), _mm256_loadu_ps(out[c] + t));
-            const __m256 sum = _mm256_fmadd_ps(_mm256_load_ps(&early_[t]),
-                                               _mm256_loadu_ps(early[c] + t), far_part);
-            _mm256_storeu_ps(out[c] + t, sum);
-        }
+    if (!gains_.steady() || gains_.inputs[k][0] != 0.0f) {
+        const float* const x[2] = {scaled_[0].data(), scaled_[1].data()};
+        scale(in, gains_.inputs[k], from, count);
+        network(k).inject(x, frames, from, count);
+    }
+    if (diffusing_) network(k).inject_rows(rows_, gains_.rows[k].data(), frames, from, count);
 }
 
 void Late::State::add_second(float* const out[2], uint32_t frames) {
     for (size_t c = 0; c < 2; ++c)
         for (uint32_t t = 0; t < frames; ++t) {
-            const float y = level_[t] * y_[c][t];
+            const float y = gains_.second[t] * y_[c][t];
             out[c][t] += y;
             second_peak_ = std::max(second_peak_, std::fabs(y));
         }
@@ -401,8 +317,8 @@ void Late::State::inject(const float* const in[2], uint32_t from, uint32_t to) {
         return;
     }
     if (diffusing_) write_diffuser(in, from, count);
-    inject_into(first(), first_input_, first_rows_, in, kTile, from, count);
-    if (second_) inject_into(other(), second_input_, second_rows_, in, kTile, from, count);
+    inject_into(0, in, kTile, from, count);
+    if (second_) inject_into(1, in, kTile, from, count);
 }
 
 uint64_t Late::State::longest_path() const {

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <numbers>
 
-#include "core/avx2/decay_gains_n16_avx2.h"
+#include "core/avx2/units.h"
 
 namespace brisel::live {
 
@@ -145,8 +145,8 @@ void LoopDecay::row(ShelfRow& to, uint32_t offset, float s) const {
 }
 
 void LoopDecay::settled(const DecayGlide& glide, ffdn_block_n16& e, bool from_silence) const {
-    two_band_gains(e.shelf_b0, e.shelf_a1, rate_, glide.end().low, glide.end().high,
-                   old_.loops.data());
+    ffdn_decay_two_band_avx2(e.shelf_b0, e.shelf_a1, rate_, glide.end().low, glide.end().high,
+                             old_.loops.data());
     if (from_silence) return;
     for (float& a1 : e.shelf_a1) a1 = std::min(a1, kSlowest);
 }

@@ -67,6 +67,7 @@ public:
     void finish() { position_ = length_; }
     bool running() const { return position_ < length_; }
     uint32_t left() const { return length_ - position_; }
+    uint32_t length() const { return length_; }
     void advance(uint32_t frames) { position_ += frames < left() ? frames : left(); }
 
     // The other way round, from where it stands.

@@ -7,73 +7,31 @@
 #include <cstring>
 
 #include "brisel/ffdn_defaults_n16.h"
-#include "core/ffdn_block_signals.h"
-#include "core/ffdn_block_storage.h"
+#include "core/ffdn_block.h"
 #include "core/network_math.h"
 #include "live/engine/ring.h"
+#include "live/engine/turn.h"
 
 namespace brisel::live {
 
 namespace {
 
-// How a pair of lines goes from its old taps a to its new ones b.
-//
-// A crossfade a + w (b - a) of two uncorrelated taps has less energy than either of them, and a gain that
-// makes up for it lets grow what they have in common, low frequencies, trip by trip. Here the halves of
-// the differences, (b - a) / 2 of the two lines i and j, turn by an angle from 0 to pi instead:
-//
-//   row i = (a_i + b_i) / 2 - cos (b_i - a_i) / 2 + sin (b_j - a_j) / 2
-//   row j = (a_j + b_j) / 2 - cos (b_j - a_j) / 2 - sin (b_i - a_i) / 2
-//
-// Turning keeps the energy of the differences, at every frequency, and the means are left alone. As long as
-// the lines are not correlated with each other, the rows have the energy (1 - w) a^2 + w b^2 with
-// w = (1 - cos) / 2. Where one line's delay grows by what the other's shrinks, all frequencies pass
-// without any loss whatever the lines hold.
-struct Turn {
-    __m256 cosine; // half of it
-    __m256 sine;   // likewise
-
-    Turn() = default;
-    // tan(angle / 2) = root * s / (1 - s). The root of the ratio of both trips' gains lets each tap be fed
-    // back with its own length's gain when the filter's gain is the mix of both.
-    Turn(__m256 s, __m256 root) {
-        const __m256 one = _mm256_set1_ps(1.0f);
-        const __m256 half = _mm256_set1_ps(0.5f);
-        const __m256 p = _mm256_sub_ps(one, s);
-        const __m256 q = _mm256_mul_ps(s, root);
-        const __m256 p2 = _mm256_mul_ps(p, p);
-        const __m256 q2 = _mm256_mul_ps(q, q);
-        const __m256 norm = _mm256_div_ps(one, _mm256_add_ps(p2, q2));
-        cosine = _mm256_mul_ps(_mm256_mul_ps(_mm256_sub_ps(p2, q2), norm), half);
-        sine = _mm256_mul_ps(_mm256_mul_ps(p, q), norm);
-    }
-};
-
-// w = (1 - cos) / 2 where the root is 1.
-float weight_of(float s) {
-    return s * s / (s * s + (1.0f - s) * (1.0f - s));
-}
-
-// A tile of a pair: its taps, [line][old, new], and its rows.
-inline void turn_tile(const float* const taps[2][2], float* const rows[2], uint32_t t,
-                      const Turn& turn) {
-    const __m256 half = _mm256_set1_ps(0.5f);
-    __m256 way[2];
-    __m256 row[2];
-    for (size_t k = 0; k < 2; ++k) {
-        const __m256 a = _mm256_loadu_ps(taps[k][0] + t);
-        const __m256 b = _mm256_loadu_ps(taps[k][1] + t);
-        way[k] = _mm256_sub_ps(b, a);
-        row[k] = _mm256_fnmadd_ps(turn.cosine, way[k], _mm256_mul_ps(_mm256_add_ps(a, b), half));
-    }
-    _mm256_storeu_ps(rows[0] + t, _mm256_fmadd_ps(turn.sine, way[1], row[0]));
-    _mm256_storeu_ps(rows[1] + t, _mm256_fnmadd_ps(turn.sine, way[0], row[1]));
-}
-
 // Each row enters a line of either side, with signs that are orthogonal: rows that come out of a transform
 // must not add up to one of those that went in. (-1)^(x1 x2) for the left side and (-1)^(x1 x2 + x3) for
 // the right one, x the bits of the row's number, draw on four of eight each.
 constexpr float kSigns[BRISEL_LINES] = {1, 1, 1, 1, 1, 1, -1, -1, 1, -1, 1, -1, 1, -1, -1, 1};
+
+// v[t] += sign * (gain[t] * row[t])
+void add_scaled(float* v, const float* gain, const float* row, size_t frames, float sign) {
+    const __m256 flip = _mm256_set1_ps(sign < 0.0f ? -0.0f : 0.0f);
+    size_t t = 0;
+    for (; t + 8 <= frames; t += 8) {
+        const __m256 signed_row = _mm256_xor_ps(_mm256_loadu_ps(row + t), flip);
+        _mm256_storeu_ps(
+            v + t, _mm256_fmadd_ps(_mm256_loadu_ps(gain + t), signed_row, _mm256_loadu_ps(v + t)));
+    }
+    for (; t < frames; ++t) v[t] = std::fma(gain[t], sign * row[t], v[t]);
+}
 
 } // namespace
 
@@ -121,6 +79,7 @@ void Network::start(int stages, const Taps& taps, const DecayGlide& glide) {
     std::fill_n(engine_.line_wpos, BRISEL_LINES, 0u);
     std::fill_n(engine_.shelf_state, BRISEL_LINES, 0.0f);
     written_ = 0;
+    random_ = Xorshift64::seeded(0);
 
     decay_.jump(glide, loops(taps.from()));
     settled_ = false;
@@ -151,7 +110,8 @@ void Network::start_resize(const Taps& taps, const DecayGlide& glide) {
     decay_.gain_roots(glide, roots);
     for (size_t p = 0; p < kPairs; ++p) {
         const size_t i = first_of_pair(p);
-        gain_roots_[p] = 0.5f * (roots[i] + roots[i + 2]);
+        const float root = 0.5f * (roots[i] + roots[i + 2]);
+        gain_roots_[p] = random_.next() >> 63 ? -root : root;
     }
 }
 
@@ -243,7 +203,7 @@ void Network::read_pair(const Taps& taps, size_t pair, uint32_t frames) {
         for (uint32_t k = 0; k < run.frames; k += kTile) {
             const __m256 frame =
                 _mm256_add_ps(_mm256_set1_ps(static_cast<float>(run.position + k)), ramp);
-            turn_tile(found, rows, k, Turn(smootherstep(_mm256_mul_ps(frame, scale)), one));
+            turn_tile(found, rows, k, Turn(smoothstep(_mm256_mul_ps(frame, scale)), one));
         }
     }
 }
@@ -313,7 +273,8 @@ void Network::run(const Taps& taps, const DecayGlide& glide, uint32_t knot,
     written_ += frames;
 }
 
-void Network::early_outputs(float* const out[2], uint32_t frames) {
+void Network::mix_early_outputs(float* const out[2], const float* near, const float* early,
+                                uint32_t frames) {
     const float* rows[BRISEL_LINES];
     for (size_t i = 0; i < BRISEL_LINES; ++i)
         rows[i] = tap(i, frames, 0, frames, scratch_[i].data());
@@ -323,7 +284,10 @@ void Network::early_outputs(float* const out[2], uint32_t frames) {
             __m256 sum = _mm256_setzero_ps();
             for (size_t i = c; i < BRISEL_LINES; i += 2)
                 sum = _mm256_add_ps(sum, _mm256_loadu_ps(rows[i] + t));
-            _mm256_storeu_ps(out[c] + t, _mm256_mul_ps(gain, sum));
+            const __m256 lines =
+                _mm256_mul_ps(_mm256_loadu_ps(near + t), _mm256_loadu_ps(out[c] + t));
+            const __m256 weight = _mm256_mul_ps(_mm256_loadu_ps(early + t), gain);
+            _mm256_storeu_ps(out[c] + t, _mm256_fmadd_ps(weight, sum, lines));
         }
 }
 
@@ -355,10 +319,7 @@ void Network::inject_rows(const HalfRows& rows, const float* gain, uint32_t fram
                           uint32_t count) {
     for (size_t i = 0; i < BRISEL_LINES; ++i)
         each_run(i, frames, from, count, [&](float* v, size_t t, size_t n) {
-            const float sign = kSigns[i];
-            const float* row = rows[i / 2].data() + from + t;
-            const float* g = gain + from + t;
-            for (size_t k = 0; k < n; ++k) v[k] = std::fma(sign * g[k], row[k], v[k]);
+            add_scaled(v, gain + from + t, rows[i / 2].data() + from + t, n, kSigns[i]);
         });
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "brisel/ffdn_block.h"
+#include "core/network_math.h"
 #include "live/engine/loop_decay.h"
 #include "live/engine/storage.h"
 #include "live/engine/taps.h"
@@ -35,9 +36,10 @@ public:
     // The frames that the taps have planned: inputs in, outputs out. `knot`: frames since the last knot.
     void run(const Taps& taps, const DecayGlide& glide, uint32_t knot, const float* const in[2],
              float* const out[2], uint32_t frames);
-    // Of the frames that were run last, with zeros for inputs: what the outputs would be, had the lines no
-    // delay; behind the last stage.
-    void early_outputs(float* const out[2], uint32_t frames);
+    // out = near * out + early * e for the outputs of the frames that were run last, with zeros for inputs:
+    // e is what the outputs would be, had the lines no delay; behind the last stage.
+    void mix_early_outputs(float* const out[2], const float* near, const float* early,
+                           uint32_t frames);
     // Input for the last `frames` frames, whose run had zeros there: of these the ones from `from` on,
     // `count` in number. First the inputs of the sides, then eight rows, of which row k enters the lines
     // 2 k and 2 k + 1 times gain[t]; in[0][0], gain[from] and row[from] belong to frame `from`.
@@ -70,7 +72,9 @@ private:
     bool from_silence_ = false; // nothing has moved since the start
     std::array<ShelfRow, kLongestSlice / kTile + 1> shelf_rows_{};
 
-    alignas(32) std::array<float, kPairs> gain_roots_{}; // of a resize; see Turn
+    alignas(
+        32) std::array<float, kPairs> gain_roots_{}; // of a resize, with its directions; see Turn
+    Xorshift64 random_{};                            // draws the directions
 
     std::array<std::array<float, kLongestSlice>, 2 * BRISEL_LINES> scratch_{};
 };

@@ -42,15 +42,25 @@ public:
     uint32_t longest() const; // frames, of the taps in use
 
 private:
+    // A short history is enough for short delays and stays in the processor's cache, where a walk through
+    // the long one would not.
+    struct History {
+        Floats rings[2];
+        uint32_t size = 0;
+    };
+    static bool allocate(History& history, uint32_t size);
+    const History& history_for(uint32_t delay) const;
+    void move_to(const History& history);
     void read(int channel, float* to, uint32_t delay, uint32_t from, uint32_t count) const;
 
     double rate_ = 0.0;
     uint32_t target_ = 0, now_ = 0, next_ = 0; // delays, frames
     Fade fade_;                                // between two delays
     Fade entry_;                               // of the input
-    Floats rings_[2];
-    uint32_t mask_ = 0;
-    uint64_t written_ = 0; // frames before the present slice, since the reset
+    History short_, long_;
+    const History* history_ = &short_; // in use
+    uint64_t written_ = 0;             // frames before the present slice, since the reset
+    uint64_t oldest_ = 0;              // the first of them that the history holds
     alignas(32) float out_[2][kLongestSlice] = {};
     alignas(32) float old_[kLongestSlice] = {}; // of the tap that fades out
     alignas(32) float entering_[2][kLongestSlice] = {};

@@ -359,7 +359,7 @@ uint32_t Reverb::State::deliver(const float* const host[2], uint32_t at, uint32_
     mixer.deliver(in_channels, out, from, to);
     ahead -= frames;
 
-    const auto loud = [this, from, to](const float* channel) {
+    const auto loud = [from, to](const float* channel) {
         return std::any_of(channel + from, channel + to,
                            [](float x) { return std::fabs(x) >= kSilence; });
     };

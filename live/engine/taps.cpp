@@ -5,7 +5,7 @@
 #include <numbers>
 
 #include "brisel/ffdn_defaults_n16.h"
-#include "core/ffdn_block_storage.h"
+#include "core/ffdn_block.h"
 
 namespace brisel::live {
 
@@ -13,7 +13,12 @@ namespace {
 
 constexpr double kLongestSize = 0.5;        // seconds
 constexpr double kDeepestSeconds = 0.33e-3; // of modulation
+
+// Shallow modulation rests between its steps, and short steps leave most of the lines at rest. Deep
+// modulation always moves, and the longer its steps, the less a sine shows beside it; but the fastest
+// line takes ten of them a period.
 constexpr double kStepSeconds = 1024.0 / 48000.0;
+constexpr double kDeepSeconds = 3.0 / 48000.0;
 
 // The exact reverb's modulation.
 constexpr uint64_t kSeed = 0xC0DECAFE12345678;
@@ -44,7 +49,7 @@ void Taps::prepare(double rate) {
     for (uint32_t& delay : longest_possible_) delay += static_cast<uint32_t>(deepest_);
     resize_.set_length(whole_tiles(rate, kDelayFadeSeconds));
     // Steps begin on tiles; the lines take turns.
-    longest_step_ = std::max(whole_tiles(rate, kStepSeconds) / 128, 1u) * 128;
+    shortest_step_ = std::max(whole_tiles(rate, kStepSeconds) / 128, 1u) * 128;
 }
 
 void Taps::reset(const LateSettings& settings) {
@@ -56,8 +61,8 @@ void Taps::reset(const LateSettings& settings) {
     for (uint32_t p = 0; p < kPairs; ++p)
         pairs_[p] = {0,
                      0,
-                     p * longest_step_ / static_cast<uint32_t>(kPairs),
-                     longest_step_,
+                     p * shortest_step_ / static_cast<uint32_t>(kPairs),
+                     shortest_step_,
                      draws.phase[p],
                      draws.inc[p]};
 }
@@ -95,12 +100,18 @@ void Taps::step(Pair& pair) {
     pair.phase = std::fmod(pair.phase + pair.length * pair.per_frame * settings_.mod_rate,
                            2.0 * std::numbers::pi);
     pair.position = 0;
-    pair.length = longest_step_;
+    pair.length = step_length();
     pair.from = pair.to;
     if (moving() || settings_.freeze) return;
     const double depth = settings_.modulate ? settings_.mod_depth * rate_ : 0.0;
     const auto offset = static_cast<int32_t>(std::lround(depth * std::sin(pair.phase)));
     pair.to = std::clamp(offset, -deepest_, deepest_);
+}
+
+uint32_t Taps::step_length() const {
+    const bool deep = settings_.modulate && settings_.mod_depth >= kDeepSeconds;
+    if (!deep || settings_.mod_rate > 2.0) return shortest_step_;
+    return shortest_step_ * (settings_.mod_rate > 1.0 ? 2 : 4);
 }
 
 void Taps::plan(uint32_t frames) {

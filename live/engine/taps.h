@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <span>
 
-#include "brisel/ffdn_block.h"
+#include "core/ffdn_block.h"
 #include "live/engine/late.h"
 #include "live/engine/motion.h"
 
@@ -89,14 +89,15 @@ private:
     };
 
     void step(Pair& pair);
+    uint32_t step_length() const;
     uint32_t until_quiet() const;
 
     static constexpr size_t kMostRuns = 4;
 
     double rate_ = 0.0;
-    uint32_t shortest_ = 0;     // frames of any line's delay without modulation
-    int32_t deepest_ = 0;       // samples, of any modulation
-    uint32_t longest_step_ = 0; // frames
+    uint32_t shortest_ = 0;      // frames of any line's delay without modulation
+    int32_t deepest_ = 0;        // samples, of any modulation
+    uint32_t shortest_step_ = 0; // frames
     LateSettings settings_{};
     LineDelays from_{}, to_{}, target_{};
     LineDelays longest_possible_{};

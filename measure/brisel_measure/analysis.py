@@ -1,16 +1,25 @@
 """From an impulse response to figures: pure functions on numpy arrays, without files or pictures.
 
-Responses are float arrays, free of noise, of one channel or with a column for each; the energies of
-several channels add up. Times are in seconds, frequencies in Hz, levels in dB.
+Responses are float arrays of one channel or with a column for each; the energies of several
+channels add up. They are free of noise, but for `find_decay`, which tells a decay from the noise
+that it falls into. Times are in seconds, frequencies in Hz, levels in dB.
 
 Sources
   ISO 3382-1:2009, Acoustics: Measurement of room acoustic parameters, part 1: decay, clarity,
       definition, onset, interaural cross-correlation.
   M. R. Schroeder, New method of measuring reverberation time, JASA 37, 1965: backward integration.
   F. Jacobsen, J. H. Rindel, Time reversed decay measurements, J. Sound Vib. 117, 1987.
+  A. Lundeby, T. E. Vigran, H. Bietz, M. Vorlaender, Uncertainties of measurements in room
+      acoustics, Acustica 81, 1995: where a decay meets the noise.
+  C. C. J. M. Hak, R. H. C. Wenmaekers, L. C. J. van Luxemburg, Measuring room impulse responses:
+      impact of the decay range on derived room acoustic parameters, Acta Acustica 98, 2012.
+  M. Guski, M. Vorlaender, Comparison of noise compensation methods for room acoustic impulse
+      response evaluations, Acta Acustica 100, 2014.
   J. S. Abel, P. Huang, A simple, robust measure of reverberation echo density, AES Convention 121,
       2006.
 """
+
+import dataclasses
 
 import numpy as np
 from scipy import signal, special
@@ -21,6 +30,18 @@ ECHO_WINDOW = 0.020  # seconds, the window of Abel and Huang
 # At 48 kHz the density of Gaussian noise scatters around 1 with a standard deviation of 0.04; a
 # response counts as mixed once its density comes as near to 1 as that of noise always is.
 MIXED = 0.9
+# And it stays mixed from when its density no longer falls below this: five standard deviations of
+# noise, which 0.9 is not far enough for. Looked for while the first 30 dB decay: later, damping
+# leaves so narrow a band that its density scatters more than that of noise.
+STAYS_MIXED = 0.8
+STAYS_UNTIL = -30  # dB of the decay curve
+
+# The range between the loudest moment and the noise, in dB, that a decay time needs: 10 dB more
+# than the levels that it is fitted to (ISO 3382-1; Hak et al.).
+RANGE_NEEDED = {"edt_s": 20, "t20_s": 35, "t30_s": 45}
+
+# EDT over T30 beyond which, or beyond whose inverse, a decay is not called straight.
+STRAIGHT = 1.25
 
 # The spectral flatness of Gaussian noise: the power of one line of its spectrum is exponentially
 # distributed, whose geometric mean is exp(-0.5772...) of the mean.
@@ -72,13 +93,83 @@ def octave_band(response, centre, rate):
     return signal.sosfilt(octave_filter(centre, rate), response[::-1], axis=0)[::-1]
 
 
-def decay_curve(response):
-    """The energy still to come at each sample, in dB below the whole (Schroeder integration)."""
-    remaining = np.cumsum(energy(response)[::-1])[::-1]
-    if remaining.size == 0 or remaining[0] == 0:
+def decay_curve(response, decay=None):
+    """The energy still to come at each sample, in dB below the whole (Schroeder integration).
+
+    With a `Decay`, up to where it ends, less the noise and with what would have come beyond.
+    """
+    level = energy(response) if decay is None else energy(response[: decay.end]) - decay.noise
+    remaining = np.cumsum(level[::-1])[::-1] + (0 if decay is None else decay.beyond)
+    if remaining.size == 0 or remaining[0] <= 0:
         raise ValueError("the response is silent")
     with np.errstate(divide="ignore"):
-        return 10 * np.log10(remaining / remaining[0])
+        return 10 * np.log10(np.maximum(remaining, 0) / remaining[0])
+
+
+@dataclasses.dataclass
+class Decay:
+    """How a response falls into noise; see `find_decay`."""
+
+    end: int  # where the decay meets the noise, in samples
+    beyond: float = 0.0  # energy that it would have had from there on
+    noise: float = 0.0  # energy of a frame of it
+    range_db: float = np.inf  # between the loudest moment and the noise
+
+
+def find_decay(response, rate):
+    """Where a decay meets the noise (Lundeby et al.), of a response that begins at its onset.
+
+    The level is averaged over intervals, a line fitted to its decay and brought to an intersection
+    with the level of the noise, which is taken from what follows it; intervals and fit follow from
+    the line found before, for five times at most. What the decay would have held beyond is that of
+    an exponential with the slope of the line (ISO 3382-1). None if there is no decay above the
+    noise.
+    """
+    level = energy(response)
+    # Silence at the end is none of the room's: what is before it tells of the noise, or is cut off.
+    level = level[: np.flatnonzero(level)[-1] + 1] if level.any() else level[:0]
+    if len(level) < rate // 20:
+        return None
+
+    def averages(size):
+        count = len(level) // size
+        return decibels(level[: count * size].reshape(count, size).mean(axis=1))
+
+    def line(size, first, last):  # level in dB at sample 0, and dB a sample
+        at = (np.arange(first, last) + 0.5) * size
+        slope, start = np.polyfit(at, averages(size)[first:last], 1)
+        return start, slope
+
+    size = max(1, min(int(0.020 * rate), len(level) // 50))
+    noise = decibels(level[-len(level) // 10 :].mean())
+    shown = averages(size)
+    peak = int(np.argmax(shown))
+    loudest = shown[peak]
+    last = peak + int(np.argmax(shown[peak:] < noise + 8))
+    if last - peak < 3:
+        return None
+    start, slope = line(size, peak, last)
+    cross = 0
+    for _ in range(5):
+        if slope >= 0:
+            return None
+        before, cross = cross, (noise - start) / slope
+        size = max(1, int(-10 / slope / 6))  # six intervals for 10 dB
+        quiet = min(int(cross - 8 / slope), int(0.9 * len(level)))
+        noise = decibels(level[quiet:].mean())
+        shown = averages(size)
+        peak = int(np.argmax(shown))
+        last = peak + int(np.argmax(shown[peak:] < noise + 8))
+        first = max(peak, last - 12)  # 20 dB
+        if last - first < 3:
+            break
+        start, slope = line(size, first, last)
+        if abs(cross - before) < size / 2:
+            break
+    end = int(np.clip((noise - start) / slope, 1, len(level)))
+    # The integral of the exponential from the intersection on.
+    beyond = 10 ** ((start + slope * end) / 10) * 10 / (-slope * np.log(10))
+    return Decay(end, float(beyond), float(10 ** (noise / 10)), float(loudest - noise))
 
 
 def decay_time(curve, rate, upper, lower):
@@ -97,13 +188,15 @@ def decay_time(curve, rate, upper, lower):
     return float(-60 / slope)
 
 
-def decay_times(response, rate):
-    """EDT, T20 and T30 of a response that begins at its onset."""
-    curve = decay_curve(response)
+def decay_times(response, rate, decay=None):
+    """EDT, T20 and T30 of a response that begins at its onset; NaN where the range is too small."""
+    curve = decay_curve(response, decay)
+    levels = {"edt_s": (0, -10), "t20_s": (-5, -25), "t30_s": (-5, -35)}
     return {
-        "edt_s": decay_time(curve, rate, 0, -10),
-        "t20_s": decay_time(curve, rate, -5, -25),
-        "t30_s": decay_time(curve, rate, -5, -35),
+        name: decay_time(curve, rate, *pair)
+        if decay is None or decay.range_db >= RANGE_NEEDED[name]
+        else np.nan
+        for name, pair in levels.items()
     }
 
 
@@ -137,18 +230,24 @@ def set_octave_t30(centre, rate, low, high, loop):
     return decay_time(10 * np.log10(curve / curve[0]), steps, -5, -35)
 
 
-def clarity(response, rate, limit=0.080):
-    """C80: early over late energy in dB, of a response that begins at its onset (ISO 3382-1)."""
+def early_and_late(response, rate, limit, decay=None):
+    """The energy up to a time and that from there on; as `decay_curve` takes a `Decay`."""
+    level = energy(response) if decay is None else energy(response[: decay.end]) - decay.noise
     split = int(round(limit * rate))
-    early, late = energy(response[:split]).sum(), energy(response[split:]).sum()
+    return level[:split].sum(), level[split:].sum() + (0 if decay is None else decay.beyond)
+
+
+def clarity(response, rate, decay=None):
+    """C80: early over late energy in dB, of a response that begins at its onset (ISO 3382-1)."""
+    early, late = early_and_late(response, rate, 0.080, decay)
     with np.errstate(divide="ignore"):
         return float(10 * np.log10(early / late)) if late > 0 else np.inf
 
 
-def definition(response, rate, limit=0.050):
+def definition(response, rate, decay=None):
     """D50: the share of the energy, in percent, that arrives early (ISO 3382-1)."""
-    split = int(round(limit * rate))
-    return float(100 * energy(response[:split]).sum() / energy(response).sum())
+    early, late = early_and_late(response, rate, 0.050, decay)
+    return float(100 * early / (early + late))
 
 
 def echo_density(response, rate, window=ECHO_WINDOW, hop=16):
@@ -180,6 +279,22 @@ def mixing_time(times, density, threshold=MIXED):
     """The first time at which the echo density reaches the threshold; NaN if it never does."""
     reached = np.nan_to_num(density) >= threshold
     return float(times[np.argmax(reached)]) if reached.any() else np.nan
+
+
+def stays_mixed(times, density, until):
+    """The time from which a density that has touched MIXED no longer falls below STAYS_MIXED.
+
+    It may fall between the first and the second trip of an echo through a network, for example.
+    Looked at until a time; NaN if it never touches or does not stay.
+    """
+    first = mixing_time(times, density)
+    seen = (times >= first) & (times < until)
+    low = np.flatnonzero(np.nan_to_num(density[seen]) < STAYS_MIXED)
+    if low.size == 0:
+        return first if seen.any() else np.nan
+    if low[-1] + 1 == np.count_nonzero(seen):
+        return np.nan
+    return float(times[seen][low[-1] + 1])
 
 
 def smoothed_spectrum(response, rate, fraction=3):

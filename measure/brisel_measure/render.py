@@ -1,4 +1,4 @@
-"""The response of the plug-in as a user gets it: an impulse sent through brisel-render."""
+"""Responses: of the plug-in, as brisel-render gives it of an impulse, and of files."""
 
 import dataclasses
 import pathlib
@@ -9,6 +9,8 @@ import tempfile
 
 import numpy as np
 import soundfile
+
+from . import analysis
 
 # The twelve values of a saved state, in its order.
 SETTINGS = (
@@ -27,24 +29,8 @@ SETTINGS = (
 )
 
 # Lengths of the 16 lines in relation to each other; Size is that of the first.
-LINES = (
-    997,
-    1031,
-    1063,
-    1097,
-    1129,
-    1163,
-    1193,
-    1229,
-    1259,
-    1291,
-    1321,
-    1361,
-    1399,
-    1429,
-    1453,
-    1489,
-)
+LINES = (997, 1031, 1063, 1097, 1129, 1163, 1193, 1229)
+LINES += (1259, 1291, 1321, 1361, 1399, 1429, 1453, 1489)
 
 
 class RenderError(Exception):
@@ -57,12 +43,19 @@ class RenderError(Exception):
 
 @dataclasses.dataclass
 class Response:
-    """A stereo impulse response: frames by channels, from the moment of the impulse on."""
+    """An impulse response: frames by channels.
+
+    Of the plug-in it begins at the impulse and is free of noise, and the settings are known. Of a
+    file it begins at the onset, which lay `start` seconds behind the file's beginning, and ends in
+    whatever noise the file has.
+    """
 
     sound: np.ndarray
     rate: int
-    settings: dict
-    options: list
+    name: str  # what it is of: options, a file
+    settings: dict | None = None
+    options: list = dataclasses.field(default_factory=list)
+    start: float = 0.0
 
     @property
     def decay_ends(self):
@@ -125,4 +118,29 @@ def measure(options, rate=48000, renderer=None):
         tail = 1.5 * settings["decay_s"] + 3 * settings["size_s"] + 0.5
         run(click, wet, "--tail", f"{tail:.3f}")
         sound, rate = soundfile.read(wet, dtype="float64", always_2d=True)
-    return Response(sound, rate, settings, list(options))
+    return Response(sound, rate, " ".join(options) or "default settings", settings, list(options))
+
+
+def load(path):
+    """The response in a sound file, mono or stereo, from its onset on."""
+    try:
+        with open(path, "rb") as file:
+            sound, rate = soundfile.read(file, dtype="float64", always_2d=True)
+    except soundfile.LibsndfileError as error:
+        raise OSError(f"{path}: not a sound file: {error.error_string}") from None
+    if sound.shape[1] > 2:
+        raise OSError(f"{path}: {sound.shape[1]} channels; a response has one or two")
+    if not np.isfinite(sound).all():
+        raise OSError(f"{path}: samples that are no numbers")
+    if len(sound) < rate // 10:
+        raise OSError(f"{path}: too short: {len(sound) / rate:.3f} s")
+    begin = analysis.onset(sound)
+    return Response(sound[begin:], rate, str(path), start=begin / rate)
+
+
+def load_measured(path, found):
+    """The response of a report, from its impulse.wav; None if that is not there."""
+    if not pathlib.Path(path).is_file():
+        return None
+    sound, rate = soundfile.read(path, dtype="float64", always_2d=True)
+    return Response(sound, rate, found["name"], found["settings"] or None)

@@ -6,7 +6,7 @@
 #include "bench/click_meter.h"
 #include "brisel/ffdn_eq.h"
 #include "live/engine/tone.h"
-#include "tests/reverb_object.h"
+#include "tests/compare.h"
 
 namespace {
 
@@ -72,7 +72,7 @@ constexpr double kExactShelvesNoise = -90.0;
 TEST(LiveReverb, AtRestEqualsTheExactOne) {
     Random random(1);
     for (int k = 0; k < 24; ++k) {
-        const auto exact = reverb_object::create(48000, 240);
+        const auto exact = compare::create(48000, 240);
         qv_reverb_params p = exact->params;
         p.mix = p.width = 1.0f;
         p.modulate = 0;
@@ -213,6 +213,14 @@ TEST(LiveReverb, StepsOfParametersDoNotClick) {
             EXPECT_LT(bench::click_db(channel, 2 * kApart, kRate), row.limit) << row.to.first;
         }
     }
+    // Predelay on its way through both of its histories and back.
+    std::vector<Event> events;
+    for (size_t t = 0; t < kApart; t += 1024) {
+        const double way = 1.0 - std::fabs(2.0 * static_cast<double>(t) / kApart - 1.0);
+        events.push_back({static_cast<uint32_t>(kApart + t), kPredelay, false, 0.5 * way});
+    }
+    for (const auto& channel : Host({}).run(input, events))
+        EXPECT_LT(bench::click_db(channel, kApart, kRate, 1.0), -60.0);
 }
 
 TEST(LiveReverb, AutoLevelKeepsSteadyNoise) {

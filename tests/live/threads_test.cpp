@@ -6,18 +6,18 @@
 
 using namespace strict_host;
 
-TEST(ThreadsLive, MainThreadReadsAndLoadsWhileAudioRuns) {
+TEST(LiveThreads, MainThreadReadsAndLoadsWhileAudioRuns) {
     compare::Random random(1);
-    const std::array<Frames, 2> noise = {compare::noise(512, 1), compare::noise(512, 2)};
+    const Stereo noise = {compare::noise(512, 1), compare::noise(512, 2)};
     Instance instance;
-    ASSERT_TRUE(instance.activate());
+    ASSERT_TRUE(instance.start());
     std::atomic<bool> done = false;
     std::thread audio([&] {
         for (int block = 0; block < 400; ++block) {
             Events events;
             events.value(static_cast<uint32_t>(block) % kParameters, block % 3);
             events.modulation(kDecay, block % 5);
-            const auto rendered = instance.process(noise, 0, 512, &events);
+            const auto rendered = instance.render(noise, 0, 512, &events);
             EXPECT_NE(rendered.status, CLAP_PROCESS_ERROR);
         }
         done = true;
@@ -25,8 +25,8 @@ TEST(ThreadsLive, MainThreadReadsAndLoadsWhileAudioRuns) {
     size_t told = 0;
     while (!done) {
         for (uint32_t id = 0; id < kParameters; ++id) instance.text(id, instance.value(id));
-        (void)instance.tail->get(instance.plugin);
-        const std::string saved = instance.save();
+        (void)instance.tail();
+        const std::string saved = instance.saved();
         EXPECT_FALSE(saved.empty());
         instance.window().edit({Edit::Kind::kBegin, kSize, 0});
         instance.window().edit({Edit::Kind::kValue, kSize, random.real(0.005f, 0.5f)});

@@ -1,0 +1,99 @@
+#!/usr/bin/env bash
+# The library as packagers and other programs meet it: headers that compile alone, exactly the declared
+# symbols, nothing that a real-time thread or a cautious system would refuse, and an installed copy that serves find_package and pkg-config.
+#
+# usage: library_test.sh headers|symbols|install SOURCE_DIR BUILD_DIR C_COMPILER CXX_COMPILER
+set -euo pipefail
+part=$1 source=$2 build=$3 cc=$4 cxx=$5
+library=$build/brisel.clap live=$build/brisel-live.clap
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+warnings=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+test_headers() {
+    local header name program example
+    for header in "$source"/include/brisel/*.h; do
+        name=brisel/${header##*/}
+        # Twice, so that a missing include guard shows.
+        program=$(printf '#include <%s>\n#include <%s>\nint unit;\n' "$name" "$name")
+        for compiler in "$cc -std=c11 -x c" "$cxx -std=c++20 -x c++"; do
+            $compiler "${warnings[@]}" -I "$source/include" -fsyntax-only - <<<"$program" ||
+                fail "$name does not compile alone: $compiler"
+        done
+    done
+    # The example at the head of reverb.h: from its #include to the call that frees the object.
+    example=$(sed -n '1,/\*\//{/#include </,/qv_reverb_destroy/s/^ \* \{0,3\}//p}' "$source/include/brisel/reverb.h")
+    printf '%s\nint main(void) {\n%s\nreturn frames < 0;\n}\n' "${example%%$'\n'*}" "${example#*$'\n'}" |
+        "$cc" -std=c11 -x c "${warnings[@]}" -I "$source/include" -fsyntax-only - || fail "the example of reverb.h"
+}
+
+# Relies on the form of a declaration: BRISEL_API, a type, a name, an opening parenthesis.
+test_symbols() {
+    local declared exported imported own dynamic segments mutable
+    declared=$({
+        echo clap_entry
+        sed '/^#/d' "$source"/include/brisel/*.h | tr '\n' ' ' |
+            grep -oP 'BRISEL_API [^(;]*?\w+(?=\()' | grep -oP '\w+$'
+    } | LC_ALL=C sort)
+    exported=$(nm -D --defined-only "$library" | awk '{print $3}' | LC_ALL=C sort)
+    diff <(echo "$declared") <(echo "$exported") || fail "declared (<) and exported (>) symbols differ"
+    # All that it calls: memory at creation, numbers, texts of the plug-in. No lock, no thread, no file.
+    imported=$(nm -D --undefined-only "$library" | awk '{print $2}' | sed 's/@.*//' |
+        grep -vxE '(calloc|aligned_alloc|free|mem(cpy|set|move|cmp)|str(cmp|tod)|(__)?snprintf(_chk)?)' |
+        grep -vxE '(sin|cos|exp|log|pow|fmod|sqrt|floor|round|lround|log10|exp2|sincos)f?' |
+        grep -vxE '__stack_chk_fail|__cxa_finalize|__gmon_start__|_ITM_\w+' || true)
+    [[ -z $imported ]] || fail "the library calls $imported"
+    # Brisel Live shows its entry alone, and needs nothing but the C library.
+    [[ $(nm -D --defined-only "$live" | awk '{print $3}') == clap_entry ]] || fail "Live exports more"
+    imported=$(readelf -d "$live" | grep NEEDED | grep -vE '\[lib[cm]\.so\.6\]' || true)
+    [[ -z $imported ]] || fail "Live needs $imported"
+    dynamic=$(readelf -dW "$library") segments=$(readelf -lW "$library")
+    ! grep -P 'NEEDED.*\[(?!libc\.so\.6|libm\.so\.6|ld-linux-x86-64\.so\.2)' <<<"$dynamic" || fail "needs more than libc and libm"
+    # A relocation against one of its own names would bind to any other library that offers the name.
+    own=$(readelf -rW "$library" | awk '{print $5}' | grep -Fx "$exported" || true)
+    [[ -z $own ]] || fail "bound by the loader, to whatever library comes first: $own"
+    [[ $dynamic == *'Flags: NOW'* ]] || fail "symbols are bound at their first call"
+    [[ $dynamic != *TEXTREL* ]] || fail "code is relocated"
+    [[ $segments == *GNU_RELRO* ]] || fail "relocated data stay writable"
+    [[ $segments != *' RWE '* ]] || fail "memory both writable and executable: $segments"
+    grep -q 'GNU_STACK .* RW ' <<<"$segments" || fail "no word about the stack: it may be executable"
+    # The first three names come with the compiler's start-up files.
+    mutable=$(objdump -t "$library" | grep -P ' \.(t?data|t?bss)\t' |
+        grep -vE ' (completed\.[0-9]+|__dso_handle|__TMC_END__|\.data|\.bss)$' || true)
+    [[ -z $mutable ]] || fail "mutable static data: $mutable"
+}
+
+# The copy is moved after the installation, into a folder whose name holds a space.
+test_install() {
+    local prefix="$work/moved here" flags
+    unset LD_LIBRARY_PATH
+    cmake --install "$build" --prefix "$work/first" >"$work/log" || fail "installation: $(cat "$work/log")"
+    mv "$work/first" "$prefix"
+    [[ -f $prefix/lib/clap/brisel.clap && -f $prefix/lib/clap/brisel-live.clap ]] ||
+        fail "no plug-ins in lib/clap"
+    diff -r "$source/include/brisel" "$prefix/include/brisel" || fail "the installed headers differ"
+    { cmake -S "$source/examples" -B "$work/examples" -G Ninja "-DCMAKE_C_COMPILER=$cc" \
+        "-DCMAKE_PREFIX_PATH=$prefix" && cmake --build "$work/examples"; } >"$work/log" 2>&1 ||
+        fail "find_package: $(cat "$work/log")"
+    (cd / && "$work/examples/impulse") >"$work/response" || fail "the find_package program"
+    flags=$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs brisel) || fail "pkg-config"
+    # eval, as a shell or make would: pkg-config escapes the space.
+    eval "'$cc' -std=c11 ${warnings[*]} '$source/examples/impulse.c' $flags -o '$work/impulse'" ||
+        fail "compilation with: $flags"
+    (cd / && "$work/impulse") | cmp - "$work/response" || fail "the two programs differ"
+    # With a decay time of 3.5 s, and less at high frequencies, the response falls by at least 60 / 3.5 dB
+    # a second.
+    awk '{ energy[int((NR - 1) / 48000)] += $1 * $1 + $2 * $2 }
+        END { fall = 10 * log(energy[1] / energy[2]) / log(10); exit !(fall > 16.5 && fall < 60) }' \
+        "$work/response" || fail "not the decay that was set"
+    [[ ! -e $build/brisel-render ]] ||
+        (cd / && "$prefix/bin/brisel-render" "$source/examples/dry.wav" "$work/wet.wav") ||
+        fail "the installed renderer"
+}
+
+"test_$part"
