@@ -23,6 +23,7 @@ namespace {
 using strict_host::Frames;
 using strict_host::Instance;
 using strict_host::Said;
+using strict_host::Stereo;
 using namespace brisel::live;
 
 // A window on the screen, for plug-ins' windows.
@@ -112,7 +113,7 @@ struct ClapWindow {
 TEST(ClapWindow, IsDraggedAndTheSoundFollows) {
     Instance instance, other;
     const Frame frame, beside(800, 0);
-    ASSERT_TRUE(instance.activate() && other.activate());
+    ASSERT_TRUE(instance.start() && other.start());
     const ClapWindow window(instance, frame), second(other, beside);
     const Place mix = knob(kMix);
     xdotool(to(mix.x, mix.y) + " mousedown 1" + to(mix.x, mix.y - 40) + to(mix.x, mix.y - 400) +
@@ -121,11 +122,11 @@ TEST(ClapWindow, IsDraggedAndTheSoundFollows) {
     EXPECT_EQ(instance.value(kMix), 1.0);
     EXPECT_EQ(other.value(kMix), parameters()[kMix].initial);
     // Once the smoothing is over, nothing of the dry signal is left.
-    const std::array<Frames, 2> silence = {Frames(48000), Frames(48000)};
-    std::array<Frames, 2> click = silence;
+    const Stereo silence = {Frames(48000), Frames(48000)};
+    Stereo click = silence;
     click[0][0] = click[1][0] = 1.0f;
-    for (int block = 0; block < 60; ++block) instance.process(silence, 0, 512);
-    EXPECT_EQ(instance.process(click, 0, 512).left[0], 0.0f);
+    for (int block = 0; block < 60; ++block) instance.render(silence, 0, 512);
+    EXPECT_EQ(instance.render(click, 0, 512).out[0][0], 0.0f);
     // The host hears of one gesture, in which the value rose.
     ASSERT_GE(instance.said.size(), 3u);
     EXPECT_EQ(instance.said.front(), (Said{CLAP_EVENT_PARAM_GESTURE_BEGIN, kMix, 0.0}));
