@@ -198,7 +198,7 @@ double deepest_dip(const LateSettings& a, const LateSettings& b) {
     std::vector<double> sums[3];
     for (int seed = 0; seed < kNoises; ++seed) {
         Stereo in = noise(kEnd, static_cast<uint32_t>(seed));
-        for (Signal& x : in) std::fill(x.begin() + frames_of(kStop), x.end(), 0.0f);
+        for (Signal& x : in) std::fill(x.data() + frames_of(kStop), x.data() + x.size(), 0.0f);
         const Course courses[] = {still(a), still(b), step(a, b, kChange)};
         for (size_t c = 0; c < 3; ++c) {
             const Stereo out = render(in, courses[c]);

@@ -75,7 +75,7 @@ TEST(Late, GivesTheSameBitsHoweverItsBlocksAreCut) {
         Stereo in = noise(frames, run);
         const uint32_t silent_from = random.below(frames);
         for (auto& side : in)
-            std::fill(side.begin() + silent_from, side.begin() + (silent_from + frames) / 2, 0.0f);
+            std::fill(side.data() + silent_from, side.data() + (silent_from + frames) / 2, 0.0f);
         const auto changes = automation(frames, random);
         Stereo out[2];
         for (uint32_t cut = 0; cut < 2; ++cut) {
@@ -114,7 +114,7 @@ TEST(Late, IsTheExactNetworkBitForBitWhereNothingMoves) {
 
         const Stereo in = noise(kFrames, run);
         Stereo expected = {std::vector<float>(kFrames), std::vector<float>(kFrames)};
-        for (int32_t t = 0; t < kFrames; t += kBlock)
+        for (size_t t = 0; t < kFrames; t += kBlock)
             qv_reverb_process(exact.get(), &in[0][t], &in[1][t], &expected[0][t], &expected[1][t],
                               kBlock);
         Late late;
