@@ -46,7 +46,7 @@ void AutoLevel::prepare(double rate) {
     defaults.damp = initial(kDamp);
     defaults.stages = static_cast<int>(initial(kScattering));
     default_power_ = target_ = power_ = noise_power(defaults, rate);
-    gain_share_ = share_of_tile(rate, kLevelSeconds);
+    gain_share_ = share_of_knot(rate, kLevelSeconds);
 }
 
 void AutoLevel::set(const LateSettings& settings, bool on) {
@@ -55,7 +55,7 @@ void AutoLevel::set(const LateSettings& settings, bool on) {
     target_ = settings.freeze ? power_ : noise_power(settings, rate_);
     // Power p of a network fed with noise of power 1 changes by 1 - p / p_end a trip.
     const double seconds = target_ * mean_loop(settings, rate_) / rate_;
-    power_share_ = share_of_tile(rate_, std::clamp(seconds, kShortestTime, kLongestTime));
+    power_share_ = share_of_knot(rate_, std::clamp(seconds, kShortestTime, kLongestTime));
     aim();
 }
 
@@ -63,6 +63,8 @@ void AutoLevel::reset() {
     power_ = target_;
     aim();
     gain_.snap();
+    tile_ = 0;
+    from_ = to_ = static_cast<float>(gain_.value);
 }
 
 void AutoLevel::aim() {
@@ -77,11 +79,19 @@ void AutoLevel::step() {
 }
 
 void AutoLevel::run(float* const wet[2], uint32_t frames) {
-    if (!moving() && gain_.value == 1.0) return;
     for (uint32_t t = 0; t < frames; t += kTile) {
-        const auto before = static_cast<float>(gain_.value);
-        if (moving()) step();
-        const __m256 gain = ramp(before, static_cast<float>(gain_.value));
+        const bool at_rest = tile_ == 0 && !moving();
+        if (at_rest && to_ == 1.0f) continue;
+        if (at_rest) {
+            from_ = to_; // and the knots wait for the next move
+        } else if (tile_ == 0) {
+            from_ = to_;
+            step();
+            to_ = static_cast<float>(gain_.value);
+        }
+        const __m256 gain =
+            ramp(between_knots(from_, to_, tile_), between_knots(from_, to_, tile_ + 1));
+        if (!at_rest) tile_ = (tile_ + 1) % kLevelTiles;
         for (int c : {0, 1}) {
             float* const to = wet[c] + t;
             _mm256_storeu_ps(to, _mm256_mul_ps(gain, _mm256_loadu_ps(to)));

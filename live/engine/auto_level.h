@@ -32,10 +32,12 @@ private:
     double rate_ = 0.0;
     double default_power_ = 1.0;
     double target_ = 1.0, power_ = 1.0; // the network's power, in the end and now
-    double power_share_ = 0.0;          // of the way left, a tile
+    double power_share_ = 0.0;          // of the way left, a knot
     bool on_ = true;
     Smoother gain_ = {1.0, 1.0, 1.0};
     double gain_share_ = 0.0;
+    float from_ = 1.0f, to_ = 1.0f; // the gain at the last knot and at the next one
+    uint32_t tile_ = 0;             // since the last knot
 };
 
 } // namespace brisel::live

@@ -13,10 +13,7 @@ namespace brisel::live {
 
 class Ducker {
 public:
-    void prepare(double rate) {
-        rate_ = rate;
-        share_ = share_of_tile(rate, kLevelSeconds);
-    }
+    void prepare(double rate) { rate_ = rate; }
 
     // Decibels, seconds.
     void set(double amount, double release) {
@@ -38,9 +35,9 @@ public:
     bool moving() const { return gain_.moving(); }
     float gain() const { return static_cast<float>(gain_.value); }
 
-    // At a tile's start: its gain moves from gain() before to gain() after this call.
-    void step() {
-        if (gain_.moving()) gain_.step(share_);
+    // At a knot: the gain moves from gain() before to gain() after this call until the next one.
+    void step(double share) {
+        if (gain_.moving()) gain_.step(share);
     }
 
     // At a tile's end: the largest magnitude of its input.
@@ -64,7 +61,7 @@ private:
         gain_.target = std::pow(10.0, -amount_ * share / 20.0);
     }
 
-    double rate_ = 0.0, share_ = 0.0, amount_ = 0.0;
+    double rate_ = 0.0, amount_ = 0.0;
     double fall_ = 0.0;      // dB from one look to the next
     double level_ = kSilent; // dBFS
     float peak_ = 0.0f;      // since the last look

@@ -32,7 +32,8 @@ inline bool is_silent(__m256 magnitudes) {
 } // namespace
 
 void Mixer::prepare(double rate) {
-    share_ = share_of_tile(rate, kLevelSeconds);
+    tile_share_ = share_of_tile(rate, kLevelSeconds);
+    knot_share_ = share_of_knot(rate, kLevelSeconds);
     ducker_.prepare(rate);
     bypass_fade_.set_length(whole_tiles(rate, kBypassSeconds));
     clear_.set_length(whole_tiles(rate, kClearSeconds));
@@ -67,12 +68,13 @@ void Mixer::fade_to_clear() {
 void Mixer::cleared() {
     clearing_ = false;
     clear_.finish();
-    before_ = now_ = gains();
+    tile_ = 0;
+    before_ = now_ = from_ = to_ = gains();
 }
 
 bool Mixer::moving() const {
-    return mix_.moving() || width_.moving() || wet_gain_.moving() || ducker_.moving() ||
-           bypass_fade_.running() || clear_.running();
+    return tile_ != 0 || mix_.moving() || width_.moving() || wet_gain_.moving() ||
+           ducker_.moving() || bypass_fade_.running() || clear_.running();
 }
 
 // Width w makes L' = w L + (1 - w) / sqrt(2) (L + R) of the signal at full width.
@@ -92,12 +94,25 @@ Mixer::Gains Mixer::gains() const {
 void Mixer::step() {
     before_ = now_;
     if (!moving()) return;
-    for (Smoother* smoother : {&mix_, &width_, &wet_gain_})
-        if (smoother->moving()) smoother->step(share_);
-    ducker_.step();
-    bypass_fade_.advance(kTile);
-    clear_.advance(kTile);
-    now_ = gains();
+    if (tile_ == 0) {
+        from_ = to_;
+        // The short fades are too steep for long straight lines.
+        const bool fading = bypass_fade_.running() || clear_.running();
+        knot_tiles_ = fading ? 1 : kLevelTiles;
+        const double share = fading ? tile_share_ : knot_share_;
+        for (Smoother* smoother : {&mix_, &width_, &wet_gain_})
+            if (smoother->moving()) smoother->step(share);
+        ducker_.step(share);
+        bypass_fade_.advance(kTile);
+        clear_.advance(kTile);
+        to_ = gains();
+    }
+    ++tile_;
+    const auto now = [this](float from, float to) {
+        return between_knots(from, to, tile_, knot_tiles_);
+    };
+    now_ = {now(from_.dry, to_.dry), now(from_.own, to_.own), now(from_.cross, to_.cross)};
+    tile_ %= knot_tiles_;
 }
 
 void Mixer::run_ahead(const float* const wet[2]) {

@@ -30,11 +30,11 @@ public:
     // cleared() lets it in again.
     void fade_to_clear();
     bool fading_to_clear() const { return clearing_; }
-    bool faded() const { return clearing_ && !clear_.running(); }
+    bool faded() const { return clearing_ && !clear_.running() && tile_ == 0; }
     void cleared();
 
     // From now on no longer slice than this.
-    uint32_t slice_limit() const { return clear_.running() ? clear_.left() : kLongestSlice; }
+    uint32_t slice_limit() const { return clearing_ ? kTile : kLongestSlice; }
 
     // Whole tiles: out = dry gain * in + matrix * wet. The outputs may be the inputs.
     void run(const float* const in[2], const float* const wet[2], float* const out[2],
@@ -70,13 +70,16 @@ private:
     void step();
     void count_quiet(const float* const in[2], const float* const wet[2], uint32_t frames);
 
-    double share_ = 0.0;
+    double tile_share_ = 0.0, knot_share_ = 0.0;
     Smoother mix_, width_, wet_gain_;
     Ducker ducker_;
     Fade bypass_fade_;
     bool bypass_ = false;
     Fade clear_;
     bool clearing_ = false;
+    Gains from_ = {}, to_ = {};    // at the last knot and at the next one
+    uint32_t tile_ = 0;            // since the last knot; 0 at rest
+    uint32_t knot_tiles_ = 1;      // from that knot to the next
     Gains before_ = {}, now_ = {}; // at both ends of the present tile
     uint64_t quiet_ = 0;
     alignas(32) float peaks_[3][8] = {}; // input, wet, output; in any lane

@@ -17,6 +17,20 @@ inline double share_of_tile(double rate, double seconds) {
     return 1.0 - std::exp(-static_cast<double>(kTile) / (rate * seconds));
 }
 
+// Levels step once a knot of so many tiles, and run linearly between.
+inline constexpr uint32_t kLevelTiles = 4;
+
+// What a one-pole of this time constant moves from knot to knot.
+inline double share_of_knot(double rate, double seconds) {
+    return share_of_tile(rate, seconds / kLevelTiles);
+}
+
+// Where the way from knot to knot stands after `tiles` of its `all` tiles.
+inline float between_knots(float from, float to, uint32_t tiles, uint32_t all = kLevelTiles) {
+    if (tiles == all) return to;
+    return from + (to - from) * (static_cast<float>(tiles) / static_cast<float>(all));
+}
+
 // `seconds` in whole tiles, at least one; frames.
 inline uint32_t whole_tiles(double rate, double seconds) {
     return kTile * static_cast<uint32_t>(std::fmax(1.0, rate * seconds / kTile + 0.5));

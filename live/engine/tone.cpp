@@ -23,7 +23,8 @@ constexpr float kLowShelfHz = 250.0f, kHighShelfHz = 4500.0f; // as the exact pl
 constexpr double kLowCutOff = 20.0, kHighCutOff = 20000.0;    // Hz, where a cut is off
 constexpr double kHighestCorner = 0.45;                       // of the rate
 constexpr double kDamping = std::numbers::sqrt2;
-constexpr uint32_t kKnotFrames = 16; // from one step of what glides to the next
+constexpr uint32_t kKnotFrames = 24; // from one step of what glides to the next
+static_assert(kKnotFrames % kTile == 0);
 constexpr float kOfKnot = 1.0f / kKnotFrames;
 
 // All ones in the lanes of the bands first .. last: a window of eight numbers in a row of them.
