@@ -23,6 +23,7 @@ namespace {
 using strict_host::Frames;
 using strict_host::Instance;
 using strict_host::Said;
+using strict_host::Stereo;
 using namespace brisel::live;
 
 // A window on the screen, for plug-ins' windows.
@@ -121,8 +122,8 @@ TEST(ClapWindow, IsDraggedAndTheSoundFollows) {
     EXPECT_EQ(instance.value(kMix), 1.0);
     EXPECT_EQ(other.value(kMix), parameters()[kMix].initial);
     // Once the smoothing is over, nothing of the dry signal is left.
-    const strict_host::Stereo silence = {Frames(48000), Frames(48000)};
-    strict_host::Stereo click = silence;
+    const Stereo silence = {Frames(48000), Frames(48000)};
+    Stereo click = silence;
     click[0][0] = click[1][0] = 1.0f;
     for (int block = 0; block < 60; ++block) instance.render(silence, 0, 512);
     EXPECT_EQ(instance.render(click, 0, 512).out[0][0], 0.0f);
@@ -179,6 +180,10 @@ TEST(ClapWindow, OutlivesItsParentAndIsRefusedWithoutADisplay) {
     wait_ticks(2, [&] { window.tick(); });
     EXPECT_EQ(instance.windows_closed, 1);
     EXPECT_TRUE(instance.timers.empty() && instance.fds.empty());
+    window.close();
+    EXPECT_TRUE(window.gui->create(instance.plugin, "x11", false));
+    const clap_window_t gone = {"x11", {.x11 = frame.id}};
+    EXPECT_FALSE(window.gui->set_parent(instance.plugin, &gone));
     window.close();
     const std::string display = std::getenv("DISPLAY");
     unsetenv("DISPLAY");
