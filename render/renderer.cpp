@@ -113,10 +113,7 @@ public:
                 std::fill_n(planar_.begin(), 2 * size_t{block_}, 0.0f);
             }
             const uint64_t total = input_frames + tail_frames();
-            if (ended && position >= input_frames && (until_asleep_ ? asleep_ : position >= total))
-                break;
-            if (ended && position > input_frames + frames_of(kLongestTail, in_.sample_rate()))
-                throw Failure("the sound does not end by itself; give its length by --tail");
+            if (ended && is_over(position, input_frames, total)) break;
 
             process_block(position);
             mix_and_interleave(position, gain);
@@ -147,6 +144,15 @@ public:
     }
 
 private:
+    // Whether nothing is left to render at `position`, behind the input's end.
+    bool is_over(uint64_t position, uint64_t input_frames, uint64_t total) const {
+        if (position < input_frames) return false;
+        if (until_asleep_ ? asleep_ : position >= total) return true;
+        if (position > input_frames + frames_of(kLongestTail, in_.sample_rate()))
+            throw Failure("the sound does not end by itself; give its length by --tail");
+        return false;
+    }
+
     uint64_t tail_frames() const {
         if (!settings_.tail_seconds) return plugin_.tail_frames();
         return frames_of(*settings_.tail_seconds, in_.sample_rate());
