@@ -15,11 +15,12 @@ constexpr int kLines = 16;
 
 } // namespace
 
-// A trip leads through one of the delays e_j of each stage but the last, and then through line i: its
-// delay in the last stage and its own, d_i samples together, and its filter H_i = b0 / (1 - a1 / z). Which ones
-// they are is equally likely, since the network mixes them in between. The filter's gains, g_low at 0 Hz and g_high
-// at half the rate, are those of the whole loop of line i, its delays in all stages included. The energy falls
-// by exp(-s) a sample, with the s for which a trip returns what it takes:
+// A trip leads through one of the delays e_j of each stage but the last, and then through line i:
+// its delay in the last stage and its own, d_i samples together, and its filter
+// H_i = b0 / (1 - a1 / z). Which ones they are is equally likely, since the network mixes them in
+// between. The filter's gains, g_low at 0 Hz and g_high at half the rate, are those of the whole
+// loop of line i, its delays in all stages included. The energy falls by exp(-s) a sample, with the
+// s for which a trip returns what it takes:
 //
 //   mean_i exp(s d_i) |H_i|^2 * product over the stages of mean_j exp(s e_j) = 1
 double decay_time(const Settings& settings, double rate, double hz) {

@@ -1,5 +1,5 @@
-// The window's contents on images: what people do reaches the host as gestures, what the host does is
-// drawn, and the curves are the engine's.
+// The window's contents on images: what people do reaches the host as gestures, what the host does
+// is drawn, and the curves are the engine's.
 #include "live/ui/view.h"
 
 #include <complex>
@@ -294,7 +294,8 @@ struct Octave {
     static constexpr size_t kStep = 480;
 };
 
-// Seconds from the energy left being 5 dB down to its being 35 dB down, times two: a steady fall's T60.
+// Seconds from the energy left being 5 dB down to its being 35 dB down, times two: a steady fall's
+// T60.
 double fall_time(const std::vector<double>& energies, double step) {
     std::vector<double> left(energies.size());
     std::partial_sum(energies.rbegin(), energies.rend(), left.rbegin());

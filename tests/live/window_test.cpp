@@ -1,5 +1,5 @@
-// The window in X, in a tiny host of each format, played by xdotool. Needs a display; window_test.sh gives
-// one.
+// The window in X, in a tiny host of each format, played by xdotool. Needs a display;
+// window_test.sh gives one.
 #include <lv2/ui/ui.h>
 #include <poll.h>
 #include <xcb/xcb.h>
