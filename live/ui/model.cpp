@@ -103,7 +103,8 @@ void Model::scan_presets() {
     for (fs::directory_iterator file(user_folder(), error), end; !error && file != end;
          file.increment(error)) {
         PresetEntry entry;
-        if (file->is_regular_file(error) && read_file(file->path(), entry))
+        if (file->path().extension() == ".preset" && file->is_regular_file(error) &&
+            read_file(file->path(), entry))
             presets_.push_back(std::move(entry));
     }
     std::sort(presets_.begin() + own, presets_.end(),
