@@ -63,7 +63,7 @@ double decay_time(const Settings& settings, double rate, double hz) {
         add(samples, loss);
         for (int stage = 0; stage + 1 < count; ++stage) {
             double lengths[kLines];
-            std::copy_n(&stages[stage * kLines], kLines, lengths);
+            for (int i = 0; i < kLines; ++i) lengths[i] = stages[stage * kLines + i];
             add(lengths, nullptr);
         }
         s -= excess / slope;
@@ -82,21 +82,22 @@ double damp_for(Settings settings, double rate, double hz, double seconds) {
 
 double tone_gain(const Settings& settings, double rate, double hz) {
     // Second-order sections with damping sqrt(2), in front of the bilinear transform.
-    constexpr double k = std::numbers::sqrt2;
+    constexpr double kDamping = std::numbers::sqrt2;
     const auto tangent = [rate](double f) {
         return std::tan(std::numbers::pi * std::min(f / rate, 0.45));
     };
     const double w = std::tan(std::numbers::pi * std::min(hz / rate, 0.4999));
     const auto cut = [=](double corner, double high, double low) {
         const std::complex<double> s(0.0, w / tangent(corner));
-        return std::abs((high * s * s + low) / (s * s + k * s + 1.0));
+        return std::abs((high * s * s + low) / (s * s + kDamping * s + 1.0));
     };
     // A shelf's corner is half way up: A in the middle, A^2 (or 1) at the ends.
     const auto shelf = [=](double corner, double decibels, bool above) {
         const double A = std::pow(10.0, decibels / 40.0);
         const std::complex<double> s(0.0, w / tangent(corner));
         const double root = std::sqrt(A);
-        const auto rising = A * s * s + root * k * s + 1.0, falling = s * s + root * k * s + A;
+        const auto rising = A * s * s + root * kDamping * s + 1.0,
+                   falling = s * s + root * kDamping * s + A;
         return std::abs(A * (above ? rising / falling : falling / rising));
     };
     double gain = shelf(250.0, settings[kEqLow], false) * shelf(4500.0, settings[kEqHigh], true);
