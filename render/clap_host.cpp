@@ -100,11 +100,26 @@ void Plugin::read_parameters() {
                     .unit = Unit::number};
         p.option = option_name(p.name);
         parameters_.push_back(std::move(p));
-        Parameter& added = parameters_.back();
-        added.unit = unit_from_text(text(parameters_.size() - 1, info.default_value),
-                                    info.default_value, (info.flags & CLAP_PARAM_IS_STEPPED) != 0,
-                                    info.min_value, info.max_value);
+        describe(parameters_.size() - 1, (info.flags & CLAP_PARAM_IS_STEPPED) != 0);
     }
+}
+
+// The unit and the words, from the texts that the plug-in shows.
+void Plugin::describe(size_t index, bool stepped) {
+    Parameter& p = parameters_[index];
+    double sample = p.default_value;
+    if (!stepped && text(index, sample) == "Off") {
+        p.off = sample;
+        sample = (p.min + p.max) / 2;
+    }
+    p.unit = unit_from_text(text(index, sample), sample, stepped, p.min, p.max);
+    p.default_text = is_live() ? text(index, p.default_value) : show_value(p.default_value, p.unit);
+    if (p.unit != Unit::count || text(index, p.min).starts_with("K =")) return;
+    for (double step = p.min; step <= p.max; ++step) p.words.push_back(text(index, step));
+}
+
+bool Plugin::is_live() const {
+    return std::string_view(plugin_->desc->id) == "com.tamrockaudio.brisel-live";
 }
 
 std::vector<double> Plugin::values() const {
@@ -131,7 +146,7 @@ void Plugin::fill_events(std::span<const ParameterChange> changes) {
     for (const ParameterChange& change : changes) {
         const Parameter& p = parameters_[change.index];
         events_.push_back({.header = {.size = sizeof(clap_event_param_value_t),
-                                      .time = 0,
+                                      .time = change.frame,
                                       .space_id = CLAP_CORE_EVENT_SPACE_ID,
                                       .type = CLAP_EVENT_PARAM_VALUE,
                                       .flags = 0},
@@ -200,7 +215,7 @@ uint32_t Plugin::tail_frames() const {
     return tail_ ? tail_->get(plugin_) : 0;
 }
 
-void Plugin::process(std::array<float*, 2> in, std::array<float*, 2> out, uint32_t frames,
+bool Plugin::process(std::array<float*, 2> in, std::array<float*, 2> out, uint32_t frames,
                      std::span<const ParameterChange> changes) {
     const clap_audio_buffer_t input{.data32 = in.data(),
                                     .data64 = nullptr,
@@ -222,9 +237,11 @@ void Plugin::process(std::array<float*, 2> in, std::array<float*, 2> out, uint32
                                .audio_outputs_count = 1,
                                .in_events = &in_events_,
                                .out_events = &out_events_};
-    if (plugin_->process(plugin_, &block) == CLAP_PROCESS_ERROR)
+    const clap_process_status status = plugin_->process(plugin_, &block);
+    if (status == CLAP_PROCESS_ERROR)
         throw Failure(fmt::format("the plug-in fails on the block at frame {}", steady_time_));
     steady_time_ += frames;
+    return status == CLAP_PROCESS_SLEEP;
 }
 
 PluginLibrary::PluginLibrary(const fs::path& file) : file_(file.string()) {
@@ -258,9 +275,10 @@ fs::path program_folder() {
     return fs::read_symlink("/proc/self/exe").parent_path();
 }
 
-fs::path default_plugin_file() {
-    const fs::path beside = program_folder() / "brisel.clap";
-    const fs::path installed = (program_folder() / "../lib/clap/brisel.clap").lexically_normal();
+fs::path default_plugin_file(bool live) {
+    const char* const name = live ? "brisel-live.clap" : "brisel.clap";
+    const fs::path beside = program_folder() / name;
+    const fs::path installed = (program_folder() / "../lib/clap" / name).lexically_normal();
     for (const fs::path& file : {beside, installed})
         if (fs::exists(file)) return file;
     throw Failure(fmt::format("the plug-in is neither '{}' nor '{}'; name it with --plugin FILE",

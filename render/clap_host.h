@@ -21,6 +21,7 @@ namespace brisel::render {
 struct ParameterChange {
     size_t index; // into Plugin::parameters()
     double value;
+    uint32_t frame = 0; // within the block
 };
 
 // One instance. Made inactive; activate() and deactivate() may alternate as often as needed.
@@ -36,6 +37,10 @@ public:
     std::vector<double> values() const;
     std::string text(size_t index, double value) const; // as the plug-in shows it
 
+    // Whether it is Brisel Live: it takes blocks of any length, changes at their exact time, and sleeps
+    // once its sound is over.
+    bool is_live() const;
+
     // Hands over all values through a parameter flush. Only while inactive.
     void set_values(std::span<const double> values);
 
@@ -50,12 +55,14 @@ public:
 
     uint32_t tail_frames() const; // 0 when the plug-in reports none
 
-    // Renders one block: channels of `frames` samples each. The changes apply at its first frame. Throws Failure when the plug-in reports an error.
-    void process(std::array<float*, 2> in, std::array<float*, 2> out, uint32_t frames,
+    // Renders one block: channels of `frames` samples each. The changes are in the order of their frames. Returns
+    // whether the plug-in sleeps. Throws Failure when it reports an error.
+    bool process(std::array<float*, 2> in, std::array<float*, 2> out, uint32_t frames,
                  std::span<const ParameterChange> changes);
 
 private:
     void read_parameters();
+    void describe(size_t index, bool stepped);
     void check_ports() const;
     void fill_events(std::span<const ParameterChange> changes);
 
@@ -89,9 +96,9 @@ private:
     std::string file_;
 };
 
-// Where the plug-in lies when no --plugin is given: beside this program, or in ../lib/clap of it.
+// Where the plug-in, or Brisel Live, lies when no --plugin is given: beside this program, or in ../lib/clap of it.
 // Throws Failure that names both places when it lies in neither.
-std::filesystem::path default_plugin_file();
+std::filesystem::path default_plugin_file(bool live);
 
 // The folder of the running program.
 std::filesystem::path program_folder();

@@ -34,7 +34,8 @@ std::vector<double> starting_values(Plugin& plugin, const Options& options) {
     const auto& parameters = plugin.parameters();
     std::vector<double> values = plugin.values();
     if (!options.preset.empty())
-        for (const ParameterChange& change : read_preset(find_preset(options.preset), parameters))
+        for (const ParameterChange& change :
+             read_preset(find_preset(options.preset, plugin.is_live()), parameters))
             values[change.index] = change.value;
     for (const Setting& setting : options.settings) {
         const size_t index = *find_parameter(parameters, setting.option);
@@ -58,7 +59,7 @@ int run(int argc, char** argv) {
     std::optional<PluginLibrary> library;
     std::unique_ptr<Plugin> plugin; // knows parameters and settings; others render
     try {
-        library.emplace(early.plugin.empty() ? default_plugin_file() : early.plugin);
+        library.emplace(early.plugin.empty() ? default_plugin_file(early.live) : early.plugin);
         plugin = library->create();
     } catch (const Failure& e) {
         // The general options can be told without the plug-in, its parameters cannot.
@@ -81,7 +82,7 @@ int run(int argc, char** argv) {
 
     std::FILE* const messages = message_stream(jobs, *options);
     if (options->list_presets)
-        fmt::print(messages, "{}", preset_table(shipped_presets(), options->json));
+        fmt::print(messages, "{}", preset_table(shipped_presets(plugin->is_live()), options->json));
     if (options->list_parameters)
         fmt::print(messages, "{}", parameter_table(*plugin, settings.values, options->json));
     if (!options->save_state.empty()) write_file(options->save_state, plugin->save_state());

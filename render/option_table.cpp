@@ -32,6 +32,8 @@ std::string_view type_of(Unit unit) {
         return "TIME";
     case Unit::decibels:
         return "GAIN";
+    case Unit::hertz:
+        return "HZ";
     case Unit::ratio:
         return "SHARE";
     case Unit::on_off:
@@ -70,14 +72,14 @@ void add_parameter_options(CLI::App& app, std::span<const Parameter> parameters,
         const auto known = kDescriptions.find(p.option);
         const std::string description =
             fmt::format("{}: {}, default {}", known == kDescriptions.end() ? p.name : known->second,
-                        p.range(), show_value(p.default_value, p.unit));
+                        p.range(), p.default_text);
         app.add_option_function<std::string>(
                "--" + p.option,
                [&settings, option = p.option](const std::string& text) {
                    settings.push_back({option, text});
                },
                description)
-            ->type_name(std::string(type_of(p.unit)))
+            ->type_name(p.words.empty() ? std::string(type_of(p.unit)) : "STEP")
             ->group("Reverb");
     }
 }
@@ -88,14 +90,18 @@ void add_other_options(CLI::App& app, Options& o, OptionTexts& t) {
     presets.text("--save-preset", o.save_preset, "FILE", "Write the settings as a preset");
     presets.text("--state", o.state, "FILE", "Start from a state saved by the plug-in");
     presets.text("--save-state", o.save_state, "FILE", "Write the settings as the plug-in's state");
-    presets.text("--automation", o.automation, "FILE",
-                 "Change settings on the way, each at the first block that starts at or after its "
-                 "time; every change restarts the reverb's tail");
+    presets.text(
+        "--automation", o.automation, "FILE",
+        "Change settings on the way, each at the first block that starts at or after its "
+        "time; every change restarts the reverb's tail. With --live at its exact time, and "
+        "the tail goes on");
 
     Group rendering(app, "Rendering");
-    rendering.text("--tail", t.tail, "auto|TIME",
-                   "What follows the input: as long as the plug-in reports, less silence below "
-                   "-120 dBFS at the end, or exactly this long, up to 1 h; default auto");
+    rendering.text(
+        "--tail", t.tail, "auto|TIME",
+        "What follows the input: as long as the plug-in reports, with --live until it "
+        "sleeps, less silence below -120 dBFS at the end, or exactly this long, up to 1 h; "
+        "default auto");
     rendering.text("--block", t.block, "FRAMES",
                    fmt::format("Length of the blocks handed to the plug-in, a multiple of 8; "
                                "default {}, or less where a short --size needs it",
@@ -130,8 +136,11 @@ void add_other_options(CLI::App& app, Options& o, OptionTexts& t) {
                "Sample format; default the input's where the file's format can hold it");
     files.flag("--dither", o.dither,
                "Add noise of triangular distribution before samples are rounded to 16 or 24 bits");
+    files.flag("--live", o.live,
+               "Render through Brisel Live, with its parameters and presets: brisel-live.clap");
     files.text("--plugin", t.plugin, "FILE",
-               "The plug-in; default brisel.clap beside this program or in ../lib/clap");
+               "The plug-in; default brisel.clap, or with --live brisel-live.clap, beside this "
+               "program or in ../lib/clap");
 
     Group information(app, "Information");
     information.flag("--list-parameters", o.list_parameters, "Show parameters and settings");

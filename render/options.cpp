@@ -3,6 +3,7 @@
 #include "render/errors.h"
 #include "render/help.h"
 #include "render/option_table.h"
+#include "render/renderer.h"
 #include "render/suggest.h"
 
 #include <algorithm>
@@ -15,7 +16,6 @@ namespace brisel::render {
 namespace {
 
 constexpr uint32_t kLongestBlock = 1 << 20;
-constexpr double kLongestTail = 3600.0; // seconds
 constexpr double kMostJobs = 256;
 constexpr double kMostChannels = 1024;
 
@@ -135,6 +135,8 @@ EarlyOptions parse_early_options(int argc, char** argv) {
             early.plugin = argv[++i];
         else if (argument.starts_with("--plugin="))
             early.plugin = argument.substr(9);
+        else if (argument == "--live")
+            early.live = true;
         else if (argument == "-h" || argument == "--help" || argument == "--version")
             early.help_or_version = true;
     }

@@ -39,6 +39,7 @@ struct Options {
     std::optional<double> dry_gain;       // linear
     std::optional<double> normalize_peak; // linear
     bool wet_only = false;
+    bool live = false; // Brisel Live in place of the exact plug-in
 
     bool list_parameters = false;
     bool list_presets = false;
@@ -54,6 +55,7 @@ struct Options {
 // What has to be known before the plug-in, whose parameters become options, is loaded.
 struct EarlyOptions {
     std::filesystem::path plugin; // empty: the default place
+    bool live = false;            // Brisel Live in place of the exact plug-in
     bool help_or_version = false;
 };
 

@@ -11,6 +11,10 @@
 namespace brisel::render {
 
 double Parameter::parse(std::string_view text) const {
+    const std::string word = lower_case(trimmed(text));
+    if (off && word == "off") return *off;
+    for (size_t i = 0; i < words.size(); ++i)
+        if (word == lower_case(words[i])) return static_cast<double>(i);
     const double value = parse_value(text, unit);
     if (!(value >= min && value <= max)) {
         const Unit plain = unit == Unit::milliseconds ? Unit::seconds : unit;
@@ -22,6 +26,7 @@ double Parameter::parse(std::string_view text) const {
 
 std::string Parameter::range() const {
     if (unit == Unit::on_off) return "on or off";
+    if (!words.empty()) return fmt::format("{} to {}", words.front(), words.back());
     return fmt::format("{} to {}", show_value(min, unit), show_value(max, unit));
 }
 
@@ -37,6 +42,8 @@ std::string option_name(std::string_view reported_name) {
             option += '-';
         }
     }
+    if (option == "scattering") return "brisel";
+    if (option == "modulation") return "modulate";
     return option;
 }
 
@@ -45,6 +52,7 @@ Unit unit_from_text(std::string_view text, double value, bool stepped, double mi
     if (stepped && zero_to_one && (text == "On" || text == "Off")) return Unit::on_off;
     if (stepped) return Unit::count;
     if (text.ends_with("dB")) return Unit::decibels;
+    if (text.ends_with(" Hz")) return Unit::hertz;
     if (text.ends_with(" ms")) {
         double shown = 0.0;
         std::from_chars(text.data(), text.data() + text.size(), shown);

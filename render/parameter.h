@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace brisel::render {
 
@@ -22,13 +23,17 @@ struct Parameter {
     double max;
     double default_value;
     Unit unit;
+    std::vector<std::string> words = {};      // of the steps, in order; empty: they are numbers
+    std::optional<double> off = std::nullopt; // the value that "off" stands for
+    std::string default_text = {};            // of default_value, for people
 
     // The value of `text`. Throws ValueError when it is no such value or out of range.
     double parse(std::string_view text) const;
     std::string range() const; // "5 ms to 500 ms"
 };
 
-// "EQ Low (dB)" -> "eq-low"; an option name stays as it is.
+// "EQ Low (dB)" -> "eq-low"; an option name stays as it is. Parameters that the plug-ins call differently
+// have one name, that of the presets.
 std::string option_name(std::string_view reported_name);
 
 // The unit, from the text that the plug-in shows for a value: "40.0 ms" of 0.04 is milliseconds.

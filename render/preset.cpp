@@ -62,28 +62,34 @@ void write_preset(const fs::path& file, std::span<const Parameter> parameters,
     write_file(file, text);
 }
 
-std::vector<ShippedPreset> shipped_presets() {
+std::vector<ShippedPreset> shipped_presets(bool live) {
     std::vector<ShippedPreset> presets;
     for (const fs::path& folder :
          {program_folder() / "presets", program_folder() / "../share/brisel/presets"}) {
+        const auto take = [&](const fs::path& file) {
+            if (file.extension() == kEnding)
+                presets.push_back({file.stem().string(), first_comment(file), file});
+        };
         std::error_code error;
-        for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
-            if (entry.path().extension() == kEnding)
-                presets.push_back(
-                    {entry.path().stem().string(), first_comment(entry.path()), entry.path()});
+        if (live) { // in folders of their categories
+            for (const auto& entry : fs::recursive_directory_iterator(folder / "live", error))
+                take(entry.path());
+        } else {
+            for (const auto& entry : fs::directory_iterator(folder, error)) take(entry.path());
+        }
         if (!presets.empty()) break;
     }
     std::ranges::sort(presets, {}, &ShippedPreset::name);
     return presets;
 }
 
-fs::path find_preset(const std::string& file_or_name) {
+fs::path find_preset(const std::string& file_or_name, bool live) {
     std::error_code error;
     if (file_or_name == kStandardStream || is_device(file_or_name) ||
         fs::is_regular_file(file_or_name, error))
         return file_or_name;
     std::vector<std::string> names;
-    for (const ShippedPreset& preset : shipped_presets()) {
+    for (const ShippedPreset& preset : shipped_presets(live)) {
         if (preset.name == file_or_name) return preset.file;
         names.push_back(preset.name);
     }

@@ -24,11 +24,11 @@ struct ShippedPreset {
     std::filesystem::path file;
 };
 
-// Sorted by name; none when they are not installed.
-std::vector<ShippedPreset> shipped_presets();
+// Sorted by name; none when they are not installed. With `live` those of Brisel Live.
+std::vector<ShippedPreset> shipped_presets(bool live);
 
 // The file that --preset means: an existing file, or else a shipped preset of that name.
 // Throws Failure that lists the names.
-std::filesystem::path find_preset(const std::string& file_or_name);
+std::filesystem::path find_preset(const std::string& file_or_name, bool live);
 
 } // namespace brisel::render

@@ -82,7 +82,8 @@ private:
 class Pass {
 public:
     Pass(Plugin& plugin, SoundReader& in, const RenderSettings& settings, uint32_t block)
-        : plugin_(plugin), in_(in), settings_(settings), block_(block), values_(settings.values),
+        : plugin_(plugin), in_(in), settings_(settings), block_(block),
+          until_asleep_(plugin.is_live() && !settings.tail_seconds), values_(settings.values),
           mix_(find_parameter(plugin.parameters(), "mix")), interleaved_(2 * size_t{block}),
           planar_(4 * size_t{block}) {
         for (size_t channel = 0; channel < 2; ++channel) {
@@ -112,13 +113,17 @@ public:
                 std::fill_n(planar_.begin(), 2 * size_t{block_}, 0.0f);
             }
             const uint64_t total = input_frames + tail_frames();
-            if (ended && position >= total) break;
+            if (ended && position >= input_frames && (until_asleep_ ? asleep_ : position >= total))
+                break;
+            if (ended && position > input_frames + frames_of(kLongestTail, in_.sample_rate()))
+                throw Failure("the sound does not end by itself; give its length by --tail");
 
             process_block(position);
             mix_and_interleave(position, gain);
 
             // Silence is looked for behind the input only.
-            const uint64_t end = std::min<uint64_t>(position + block_, ended ? total : UINT64_MAX);
+            const uint64_t end =
+                std::min<uint64_t>(position + block_, ended && !until_asleep_ ? total : UINT64_MAX);
             const uint64_t split = ended ? std::clamp(input_frames, position, end) : end;
             gate.pass(interleaved_.data(), split - position);
             const float* rest = interleaved_.data() + 2 * (split - position);
@@ -157,17 +162,23 @@ private:
         return got;
     }
 
-    // Steps apply at the first block that starts at or after their time.
+    // Steps apply at the first block that starts at or after their time; in Brisel Live at their time.
     void process_block(uint64_t position) {
         changes_.clear();
         const double now = static_cast<double>(position) / in_.sample_rate();
         for (; next_step_ < settings_.automation.size(); ++next_step_) {
             const AutomationStep& step = settings_.automation[next_step_];
-            if (step.seconds > now) break;
-            changes_.push_back({step.index, step.value});
+            uint64_t frame = position;
+            if (plugin_.is_live()) {
+                frame = std::max(frame, frames_of(step.seconds, in_.sample_rate()));
+                if (frame >= position + block_) break;
+            } else if (step.seconds > now) {
+                break;
+            }
+            changes_.push_back({step.index, step.value, static_cast<uint32_t>(frame - position)});
             values_[step.index] = step.value;
         }
-        plugin_.process(input_, output_, block_, changes_);
+        asleep_ = plugin_.process(input_, output_, block_, changes_);
     }
 
     void mix_and_interleave(uint64_t position, float gain) {
@@ -195,6 +206,8 @@ private:
     SoundReader& in_;
     const RenderSettings& settings_;
     const uint32_t block_;
+    const bool until_asleep_; // goes the tail, rather than for a time
+    bool asleep_ = false;
     std::vector<double> values_; // in force
     const std::optional<size_t> mix_;
     std::vector<float> interleaved_;
@@ -206,8 +219,9 @@ private:
 
 // The block length that the settings, and every step of the automation, are accepted with.
 uint32_t choose_block(Plugin& probe, int sample_rate, const RenderSettings& settings) {
-    const BlockFit fit(probe, sample_rate);
     uint32_t block = settings.block.value_or(kDefaultBlock);
+    if (probe.is_live()) return block;
+    const BlockFit fit(probe, sample_rate);
     const auto fit_in = [&](const std::vector<double>& values, const std::string& place) {
         const auto longest = fit.longest(values, block);
         if (!longest || (settings.block && *longest < block))

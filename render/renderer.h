@@ -18,6 +18,7 @@ namespace brisel::render {
 inline constexpr float kTailThreshold = 1e-6f;
 
 inline constexpr uint32_t kDefaultBlock = 256;
+inline constexpr double kLongestTail = 3600.0; // seconds
 
 // Whole frames in so many seconds.
 uint64_t frames_of(double seconds, int sample_rate);

@@ -107,9 +107,8 @@ std::string parameter_table(const Plugin& plugin, std::span<const double> values
     const auto& parameters = plugin.parameters();
     for (size_t i = 0; i < parameters.size(); ++i) {
         const Parameter& p = parameters[i];
-        table += fmt::format(kRow, p.name, "--" + p.option, p.range(),
-                             show_value(p.default_value, p.unit), unit_name(p.unit),
-                             plugin.text(i, values[i]));
+        table += fmt::format(kRow, p.name, "--" + p.option, p.range(), p.default_text,
+                             unit_name(p.unit), plugin.text(i, values[i]));
         const Unit unit = p.unit == Unit::milliseconds ? Unit::seconds : p.unit;
         objects.push_back(fmt::format(
             "{{\"name\": {}, \"option\": {}, \"unit\": {}, \"min\": {}, \"max\": {}, "

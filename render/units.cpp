@@ -11,13 +11,6 @@ namespace brisel::render {
 
 namespace {
 
-std::string lower_case(std::string_view text) {
-    std::string lower(text);
-    for (char& c : lower)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return lower;
-}
-
 struct Quantity {
     double number;
     std::string suffix; // lower case, without blanks around it
@@ -42,7 +35,7 @@ std::optional<double> switch_value(std::string_view text) {
 std::optional<double> value_of(const Quantity& q, Unit unit) {
     switch (unit) {
     case Unit::number:
-        if (q.suffix.empty()) return q.number;
+        if (q.suffix.empty() || q.suffix == "x") return q.number;
         break;
     case Unit::ratio:
         if (q.suffix.empty()) return q.number;
@@ -55,6 +48,10 @@ std::optional<double> value_of(const Quantity& q, Unit unit) {
         break;
     case Unit::decibels:
         if (q.suffix.empty() || q.suffix == "db") return q.number;
+        break;
+    case Unit::hertz:
+        if (q.suffix.empty() || q.suffix == "hz") return q.number;
+        if (q.suffix == "khz" || q.suffix == "k") return q.number * 1000.0;
         break;
     case Unit::count:
         if (q.suffix.empty() && q.number == std::floor(q.number)) return q.number;
@@ -74,6 +71,8 @@ std::string_view what_would_do(Unit unit) {
         return "not a time; write it as 40ms or 0.04s";
     case Unit::decibels:
         return "not a gain; write it as -2dB or +3dB";
+    case Unit::hertz:
+        return "not a frequency; write it as 80Hz or 2kHz";
     case Unit::count:
         return "not a whole number";
     case Unit::on_off:
@@ -85,6 +84,13 @@ std::string_view what_would_do(Unit unit) {
 }
 
 } // namespace
+
+std::string lower_case(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return lower;
+}
 
 std::string_view trimmed(std::string_view text) {
     constexpr std::string_view kBlanks = " \t\r\n";
@@ -129,6 +135,8 @@ std::string_view unit_name(Unit unit) {
         return "s";
     case Unit::decibels:
         return "dB";
+    case Unit::hertz:
+        return "Hz";
     case Unit::ratio:
         return "0..1";
     case Unit::number:

@@ -13,6 +13,7 @@ enum class Unit {
     milliseconds, // a time shown in milliseconds; the value is in seconds all the same
     seconds,      // a time
     decibels,     // a gain; the value is in dB
+    hertz,        // a frequency
     count,        // a whole number
     on_off,       // a switch; the value is 1 or 0
 };
@@ -27,6 +28,9 @@ std::string show_value(double value, Unit unit);
 
 // "ms", "s", "dB" ...: the unit as a word for tables; empty for plain numbers.
 std::string_view unit_name(Unit unit);
+
+// `text` with small letters in place of A to Z.
+std::string lower_case(std::string_view text);
 
 // `text` without blanks at either end.
 std::string_view trimmed(std::string_view text);

@@ -34,13 +34,17 @@ constexpr double kSlowest = 20.0, kFastest = 999.0; // beats per minute
 constexpr double kNotes[] = {0.0,     1.0 / 16, 1.0 / 8, 1.0 / 6, 1.0 / 4,
                              3.0 / 8, 1.0 / 3,  1.0 / 2, 3.0 / 4, 1.0};
 
-// NaN and infinities count as 0 and -0 as +0, so that a sum with it does not depend on its order.
+// NaN and infinities count as 0 and -0 as +0, so that a sum with it does not depend on its order. What is
+// 180 dB above full scale is no sound, but squared and summed in the network it would overflow, and never
+// leave it: it is held there.
 inline __m256 clean(__m256 x) {
     const __m256i exponent = _mm256_set1_epi32(0x7f800000);
     const __m256i bits = _mm256_castps_si256(x);
     const __m256i unusable = _mm256_cmpeq_epi32(_mm256_and_si256(bits, exponent), exponent);
-    return _mm256_add_ps(_mm256_castsi256_ps(_mm256_andnot_si256(unusable, bits)),
-                         _mm256_setzero_ps());
+    const __m256 usable = _mm256_castsi256_ps(_mm256_andnot_si256(unusable, bits));
+    const __m256 held =
+        _mm256_max_ps(_mm256_min_ps(usable, _mm256_set1_ps(0x1p30f)), _mm256_set1_ps(-0x1p30f));
+    return _mm256_add_ps(held, _mm256_setzero_ps());
 }
 
 void clean(float* to, const float* from, uint32_t frames) {

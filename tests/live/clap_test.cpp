@@ -256,7 +256,7 @@ TEST(LiveClap, EventsSoundTheSameHoweverBlocksAreCut) {
                     events.value(id, value, time - at);
             }
             const auto block = instance.render(input, at, frames, &events, random.chance(0.5f));
-            for (const size_t c : {0, 1})
+            for (const size_t c : {size_t{0}, size_t{1}})
                 heard[c].insert(heard[c].end(), block.out[c].begin(), block.out[c].end());
         }
         EXPECT_EQ(instance.value(kMix), 0.25);

@@ -103,7 +103,7 @@ TEST(LiveReverb, AtRestEqualsTheExactOne) {
             for (auto* signal : {&got[c], &expected[c]})
                 for (float& x : *signal) x += 0.0f; // the sign of a zero may differ
             if (!shelves) {
-                EXPECT_TRUE(compare::same_bits(got[c], expected[c]));
+                EXPECT_TRUE(compare::same(got[c], expected[c]));
                 continue;
             }
             std::vector<float> rest(got[c].size());
@@ -300,7 +300,7 @@ TEST(LiveReverb, SleepsWakesClearsAndBypasses) {
     EXPECT_EQ(host.status, Status::kAsleep);
     // Woken it is a new one.
     const Channels woken = host.run(burst), fresh = Host(settings).run(burst);
-    for (size_t c : {0u, 1u}) EXPECT_TRUE(compare::same_bits(woken[c], fresh[c]));
+    for (size_t c : {0u, 1u}) EXPECT_TRUE(compare::same(woken[c], fresh[c]));
 
     host.run(silence(3));
     host.run(silence(480), {{0, kClear, false, 1.0}});
@@ -308,7 +308,7 @@ TEST(LiveReverb, SleepsWakesClearsAndBypasses) {
 
     host.run(burst, {{0, kBypass, false, 1.0}});
     const Channels through = host.run(burst);
-    for (size_t c : {0u, 1u}) EXPECT_TRUE(compare::same_bits(through[c], burst[c]));
+    for (size_t c : {0u, 1u}) EXPECT_TRUE(compare::same(through[c], burst[c]));
     host.reverb.reset();
     EXPECT_EQ(peak(host.run(silence(2000))), 0.0);
 }
@@ -330,7 +330,7 @@ TEST(LiveReverb, BadInputChangesNothingOrIsClamped) {
     for (int block = 0; block < 3; ++block) {
         const Channels got = host.run(input, block == 0 ? bad : std::vector<Event>{});
         const Channels expected = same.run(cleaned, block == 0 ? meant : std::vector<Event>{});
-        for (size_t c : {0u, 1u}) EXPECT_TRUE(compare::same_bits(got[c], expected[c]));
+        for (size_t c : {0u, 1u}) EXPECT_TRUE(compare::same(got[c], expected[c]));
     }
     EXPECT_EQ(host.reverb.values().plain(), same.reverb.values().plain());
 
