@@ -309,12 +309,12 @@ double fall_time(const std::vector<double>& energies, double step) {
 }
 
 TEST(LiveView, DrawsTheDecayTimesOfTheEngine) {
-    const double kSettings[][4] = {// size, decay, damp, stages
-                                   {0.04, 2.0, 0.3, 2},
-                                   {0.02, 0.8, 0.8, 1},
-                                   {0.12, 3.0, 0.5, 0},
-                                   {0.06, 1.5, 0.6, 3}};
-    for (const auto& [size, decay, damp, stages] : kSettings) {
+    const double cases[][4] = {// size, decay, damp, stages
+                               {0.04, 2.0, 0.3, 2},
+                               {0.02, 0.8, 0.8, 1},
+                               {0.12, 3.0, 0.5, 0},
+                               {0.06, 1.5, 0.6, 3}};
+    for (const auto& [size, decay, damp, stages] : cases) {
         Reverb reverb;
         ASSERT_TRUE(reverb.prepare(Octave::kRate, 512));
         Settings settings = default_settings();
