@@ -1,6 +1,7 @@
 // Extension "clap.gui" and those that keep its window going, "clap.timer-support" and
-// "clap.posix-fd-support": the window module, opened when a host asks for a window. Without the module,
-// without X, or in a host that keeps no time, there is none, and all else works. All of it [main-thread].
+// "clap.posix-fd-support": the window module, opened when a host asks for a window. Without the
+// module, without X, or in a host that keeps no time, there is none, and all else works. All of it
+// [main-thread].
 #include <dlfcn.h>
 
 #include <climits>
@@ -133,8 +134,8 @@ bool get_preferred_api(const clap_plugin_t* plugin, const char** api, bool* is_f
 
 bool create(const clap_plugin_t* plugin, const char* api, bool is_floating) {
     Plugin& p = self(plugin);
-    // The host's time is asked for here and not above: some hosts ask what is supported without offering
-    // anything themselves.
+    // The host's time is asked for here and not above: some hosts ask what is supported without
+    // offering anything themselves.
     if (p.gui.module || !p.host_timer || !same_text(api, CLAP_WINDOW_API_X11) || is_floating ||
         !take_module(p.gui))
         return false;

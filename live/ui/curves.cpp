@@ -15,11 +15,12 @@ constexpr int kLines = 16;
 
 } // namespace
 
-// A trip leads through one of the delays e_j of each stage but the last, and then through line i: its
-// delay in the last stage and its own, d_i samples together, and its filter H_i = b0 / (1 - a1 / z). Which ones
-// they are is equally likely, since the network mixes them in between. The filter's gains, g_low at 0 Hz and g_high
-// at half the rate, are those of the whole loop of line i, its delays in all stages included. The energy falls
-// by exp(-s) a sample, with the s for which a trip returns what it takes:
+// A trip leads through one of the delays e_j of each stage but the last, and then through line i:
+// its delay in the last stage and its own, d_i samples together, and its filter
+// H_i = b0 / (1 - a1 / z). Which ones they are is equally likely, since the network mixes them in
+// between. The filter's gains, g_low at 0 Hz and g_high at half the rate, are those of the whole
+// loop of line i, its delays in all stages included. The energy falls by exp(-s) a sample, with the
+// s for which a trip returns what it takes:
 //
 //   mean_i exp(s d_i) |H_i|^2 * product over the stages of mean_j exp(s e_j) = 1
 double decay_time(const Settings& settings, double rate, double hz) {
@@ -62,7 +63,7 @@ double decay_time(const Settings& settings, double rate, double hz) {
         add(samples, loss);
         for (int stage = 0; stage + 1 < count; ++stage) {
             double lengths[kLines];
-            std::copy_n(&stages[stage * kLines], kLines, lengths);
+            for (int i = 0; i < kLines; ++i) lengths[i] = stages[stage * kLines + i];
             add(lengths, nullptr);
         }
         s -= excess / slope;
@@ -81,21 +82,22 @@ double damp_for(Settings settings, double rate, double hz, double seconds) {
 
 double tone_gain(const Settings& settings, double rate, double hz) {
     // Second-order sections with damping sqrt(2), in front of the bilinear transform.
-    constexpr double k = std::numbers::sqrt2;
+    constexpr double kDamping = std::numbers::sqrt2;
     const auto tangent = [rate](double f) {
         return std::tan(std::numbers::pi * std::min(f / rate, 0.45));
     };
     const double w = std::tan(std::numbers::pi * std::min(hz / rate, 0.4999));
     const auto cut = [=](double corner, double high, double low) {
         const std::complex<double> s(0.0, w / tangent(corner));
-        return std::abs((high * s * s + low) / (s * s + k * s + 1.0));
+        return std::abs((high * s * s + low) / (s * s + kDamping * s + 1.0));
     };
     // A shelf's corner is half way up: A in the middle, A^2 (or 1) at the ends.
     const auto shelf = [=](double corner, double decibels, bool above) {
         const double A = std::pow(10.0, decibels / 40.0);
         const std::complex<double> s(0.0, w / tangent(corner));
         const double root = std::sqrt(A);
-        const auto rising = A * s * s + root * k * s + 1.0, falling = s * s + root * k * s + A;
+        const auto rising = A * s * s + root * kDamping * s + 1.0,
+                   falling = s * s + root * kDamping * s + A;
         return std::abs(A * (above ? rising / falling : falling / rising));
     };
     double gain = shelf(250.0, settings[kEqLow], false) * shelf(4500.0, settings[kEqHigh], true);

@@ -1,4 +1,5 @@
-// What the settings promise over frequency: the decay time of the loop filters, and the wet signal's tone.
+// What the settings promise over frequency: the decay time of the loop filters, and the wet
+// signal's tone.
 #ifndef BRISEL_LIVE_UI_CURVES_H
 #define BRISEL_LIVE_UI_CURVES_H
 

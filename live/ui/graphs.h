@@ -1,5 +1,5 @@
-// The three pictures: decay time and tone over frequency with nodes to drag, and what the engine makes of
-// a click.
+// The three pictures: decay time and tone over frequency with nodes to drag, and what the engine
+// makes of a click.
 #ifndef BRISEL_LIVE_UI_GRAPHS_H
 #define BRISEL_LIVE_UI_GRAPHS_H
 

@@ -1,5 +1,5 @@
-// The window as LV2 hosts ask for it: ui:X11UI with the idle interface. The plug-in is at the other end of
-// its ports; values and meters are what the host last told of them.
+// The window as LV2 hosts ask for it: ui:X11UI with the idle interface. The plug-in is at the other
+// end of its ports; values and meters are what the host last told of them.
 #include <lv2/atom/atom.h>
 #include <lv2/options/options.h>
 #include <lv2/parameters/parameters.h>

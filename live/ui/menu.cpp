@@ -30,8 +30,8 @@ void Menu::open(Model& model) {
                 kRowHeight};
 }
 
-// Fills columns from top to bottom, each category below its heading and, where it fits, in one column.
-// The cells are numbers of columns and rows; returns how many columns there are.
+// Fills columns from top to bottom, each category below its heading and, where it fits, in one
+// column. The cells are numbers of columns and rows; returns how many columns there are.
 int Menu::place(const std::vector<PresetEntry>& presets, int rows) {
     cells_.clear();
     int row = 0, column = 0;

@@ -17,7 +17,8 @@ public:
     void open(Model& model); // reads the user's folder anew
     void close() { open_ = false; }
 
-    // The preset to be chosen: under the pointer, or reached with keys. light() tells whether it changed.
+    // The preset to be chosen: under the pointer, or reached with keys. light() tells whether it
+    // changed.
     int lit() const { return lit_; }
     bool light(int entry);
     void step(int by);

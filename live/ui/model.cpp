@@ -103,7 +103,8 @@ void Model::scan_presets() {
     for (fs::directory_iterator file(user_folder(), error), end; !error && file != end;
          file.increment(error)) {
         PresetEntry entry;
-        if (file->is_regular_file(error) && read_file(file->path(), entry))
+        if (file->path().extension() == ".preset" && file->is_regular_file(error) &&
+            read_file(file->path(), entry))
             presets_.push_back(std::move(entry));
     }
     std::sort(presets_.begin() + own, presets_.end(),
@@ -111,8 +112,8 @@ void Model::scan_presets() {
     if (preset_ >= static_cast<int>(presets_.size())) preset_ = -1;
 }
 
-// What loading leaves alone: a locked Mix, and what presets leave to the moment or to the mixer where they
-// do not mention it.
+// What loading leaves alone: a locked Mix, and what presets leave to the moment or to the mixer
+// where they do not mention it.
 ParameterMask Model::kept(const Preset& preset) const {
     constexpr ParameterMask kOnlyWhereGiven = kNotInPresets | bit_of(kMix);
     return (kOnlyWhereGiven & ~preset.given) | bit_of(kClear) | (mix_locked() ? bit_of(kMix) : 0);

@@ -1,6 +1,6 @@
-/* The window module of Brisel Live, a shared object of its own beside the plug-ins' audio binaries: they
- * open it with dlopen when a window is asked for, so that they need neither X nor cairo and work where
- * those, or the module, are missing.
+/* The window module of Brisel Live, a shared object of its own beside the plug-ins' audio binaries:
+ * they open it with dlopen when a window is asked for, so that they need neither X nor cairo and
+ * work where those, or the module, are missing.
  *
  *   void* library = dlopen(".../brisel-live-ui.so", RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
  *   brisel_ui_entry entry = (brisel_ui_entry)dlsym(library, BRISEL_UI_ENTRY);
@@ -10,16 +10,16 @@
  *   ... module->update(ui) every 33 ms and whenever module->connection(ui) is readable ...
  *   module->close(ui);
  *
- * Embedding. The window speaks the X protocol through xcb, not Xlib. A window inside another program's
- * may lose its parent at any time; an error that follows ends the whole program with Xlib's handlers,
- * which belong to the process, whereas xcb hands it to whoever made the connection. That is also why no
- * toolkit for plug-in windows lies in between: those at hand (pugl, and DGL on top of it) rest on Xlib,
- * install as bare sources under one distribution's path, and leave to us all but their event loop, which
- * is 150 of our lines.
+ * Embedding. The window speaks the X protocol through xcb, not Xlib. A window inside another
+ * program's may lose its parent at any time; an error that follows ends the whole program with
+ * Xlib's handlers, which belong to the process, whereas xcb hands it to whoever made the
+ * connection. That is also why no toolkit for plug-in windows lies in between: those at hand (pugl,
+ * and DGL on top of it) rest on Xlib, install as bare sources under one distribution's path, and
+ * leave to us all but their event loop, which is 150 of our lines.
  *
- * All calls, those of the host record included, are [main-thread] and never concurrent; the window
- * starts no thread and shares no lock with the sound. Several windows may be open at once, one a host
- * record. */
+ * All calls, those of the host record included, are [main-thread] and never concurrent; the
+ * window starts no thread and shares no lock with the sound. Several windows may be open at
+ * once, one a host record. */
 #ifndef BRISEL_LIVE_UI_MODULE_H
 #define BRISEL_LIVE_UI_MODULE_H
 
@@ -40,12 +40,13 @@ typedef struct brisel_ui_meters {
     float input, wet, output, duck;
 } brisel_ui_meters;
 
-/* What a person does with a control, in this order: each drag, click, key or preset begins, sets and
- * ends each parameter it changes. */
+/* What a person does with a control, in this order: each drag, click, key or preset begins, sets
+ * and ends each parameter it changes. */
 enum { BRISEL_UI_BEGIN, BRISEL_UI_VALUE, BRISEL_UI_END };
 
-/* The plug-in, seen from its window. Ids are rows of the parameter table, values plain, in base units.
- * The record and what its members point at live until close() has returned. No member is null. */
+/* The plug-in, seen from its window. Ids are rows of the parameter table, values plain, in base
+ * units. The record and what its members point at live until close() has returned. No member is
+ * null. */
 typedef struct brisel_ui_host {
     void* context; /* first argument of all calls */
     double (*value)(void* context, uint32_t id);
@@ -66,8 +67,9 @@ typedef struct brisel_ui_module {
     /* Whether there is an X display to open windows on. */
     bool (*available)(void);
 
-    /* A hidden window inside the X window `parent`, of the default size at `scale` (1 is 100 %; 0 takes
-     * the desktop's own scale). Returns null when there is no display, or memory runs out. */
+    /* A hidden window inside the X window `parent`, of the default size at `scale` (1 is 100 %; 0
+     * takes the desktop's own scale). Returns null when there is no display, or no such parent, or
+     * memory runs out. */
     brisel_ui* (*open)(const brisel_ui_host* host, uint32_t parent, double scale);
     void (*close)(brisel_ui* ui); /* null is allowed */
 

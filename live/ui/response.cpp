@@ -12,7 +12,8 @@ constexpr double kHighestRate = 48000.0; // Hz; enough for a picture
 
 // The least of some round spans that holds `seconds`, or the longest.
 double span_for(double seconds, std::initializer_list<double> spans) {
-    const auto* const fits = std::ranges::find_if(spans, [=](double span) { return span >= seconds; });
+    const auto* const fits =
+        std::ranges::find_if(spans, [=](double span) { return span >= seconds; });
     return fits == spans.end() ? *(spans.end() - 1) : *fits;
 }
 

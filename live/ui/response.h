@@ -1,5 +1,5 @@
-// What the engine makes of a click with the present settings, ready to be drawn: single echoes and their
-// density while the sound builds up, and the fall of its energy.
+// What the engine makes of a click with the present settings, ready to be drawn: single echoes and
+// their density while the sound builds up, and the fall of its energy.
 #ifndef BRISEL_LIVE_UI_RESPONSE_H
 #define BRISEL_LIVE_UI_RESPONSE_H
 
@@ -19,9 +19,9 @@ public:
     // Runs an engine of its own; false, with nothing to show, when there is no memory for it.
     bool measure(const Settings& settings, double rate);
 
-    // The build-up. Echoes: the highest peak in each column, in dB of the highest of all. Density, after
-    // J. Abel and P. Huang, "A simple, robust measure of reverberation echo density", 2006: the share of samples
-    // beyond the standard deviation of the 20 ms around, 1 for what noise has.
+    // The build-up. Echoes: the highest peak in each column, in dB of the highest of all. Density,
+    // after J. Abel and P. Huang, "A simple, robust measure of reverberation echo density", 2006:
+    // the share of samples beyond the standard deviation of the 20 ms around, 1 for what noise has.
     double build_up_span() const { return build_up_span_; } // seconds
     const Columns& echoes() const { return echoes_; }
     const Columns& density() const { return density_; }

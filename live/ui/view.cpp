@@ -321,7 +321,8 @@ bool View::key(Key key, char character, bool fine) {
     default:
         break;
     }
-    // A number begins to be typed; other characters, the space of hosts' transports above all, are not ours.
+    // A number begins to be typed; other characters, the space of hosts' transports above all, are
+    // not ours.
     if (!item.turns() || !((character >= '0' && character <= '9') || character == '-' ||
                            character == '+' || character == '.'))
         return false;

@@ -1,5 +1,5 @@
-// The window's contents on any cairo surface: what people do comes in as plain events, what has to be
-// drawn anew goes out as damage. Knows nothing of X.
+// The window's contents on any cairo surface: what people do comes in as plain events, what has to
+// be drawn anew goes out as damage. Knows nothing of X.
 #ifndef BRISEL_LIVE_UI_VIEW_H
 #define BRISEL_LIVE_UI_VIEW_H
 
@@ -53,7 +53,8 @@ public:
     // Ends what is under way: the window is hidden, or closed.
     void release();
 
-    // Takes values and meters; to be called some thirty times a second with the time in ms, of any clock.
+    // Takes values and meters; to be called some thirty times a second with the time in ms, of any
+    // clock.
     void refresh(uint32_t time);
 
     // What differs from what was drawn last, in pixels; draw() draws it and empties it.

@@ -135,8 +135,8 @@ Window::Window(const brisel_ui_host& host, xcb_connection_t* connection, int scr
                uint32_t parent)
     : view_(host), connection_(connection), screen_(screen_of(connection, screen)), parent_(parent),
       window_(xcb_generate_id(connection)), keys_(xcb_key_symbols_alloc(connection)) {
-    // No background: nothing flickers before the picture comes. Border and colour map are the window's own,
-    // since the parent may be of another depth.
+    // No background: nothing flickers before the picture comes. Border and colour map are the
+    // window's own, since the parent may be of another depth.
     const uint32_t events = XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_STRUCTURE_NOTIFY |
                             XCB_EVENT_MASK_VISIBILITY_CHANGE | XCB_EVENT_MASK_BUTTON_PRESS |
                             XCB_EVENT_MASK_BUTTON_RELEASE | XCB_EVENT_MASK_POINTER_MOTION |

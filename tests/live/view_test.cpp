@@ -1,5 +1,5 @@
-// The window's contents on images: what people do reaches the host as gestures, what the host does is
-// drawn, and the curves are the engine's.
+// The window's contents on images: what people do reaches the host as gestures, what the host does
+// is drawn, and the curves are the engine's.
 #include "live/ui/view.h"
 
 #include <complex>
@@ -294,7 +294,8 @@ struct Octave {
     static constexpr size_t kStep = 480;
 };
 
-// Seconds from the energy left being 5 dB down to its being 35 dB down, times two: a steady fall's T60.
+// Seconds from the energy left being 5 dB down to its being 35 dB down, times two: a steady fall's
+// T60.
 double fall_time(const std::vector<double>& energies, double step) {
     std::vector<double> left(energies.size());
     std::partial_sum(energies.rbegin(), energies.rend(), left.rbegin());
@@ -308,12 +309,12 @@ double fall_time(const std::vector<double>& energies, double step) {
 }
 
 TEST(LiveView, DrawsTheDecayTimesOfTheEngine) {
-    const double kSettings[][4] = {// size, decay, damp, stages
-                                   {0.04, 2.0, 0.3, 2},
-                                   {0.02, 0.8, 0.8, 1},
-                                   {0.12, 3.0, 0.5, 0},
-                                   {0.06, 1.5, 0.6, 3}};
-    for (const auto& [size, decay, damp, stages] : kSettings) {
+    const double cases[][4] = {// size, decay, damp, stages
+                               {0.04, 2.0, 0.3, 2},
+                               {0.02, 0.8, 0.8, 1},
+                               {0.12, 3.0, 0.5, 0},
+                               {0.06, 1.5, 0.6, 3}};
+    for (const auto& [size, decay, damp, stages] : cases) {
         Reverb reverb;
         ASSERT_TRUE(reverb.prepare(Octave::kRate, 512));
         Settings settings = default_settings();

@@ -1,9 +1,10 @@
-// The window in X, in a tiny host of each format, played by xdotool. Needs a display; window_test.sh gives
-// one.
+// The window in X, in a tiny host of each format, played by xdotool. Needs a display;
+// window_test.sh gives one.
 #include <lv2/ui/ui.h>
 #include <poll.h>
 #include <xcb/xcb.h>
 
+#include <bit>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -211,7 +212,7 @@ TEST(Lv2Window, IsDraggedAndWritesItsPorts) {
                                static_cast<Host*>(h)->height = height;
                                return 0;
                            }};
-    const LV2_Feature parent_feature = {LV2_UI__parent, reinterpret_cast<void*>(size_t{frame.id})},
+    const LV2_Feature parent_feature = {LV2_UI__parent, std::bit_cast<void*>(size_t{frame.id})},
                       touch_feature = {LV2_UI__touch, &touch},
                       resize_feature = {LV2_UI__resize, &resize};
     const LV2_Feature* const features[] = {&parent_feature, &touch_feature, &resize_feature,

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs PROGRAM, and what follows, on an X display of its own. Skipped (77) where Xvfb or xdotool are missing.
-# usage: window_test.sh PROGRAM [ARGUMENT...]
+# Runs PROGRAM, and what follows, on an X display of its own. Skipped (77) where Xvfb or xdotool are
+# missing. usage: window_test.sh PROGRAM [ARGUMENT...]
 set -euo pipefail
 
 for tool in Xvfb xdotool; do
