@@ -1,5 +1,5 @@
-// The vector kernels and their definitions side by side, on one set of buffers: what the tests compare and
-// the benchmarks time.
+// The vector kernels and their definitions side by side, on one set of buffers: what the tests
+// compare and the benchmarks time.
 #ifndef BRISEL_BENCH_KERNELS_H
 #define BRISEL_BENCH_KERNELS_H
 
@@ -13,8 +13,9 @@
 
 namespace kernels {
 
-// Everything that a kernel may touch, in one allocation so that it can be copied and compared as a whole; a
-// band that no kernel may touch follows each part. Parts stand `offset` floats behind a 32-byte boundary.
+// Everything that a kernel may touch, in one allocation so that it can be copied and compared as a
+// whole; a band that no kernel may touch follows each part. Parts stand `offset` floats behind a
+// 32-byte boundary.
 class Buffers {
     struct alignas(32) Vector {
         float x[8];

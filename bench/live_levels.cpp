@@ -1,5 +1,6 @@
-// bench_live_levels: how loud the presets of Brisel Live are. Each one's wet signal alone, on a recording;
-// its level is the rms over the length of the recording. Also how far Auto Level lets steady noise move.
+// bench_live_levels: how loud the presets of Brisel Live are. Each one's wet signal alone, on a
+// recording; its level is the rms over the length of the recording. Also how far Auto Level lets
+// steady noise move.
 #include <fmt/format.h>
 #include <sndfile.h>
 

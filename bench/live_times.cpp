@@ -1,6 +1,6 @@
-// bench_live_times: how long Brisel Live takes beside the exact reverb, on the same noise in the same run.
-// Both render short segments in turn; a row is the median of the ratios of neighbouring segments. A ratio
-// stands beside what it has to stay below.
+// bench_live_times: how long Brisel Live takes beside the exact reverb, on the same noise in the
+// same run. Both render short segments in turn; a row is the median of the ratios of neighbouring
+// segments. A ratio stands beside what it has to stay below.
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
@@ -52,7 +52,10 @@ const Row kRows[] = {
     {"diffusion", 1.9, {{kDiffusion, 1}}},
     {"duck", 2.0, {{kDuck, 12}}},
     {"four tone bands, against EQ", 1.5, kFourBands, {}, with_eq},
-    {"four tone bands moving, against EQ", 2.0, kFourBands, {kLowCut, kEqLow, kEqHigh, kHighCut},
+    {"four tone bands moving, against EQ",
+     2.0,
+     kFourBands,
+     {kLowCut, kEqLow, kEqHigh, kHighCut},
      with_eq},
     {"Mix moving", 1.5, {}, {kMix}},
     {"Decay moving", 1.5, {}, {kDecay}},
@@ -88,7 +91,8 @@ public:
             events.clear();
             ++block_;
             for (Id id : row_.moving) {
-                const double position = 0.5 + 0.4 * std::sin(0.05 * block_ + static_cast<double>(id));
+                const double position =
+                    0.5 + 0.4 * std::sin(0.05 * block_ + static_cast<double>(id));
                 events.push_back({0, id, false, from_position(parameters()[id], position)});
             }
             live_.process(in, out, row_.frames, events, nullptr);

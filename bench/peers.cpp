@@ -140,12 +140,11 @@ void print_traits(const std::string& plugin) {
         }
         fmt::print("| {} | {} | {} |\n", name, presets, apart(sounds[0], sounds[1]));
     };
-    row("Brisel", 0,
-        [&](uint32_t frames) {
-            auto instance = std::make_unique<ClapInstance>(library);
-            instance->start(kRate, frames);
-            return instance;
-        });
+    row("Brisel", 0, [&](uint32_t frames) {
+        auto instance = std::make_unique<ClapInstance>(library);
+        instance->start(kRate, frames);
+        return instance;
+    });
     Lv2World world;
     for (const LilvPlugin* installed : world.reverbs()) {
         std::string why_not;

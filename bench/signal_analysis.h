@@ -85,7 +85,10 @@ inline std::vector<double> spectrum(const Signal& x, size_t from, size_t frames,
     std::vector<Complex> z(frames);
     for (size_t t = 0, reversed = 0; t < frames; ++t) {
         const double p = 2.0 * kPi * static_cast<double>(t) / static_cast<double>(frames);
-        const double window = shape == Window::kNone ? 1.0 : 0.35875 - 0.48829 * std::cos(p) + 0.14128 * std::cos(2 * p) - 0.01168 * std::cos(3 * p);
+        const double window = shape == Window::kNone
+                                  ? 1.0
+                                  : 0.35875 - 0.48829 * std::cos(p) + 0.14128 * std::cos(2 * p) -
+                                        0.01168 * std::cos(3 * p);
         z[reversed] = window * double{x[from + t]};
         size_t bit = frames >> 1;
         while (bit != 0 && (reversed & bit) != 0) {

@@ -1,5 +1,6 @@
-// Random sequences of calls on the reverb and on the block engine, with arguments good and bad: NaN,
-// infinities, huge and negative numbers, missing pointers. Buffers are exactly as long as a call may use.
+// Random sequences of calls on the reverb and on the block engine, with arguments good and bad:
+// NaN, infinities, huge and negative numbers, missing pointers. Buffers are exactly as long as a
+// call may use.
 #include <vector>
 
 #include "brisel/reverb.h"

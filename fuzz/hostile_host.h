@@ -11,9 +11,9 @@
 
 namespace fuzz {
 
-// Events of all kinds. Some plug-ins look at an event's kind alone: for them a parameter event is as long as
-// one, whatever its header claims, and any other a bare header. For those that look at the size too, all are as
-// long as they claim, and no longer.
+// Events of all kinds. Some plug-ins look at an event's kind alone: for them a parameter event is
+// as long as one, whatever its header claims, and any other a bare header. For those that look at
+// the size too, all are as long as they claim, and no longer.
 class Events {
 public:
     Events(Input& input, uint32_t ids, bool size_counts) : claimed_(input.below(20)) {

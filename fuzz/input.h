@@ -1,5 +1,5 @@
-// A fuzzer's bytes, read as the values that calls take. When the bytes run out everything is 0, so that
-// every prefix of an input means something.
+// A fuzzer's bytes, read as the values that calls take. When the bytes run out everything is 0, so
+// that every prefix of an input means something.
 #ifndef BRISEL_FUZZ_INPUT_H
 #define BRISEL_FUZZ_INPUT_H
 

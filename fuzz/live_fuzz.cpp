@@ -1,5 +1,6 @@
-// brisel-live.clap under a hostile host: any order of calls, events and ports of any content, layouts, texts,
-// states through streams that misbehave. What it renders is finite, and free of subnormals.
+// brisel-live.clap under a hostile host: any order of calls, events and ports of any content,
+// layouts, texts, states through streams that misbehave. What it renders is finite, and free of
+// subnormals.
 #include <cmath>
 #include <string>
 
@@ -59,8 +60,8 @@ void texts(const host::Plugin& p, Input& input) {
     }
 }
 
-// A state is loaded with its values brought into their ranges, or changes nothing; what is saved is loaded as
-// it was.
+// A state is loaded with its values brought into their ranges, or changes nothing; what is saved is
+// loaded as it was.
 void states(host::Plugin& p, Input& input) {
     host::Stream stream;
     stream.chunk = 1 + input.below(120);

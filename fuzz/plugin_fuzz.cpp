@@ -1,6 +1,6 @@
-// The plug-in under a hostile host: any order of calls, event lists of any content, block lengths and channels
-// of any kind, texts, states through streams that misbehave. Buffers are exactly as long as they must be, so
-// that the address sanitizer sees the first sample too many.
+// The plug-in under a hostile host: any order of calls, event lists of any content, block lengths
+// and channels of any kind, texts, states through streams that misbehave. Buffers are exactly as
+// long as they must be, so that the address sanitizer sees the first sample too many.
 #include "fuzz/hostile_host.h"
 #include "tests/clap_host.h"
 
@@ -57,8 +57,8 @@ void texts(const host::Plugin& p, Input& input) {
     FUZZ_REQUIRE(p.tail() <= 2147483648u);
 }
 
-// A state of arbitrary bytes is loaded as a whole, with its values brought into their ranges, or not at all;
-// what is saved then is what was loaded.
+// A state of arbitrary bytes is loaded as a whole, with its values brought into their ranges, or
+// not at all; what is saved then is what was loaded.
 void states(host::Plugin& p, Input& input) {
     host::Stream stream;
     stream.chunk = 1 + input.below(120);

@@ -1,5 +1,5 @@
-// Runs a fuzz target over files, without a fuzzer: how the corpus is kept as plain tests, and how one input
-// is looked at in a debugger.
+// Runs a fuzz target over files, without a fuzzer: how the corpus is kept as plain tests, and how
+// one input is looked at in a debugger.
 //
 // usage: TARGET-replay FILE|FOLDER...
 #include <algorithm>

@@ -1,8 +1,8 @@
-// For the plug-ins' audio binaries, which need libc and libm only: the few functions through which the
-// C++ standard library would allocate and throw. Without these, all of its machinery for exceptions comes
-// along, which takes 70 KiB when the library is loaded, never gives them back, and needs the loader's
-// thread-local storage. Nothing here throws: a check that fails is a bug, and ends the program as an
-// assertion does.
+// For the plug-ins' audio binaries, which need libc and libm only: the few functions through which
+// the C++ standard library would allocate and throw. Without these, all of its machinery for
+// exceptions comes along, which takes 70 KiB when the library is loaded, never gives them back, and
+// needs the loader's thread-local storage. Nothing here throws: a check that fails is a bug, and
+// ends the program as an assertion does.
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -10,7 +10,8 @@
 // NOLINTBEGIN: names, namespace and form are the library's.
 namespace std {
 
-// All that the library defines in one place: if one were missing, its own would come along with the rest.
+// All that the library defines in one place: if one were missing, its own would come along with the
+// rest.
 [[noreturn]] void __throw_bad_exception() {
     abort();
 }

@@ -1,5 +1,5 @@
-// All jobs of a run, one after the other or several side by side. Owns the instances that render and
-// the order of what is printed; leaves each sound to the renderer.
+// All jobs of a run, one after the other or several side by side. Owns the instances that render
+// and the order of what is printed; leaves each sound to the renderer.
 #pragma once
 
 #include "render/clap_host.h"

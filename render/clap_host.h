@@ -37,8 +37,8 @@ public:
     std::vector<double> values() const;
     std::string text(size_t index, double value) const; // as the plug-in shows it
 
-    // Whether it is Brisel Live: it takes blocks of any length, changes at their exact time, and sleeps
-    // once its sound is over.
+    // Whether it is Brisel Live: it takes blocks of any length, changes at their exact time, and
+    // sleeps once its sound is over.
     bool is_live() const;
 
     // Hands over all values through a parameter flush. Only while inactive.
@@ -55,8 +55,8 @@ public:
 
     uint32_t tail_frames() const; // 0 when the plug-in reports none
 
-    // Renders one block: channels of `frames` samples each. The changes are in the order of their frames. Returns
-    // whether the plug-in sleeps. Throws Failure when it reports an error.
+    // Renders one block: channels of `frames` samples each. The changes are in the order of their
+    // frames. Returns whether the plug-in sleeps. Throws Failure when it reports an error.
     bool process(std::array<float*, 2> in, std::array<float*, 2> out, uint32_t frames,
                  std::span<const ParameterChange> changes);
 
@@ -96,8 +96,8 @@ private:
     std::string file_;
 };
 
-// Where the plug-in, or Brisel Live, lies when no --plugin is given: beside this program, or in ../lib/clap of it.
-// Throws Failure that names both places when it lies in neither.
+// Where the plug-in, or Brisel Live, lies when no --plugin is given: beside this program, or
+// in ../lib/clap of it. Throws Failure that names both places when it lies in neither.
 std::filesystem::path default_plugin_file(bool live);
 
 // The folder of the running program.

@@ -15,8 +15,8 @@ struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// A text is no value of its kind or out of range. Whoever knows where the text came from (an option,
-// a line of a file) turns it into one of the above with the place in front.
+// A text is no value of its kind or out of range. Whoever knows where the text came from (an
+// option, a line of a file) turns it into one of the above with the place in front.
 struct ValueError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };

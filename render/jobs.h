@@ -16,8 +16,8 @@ struct Job {
     std::string ending; // that chooses the format of `out`
 };
 
-// None when nothing is to be rendered. Throws UsageError when inputs and outputs do not go together,
-// Failure when a folder cannot be read.
+// None when nothing is to be rendered. Throws UsageError when inputs and outputs do not go
+// together, Failure when a folder cannot be read.
 std::vector<Job> plan_jobs(const Options& options);
 
 } // namespace brisel::render

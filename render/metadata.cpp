@@ -73,8 +73,8 @@ std::vector<Metadata::Chunk> read_chunks(SNDFILE* sound) {
     return chunks;
 }
 
-// libsndfile writes chunks in whole words of four bytes, and reads what lies between the last entry of
-// a list and its end as another entry: the last text is made longer by zeros instead.
+// libsndfile writes chunks in whole words of four bytes, and reads what lies between the last entry
+// of a list and its end as another entry: the last text is made longer by zeros instead.
 std::string whole_words(std::string list) {
     const size_t pad = (4 - list.size() % 4) % 4;
     size_t last = 4, size = 0; // entries have a name and a size, of four bytes each

@@ -31,8 +31,8 @@ struct Metadata {
 // Chunks of other programs are left out of what cannot be sought in.
 Metadata read_metadata(SNDFILE* sound, bool seekable = true);
 
-// To a file open for writing, before its first sample. `code` and `from` are libsndfile's formats of
-// that file and of the one that was read. What the file cannot hold is left out.
+// To a file open for writing, before its first sample. `code` and `from` are libsndfile's formats
+// of that file and of the one that was read. What the file cannot hold is left out.
 void write_metadata(SNDFILE* sound, const Metadata& metadata, int code, int from);
 
 // What of `wanted` is not in `found`, in words: "title, cue points"; empty when all is.

@@ -32,8 +32,8 @@ struct Parameter {
     std::string range() const; // "5 ms to 500 ms"
 };
 
-// "EQ Low (dB)" -> "eq-low"; an option name stays as it is. Parameters that the plug-ins call differently
-// have one name, that of the presets.
+// "EQ Low (dB)" -> "eq-low"; an option name stays as it is. Parameters that the plug-ins call
+// differently have one name, that of the presets.
 std::string option_name(std::string_view reported_name);
 
 // The unit, from the text that the plug-in shows for a value: "40.0 ms" of 0.04 is milliseconds.

@@ -168,7 +168,8 @@ private:
         return got;
     }
 
-    // Steps apply at the first block that starts at or after their time; in Brisel Live at their time.
+    // Steps apply at the first block that starts at or after their time; in Brisel Live at their
+    // time.
     void process_block(uint64_t position) {
         changes_.clear();
         const double now = static_cast<double>(position) / in_.sample_rate();

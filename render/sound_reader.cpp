@@ -67,8 +67,8 @@ double bytes_per_sample(int code) {
     }
 }
 
-// The bytes that a file lacks to what its header says: 0 for none. libsndfile tells only by lines in
-// its log, such as "data : 192000 (should be 95961)".
+// The bytes that a file lacks to what its header says: 0 for none. libsndfile tells only by lines
+// in its log, such as "data : 192000 (should be 95961)".
 double missing_bytes(SNDFILE* sound) {
     std::array<char, 1 << 14> buffer{};
     sf_command(sound, SFC_GET_LOG_INFO, buffer.data(), buffer.size());

@@ -40,8 +40,8 @@ struct ReadSettings {
 class SoundReader {
 public:
     // "-" is standard input. WAV, W64, AU and AIFF are read from a pipe as they come, anything else
-    // when it has come as a whole. Throws Failure when there is no readable and complete sound file,
-    // or none that the reverb can take.
+    // when it has come as a whole. Throws Failure when there is no readable and complete sound
+    // file, or none that the reverb can take.
     SoundReader(const std::filesystem::path& file, const ReadSettings& settings);
 
     const std::string& name() const { return name_; } // for messages

@@ -1,5 +1,5 @@
-// Standard input and output under the name "-", pipes, and the temporary files that stand in where a
-// pipe will not do.
+// Standard input and output under the name "-", pipes, and the temporary files that stand in where
+// a pipe will not do.
 #pragma once
 
 #include <filesystem>
@@ -27,8 +27,8 @@ private:
     int number_ = -1;
 };
 
-// Opens those of the three standard descriptors that the parent has closed: a result would otherwise
-// take the place of one, and get what is written there.
+// Opens those of the three standard descriptors that the parent has closed: a result would
+// otherwise take the place of one, and get what is written there.
 void fill_standard_descriptors();
 
 // Whether something that is no regular file lies at `path`, standard output included.

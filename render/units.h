@@ -18,8 +18,8 @@ enum class Unit {
     on_off,       // a switch; the value is 1 or 0
 };
 
-// The value of `text`, in the unit's base (seconds, dB, 0 .. 1). A number alone is in the base unit.
-// Surrounding blanks are ignored, anything else behind the value is not.
+// The value of `text`, in the unit's base (seconds, dB, 0 .. 1). A number alone is in the base
+// unit. Surrounding blanks are ignored, anything else behind the value is not.
 // Throws ValueError with the forms that would do.
 double parse_value(std::string_view text, Unit unit);
 

@@ -1,6 +1,6 @@
-// A small CLAP host for tests, fuzz targets and benchmarks: loads a plug-in file or takes its entry, makes
-// one instance by its id, hands it blocks of any length with channels and events of any kind, and saves and
-// loads states in pieces. It checks nothing: that is its caller's part.
+// A small CLAP host for tests, fuzz targets and benchmarks: loads a plug-in file or takes its
+// entry, makes one instance by its id, hands it blocks of any length with channels and events of
+// any kind, and saves and loads states in pieces. It checks nothing: that is its caller's part.
 #ifndef BRISEL_TESTS_CLAP_HOST_H
 #define BRISEL_TESTS_CLAP_HOST_H
 
@@ -96,7 +96,8 @@ private:
         }};
 };
 
-// Both ends of a state stream: moves at most `chunk` bytes a call, `capacity` in all, and then says `end`.
+// Both ends of a state stream: moves at most `chunk` bytes a call, `capacity` in all, and then says
+// `end`.
 struct Stream {
     std::vector<unsigned char> bytes;
     size_t chunk = 5, capacity = 4096, at = 0;

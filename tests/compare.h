@@ -1,5 +1,5 @@
-// What the tests share: seeded random numbers, signals, buffers between guard bands, equality to the bit,
-// and the whole state of a record as one vector.
+// What the tests share: seeded random numbers, signals, buffers between guard bands, equality to
+// the bit, and the whole state of a record as one vector.
 #ifndef BRISEL_TESTS_COMPARE_H
 #define BRISEL_TESTS_COMPARE_H
 
@@ -108,8 +108,8 @@ private:
     size_t size_, start_ = 0;
 };
 
-// The state of a record: every field but the addresses, and what stands behind these. Bits, but one for
-// every NaN: which one an operation gives is not settled.
+// The state of a record: every field but the addresses, and what stands behind these. Bits, but one
+// for every NaN: which one an operation gives is not settled.
 using State = std::vector<uint32_t>;
 
 template <typename T>
@@ -204,7 +204,8 @@ testing::AssertionResult same(const Record& got, const Record& expected) {
     return failure << std::dec << "; --gtest_random_seed=" << testing::GTEST_FLAG(random_seed);
 }
 
-// A record that starts as garbage, which the functions that make one overwrite, and that frees itself.
+// A record that starts as garbage, which the functions that make one overwrite, and that frees
+// itself.
 template <typename Record, void (*release)(Record*)>
 struct Owned : Record {
     Owned() {

@@ -1,6 +1,6 @@
-// What is designed before sound runs: the default delays and gains, velvet matrices, the decay of every
-// line, and the modulation's step. The last two are computed by vectors that must round like the plain
-// formulas.
+// What is designed before sound runs: the default delays and gains, velvet matrices, the decay of
+// every line, and the modulation's step. The last two are computed by vectors that must round like
+// the plain formulas.
 #include <array>
 #include <numbers>
 #include <optional>
@@ -62,8 +62,8 @@ TEST(DefaultDesign, IsPrimesPowersOfSixteenAndAlternatingGains) {
                     }).empty());
 }
 
-// Expected delays come from a separate program in another language (integers of any length, so that no
-// wrap-around is implied), written from the definition of the generator.
+// Expected delays come from a separate program in another language (integers of any length, so that
+// no wrap-around is implied), written from the definition of the generator.
 TEST(VelvetDesign, EqualsIndependentlyComputedDelays) {
     struct Case {
         int32_t K;
@@ -76,7 +76,8 @@ TEST(VelvetDesign, EqualsIndependentlyComputedDelays) {
         {3, 0, 1.0f, {
             0, 7, 2, 15, 8, 9, 5, 11, 13, 10, 1, 4, 14, 3, 6, 12,
             0, 115, 35, 240, 127, 146, 82, 175, 204, 162, 12, 62, 226, 46, 100, 193,
-            36, 1743, 514, 3798, 2096, 2312, 1293, 2801, 3386, 2565, 268, 1061, 3594, 831, 1511, 3013}},
+            36, 1743, 514, 3798, 2096, 2312, 1293, 2801,
+            3386, 2565, 268, 1061, 3594, 831, 1511, 3013}},
         {1, 42, 0.01f, {
             159, 996, 694, 599, 1356, 283, 1000, 1319, 1440, 958, 278, 897, 1236, 1209, 1311, 460}},
         // clang-format on
@@ -89,7 +90,7 @@ TEST(VelvetDesign, EqualsIndependentlyComputedDelays) {
     EXPECT_TRUE(velvet(0, 7, 0.5f).empty() && velvet(-1, 7, 0.5f).empty());
 }
 
-// ---- Decay ----------------------------------------------------------------------------------------
+// ---- Decay --------------------------------------------------------------------------------------
 
 namespace {
 
@@ -162,7 +163,7 @@ TEST(Decay, OfAllLinesEqualsThePlainFormulas) {
     }
 }
 
-// ---- Modulation -----------------------------------------------------------------------------------
+// ---- Modulation ---------------------------------------------------------------------------------
 
 namespace {
 
@@ -179,7 +180,8 @@ float any_phase(Random& random, int32_t depth) {
     case 1:
     case 2:
     case 3:
-        // Where the sine times the depth is half a sample, and an approximate sine rounds the wrong way.
+        // Where the sine times the depth is half a sample, and an approximate sine rounds the wrong
+        // way.
         const auto below = static_cast<double>(random.integer(0, uint32_t(depth) - 1));
         phase =
             static_cast<float>(quarter + random.pick({1, -1}) * std::asin((below + 0.5) / depth));

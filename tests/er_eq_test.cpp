@@ -1,5 +1,5 @@
-// Early reflections and output EQ: taps against a model of their own, the EQ's response against the analogue
-// shelves that it renders, and processing against the plain loops bit for bit.
+// Early reflections and output EQ: taps against a model of their own, the EQ's response against the
+// analogue shelves that it renders, and processing against the plain loops bit for bit.
 #include <complex>
 #include <numbers>
 
@@ -15,8 +15,8 @@ using Complex = std::complex<double>;
 
 constexpr uint64_t kSeed = 0xE2C0FFEE12345678;
 
-// One channel's taps, drawn the way the header tells: geometric points with jitter, then gains with signs.
-// `state` goes on to the next channel.
+// One channel's taps, drawn the way the header tells: geometric points with jitter, then gains with
+// signs. `state` goes on to the next channel.
 void expect_taps(const int32_t* delays, const float* gains, int32_t n, double first, double last,
                  uint64_t& state) {
     const auto step = [&state] {
@@ -50,9 +50,9 @@ ffdn_eq make_eq(int32_t sample_rate, float low_db, float high_db) {
     return eq;
 }
 
-// The analogue low shelf of slope 1, A (s^2 + sqrt(2A) s + A) / (A s^2 + sqrt(2A) s + 1) with A^2 the
-// gain, met by the digital filter where s = j tan(w / 2) / tan(w0 / 2); the high shelf is the low one at
-// 1 / s.
+// The analogue low shelf of slope 1, A (s^2 + sqrt(2A) s + A) / (A s^2 + sqrt(2A) s + 1) with A^2
+// the gain, met by the digital filter where s = j tan(w / 2) / tan(w0 / 2); the high shelf is the
+// low one at 1 / s.
 Complex shelf(bool low, double gain_db, double hz, double corner_hz, double rate) {
     const double A = std::pow(10.0, gain_db / 40.0), pi = std::numbers::pi;
     Complex s(0.0, std::tan(pi * hz / rate) / std::tan(pi * corner_hz / rate));
@@ -133,8 +133,8 @@ TEST(EarlyReflections, EqualThePlainLoopOverRandomLives) {
 TEST(OutputEq, ResponseIsThatOfTheAnalogueShelves) {
     constexpr double kTwoPi = 2 * std::numbers::pi;
     for (const int32_t rate : {9600, 44100, 192000}) {
-        // Coefficients are rounded to 2^-24 and 2^-25 of values up to 2 and 1; at low frequencies the
-        // polynomials are as small as (2 pi 250 / rate)^2, which magnifies the rounding.
+        // Coefficients are rounded to 2^-24 and 2^-25 of values up to 2 and 1; at low frequencies
+        // the polynomials are as small as (2 pi 250 / rate)^2, which magnifies the rounding.
         const double tolerance = 1e-5 + 2 * 0x1p-22 / std::pow(kTwoPi * 250 / rate, 2);
         for (const auto& [low_db, high_db] :
              {std::pair{6.0f, 0.0f}, {0.0f, -9.0f}, {-24.0f, 24.0f}}) {
@@ -156,8 +156,8 @@ TEST(OutputEq, ResponseIsThatOfTheAnalogueShelves) {
     }
 }
 
-// Bit for bit with its memories, which outlast changes of gains; coefficients depend on the last gains only,
-// limited to 24 dB; gains of 0 dB leave the samples alone.
+// Bit for bit with its memories, which outlast changes of gains; coefficients depend on the last
+// gains only, limited to 24 dB; gains of 0 dB leave the samples alone.
 TEST(OutputEq, EqualsThePlainLoopWhateverGainsWereSetBefore) {
     for (uint64_t life = 0; life < 20 && !HasFailure(); ++life) {
         SCOPED_TRACE(testing::Message() << "life " << life);

@@ -1,5 +1,5 @@
-// Memory runs out: every single allocation of every call that allocates fails once. The documented status
-// comes back, nothing leaks, and the record is in its documented state.
+// Memory runs out: every single allocation of every call that allocates fails once. The documented
+// status comes back, nothing leaks, and the record is in its documented state.
 #include "brisel/ffdn_defaults_n16.h"
 #include "tests/clap_host.h"
 #include "tests/compare.h"
@@ -7,8 +7,8 @@
 
 namespace {
 
-// Lets each allocation of `call` in turn fail: the call then returns -1 and `check(outstanding)` looks at
-// what it left. Returns how many allocations a call makes that succeeds.
+// Lets each allocation of `call` in turn fail: the call then returns -1 and `check(outstanding)`
+// looks at what it left. Returns how many allocations a call makes that succeeds.
 template <typename Call, typename Check>
 uint64_t fail_each(Call call, Check check) {
     for (uint64_t n = 1;; ++n) {
@@ -28,7 +28,8 @@ struct Lines : ffdn_n16_params {
     const uint32_t* sizes() const { return reinterpret_cast<const uint32_t*>(buffer_sizes); }
 } const lines;
 
-// A cascade setter that finds no memory leaves neither stages nor two-band decay, and all else as it was.
+// A cascade setter that finds no memory leaves neither stages nor two-band decay, and all else as
+// it was.
 template <typename E, typename Cascade, typename Bands, typename Setter>
 uint64_t fail_setter(E& e, Cascade cascade, Bands bands, Setter setter) {
     const auto start = [&] {
@@ -101,8 +102,8 @@ TEST(OutOfMemory, EnginesKeepNothingOrGoOnWithoutCascade) {
               3u);
 }
 
-// A plug-in whose activation finds no memory says so, renders nothing, and sounds like any other after the
-// next activation.
+// A plug-in whose activation finds no memory says so, renders nothing, and sounds like any other
+// after the next activation.
 TEST(OutOfMemory, PluginFailsToActivateAndRecovers) {
     EXPECT_EQ(fail_each([] { return host::Plugin(clap_entry).plugin ? 0 : -1; }, nothing_left), 1u);
     const auto render = [](host::Plugin& plugin) {

@@ -1,5 +1,5 @@
-// The block engine at work: random lives against the plain loops, bit for bit with all state. Coefficients
-// that its setters compute are the reference engine's in ffdn_ref_test.cpp.
+// The block engine at work: random lives against the plain loops, bit for bit with all state.
+// Coefficients that its setters compute are the reference engine's in ffdn_ref_test.cpp.
 #include <optional>
 
 #include "tests/compare.h"
@@ -83,8 +83,8 @@ public:
     int blocks = 0, refused = 0, past_ring = 0;
 };
 
-// Delays at, just above and far above the block; rings with hardly any room, so that modulation passes
-// their ends, or shorter than the block, which is refused.
+// Delays at, just above and far above the block; rings with hardly any room, so that modulation
+// passes their ends, or shorter than the block, which is refused.
 Lines random_lines(Random& random, int32_t block_size) {
     Lines lines;
     const auto block = static_cast<uint32_t>(block_size);
@@ -100,8 +100,8 @@ Lines random_lines(Random& random, int32_t block_size) {
     return lines;
 }
 
-// Two gains in turn, as a stereo width sets them, and mostly all of them but one: an engine may take a
-// shorter way for the former.
+// Two gains in turn, as a stereo width sets them, and mostly all of them but one: an engine may
+// take a shorter way for the former.
 std::vector<float> nearly_alternating(Random& random) {
     const float even = random.real(-1, 1), odd = random.real(-1, 1);
     std::vector<float> gains(16);
@@ -214,8 +214,8 @@ TEST(FfdnBlock, SeesEverySingleGainThatBreaksAnAlternatingPattern) {
     }
 }
 
-// Deep modulation takes a delay beyond its ring. A block that fits into the delay but not into the ring is
-// refused: it would overrun the storage of all lines.
+// Deep modulation takes a delay beyond its ring. A block that fits into the delay but not into the
+// ring is refused: it would overrun the storage of all lines.
 TEST(FfdnBlock, RefusesABlockLongerThanARingHoweverLongTheDelay) {
     Lines lines;
     std::fill_n(lines.delays, 16, 1000);

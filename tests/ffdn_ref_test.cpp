@@ -1,5 +1,5 @@
-// The reference engine: the rounding of each path against its definition, and equality with the block
-// engine, which has the same setters and is compared with plain loops in ffdn_block_test.cpp.
+// The reference engine: the rounding of each path against its definition, and equality with the
+// block engine, which has the same setters and is compared with plain loops in ffdn_block_test.cpp.
 #include <array>
 
 #include "brisel/ffdn_defaults_n16.h"
@@ -49,8 +49,8 @@ uint32_t bits(float x) {
 
 } // namespace
 
-// The order and the fusing of every sum and product, seen from outside: without a cascade all that a step
-// computes with stands in the public record.
+// The order and the fusing of every sum and product, seen from outside: without a cascade all that
+// a step computes with stands in the public record.
 TEST(FfdnRef, EachPathRoundsWhereItsDefinitionSays) {
     for (const bool two_band : {false, true}) {
         compare::Reference f;

@@ -7,7 +7,8 @@
 #include <sys/resource.h>
 #include <ucontext.h>
 
-// What the dynamic linker allocates for itself reaches the leak checker under the interposer's name.
+// What the dynamic linker allocates for itself reaches the leak checker under the interposer's
+// name.
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
     return "leak:ld-linux-x86-64\n";
@@ -57,8 +58,8 @@ void* allocate(const char* function, size_t alignment, size_t size) {
     return block;
 }
 
-// A blocked system call: notes it, then has it carried out by returning to the instruction itself, two
-// bytes back, with the trap off.
+// A blocked system call: notes it, then has it carried out by returning to the instruction itself,
+// two bytes back, with the trap off.
 void on_blocked_system_call(int, siginfo_t* info, void* context) {
     state.dispatch = kAllow;
     if (info->si_code != kUserDispatchCode) abort();

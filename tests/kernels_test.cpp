@@ -1,6 +1,6 @@
-// Every vector kernel against its definition: equal bits in results, rings and state for every length, at
-// odd alignments, at ring wraps, on hostile signals, with and without flush-to-zero, and nothing touched
-// outside the buffers.
+// Every vector kernel against its definition: equal bits in results, rings and state for every
+// length, at odd alignments, at ring wraps, on hostile signals, with and without flush-to-zero, and
+// nothing touched outside the buffers.
 #include "bench/kernels.h"
 
 #include <optional>
@@ -20,8 +20,8 @@ uint32_t any_delay(Random& random) {
                                : random.pick({0u, 1u, 2u, 7u, 8u, 9u, 15u, 16u, 17u, 31u, 240u});
 }
 
-// Lines that hold n frames, sometimes with a delay beyond the ring, as modulation brings it about; stage
-// delays of any length, in rings as short as can be. Positions are mostly about to wrap.
+// Lines that hold n frames, sometimes with a delay beyond the ring, as modulation brings it about;
+// stage delays of any length, in rings as short as can be. Positions are mostly about to wrap.
 void draw(Buffers& b, std::span<const uint32_t> sizes, Signal signal, Random& random) {
     const uint32_t n = b.frames;
     for (float& x : b.all()) x = compare::sample(signal, random);
@@ -111,8 +111,8 @@ TEST(Kernels, ScalarTransformsGiveTheBitsOfTheDefinition) {
     }
 }
 
-// delay_lines_init lays the rings out one behind the other; the scalar stage returns every sample after its
-// line's delay, where 0 means a whole ring.
+// delay_lines_init lays the rings out one behind the other; the scalar stage returns every sample
+// after its line's delay, where 0 means a whole ring.
 TEST(Kernels, ScalarDelayStageReturnsEverySampleAfterItsLinesDelay) {
     uint32_t lines[64], sizes[16], delays[16], total = 0;
     for (uint32_t i = 0; i < 16; ++i) {

@@ -1,10 +1,10 @@
-// The kernels and the process operations exactly as they are defined, in plain C++: one pass over the whole
-// block per kernel. They work on the library's own records through the public fields, so that a test
-// configures two objects alike, runs one with the library and the other with plain::, and compares outputs
-// and state bit for bit. The benchmarks time the same loops.
+// The kernels and the process operations exactly as they are defined, in plain C++: one pass over
+// the whole block per kernel. They work on the library's own records through the public fields, so
+// that a test configures two objects alike, runs one with the library and the other with plain::,
+// and compares outputs and state bit for bit. The benchmarks time the same loops.
 //
-// Plain, but not slow: what has no memory runs on tiles of eight frames, a shape that every compiler turns
-// into vector code; what recurses in time runs line by line and sample by sample.
+// Plain, but not slow: what has no memory runs on tiles of eight frames, a shape that every
+// compiler turns into vector code; what recurses in time runs line by line and sample by sample.
 #ifndef BRISEL_TESTS_PLAIN_H
 #define BRISEL_TESTS_PLAIN_H
 
@@ -267,8 +267,8 @@ inline void eq_process(ffdn_eq* eq, float* left, float* right, int32_t frames) {
     std::copy_n(state, 8, s);
 }
 
-// Flush-to-zero and denormals-are-zero, on purpose not the library's own switch. What runs under it goes
-// through memory, so that the compiler cannot move it across.
+// Flush-to-zero and denormals-are-zero, on purpose not the library's own switch. What runs under it
+// goes through memory, so that the compiler cannot move it across.
 class FlushToZero {
 public:
     FlushToZero() { set(before_ | 0x8040); }

@@ -1,6 +1,6 @@
-// The plug-in's life in a host: loaded and unloaded as a file, next to a copy of itself, activated at any
-// rate and block length, given states at any moment, many instances on many threads. This program is not
-// linked to the library: one that is could not unload it.
+// The plug-in's life in a host: loaded and unloaded as a file, next to a copy of itself, activated
+// at any rate and block length, given states at any moment, many instances on many threads. This
+// program is not linked to the library: one that is could not unload it.
 #include <unistd.h>
 
 #include <barrier>
@@ -61,7 +61,8 @@ std::vector<float> sound_alone(const clap_plugin_entry_t& of, float level) {
 
 } // namespace
 
-// What a host does with every file in its folders, and with one that it uses, however it binds symbols.
+// What a host does with every file in its folders, and with one that it uses, however it binds
+// symbols.
 TEST(PluginLife, LoadsLivesAndUnloadsWithoutATrace) {
     const Copy copy("lives");
     for (int life = 0; life < 100 && !HasFailure(); ++life) {
@@ -90,8 +91,8 @@ TEST(PluginLife, LoadsLivesAndUnloadsWithoutATrace) {
     }
 }
 
-// The first copy offers its symbols to everybody, as a host may make it do. The second one has to call its
-// own functions all the same: it sounds as if it were alone, also once the first is gone.
+// The first copy offers its symbols to everybody, as a host may make it do. The second one has to
+// call its own functions all the same: it sounds as if it were alone, also once the first is gone.
 TEST(PluginLife, KeepsTwoCopiesInOneProcessApart) {
     const Copy first_file("first"), second_file("second");
     Library first(first_file.path, RTLD_NOW | RTLD_GLOBAL), second(second_file.path);
@@ -114,8 +115,8 @@ TEST(PluginLife, KeepsTwoCopiesInOneProcessApart) {
     EXPECT_EQ(quiet_sound.out, sound_alone(entry(), 0.1f));
 }
 
-// Instances share nothing: on sixteen threads each sounds as it does alone. Under the thread sanitizer the
-// same test shows any data that two of them touch.
+// Instances share nothing: on sixteen threads each sounds as it does alone. Under the thread
+// sanitizer the same test shows any data that two of them touch.
 TEST(PluginLife, RunsOnSixteenThreadsAsAlone) {
     constexpr size_t kThreads = 16;
     const auto life = [](size_t k) {

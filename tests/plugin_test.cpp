@@ -1,5 +1,5 @@
-// The plug-in through its host's eyes: what it tells of itself, values, events, states; and what it does with
-// sound, random lives compared bit for bit with a reverb driven by hand.
+// The plug-in through its host's eyes: what it tells of itself, values, events, states; and what it
+// does with sound, random lives compared bit for bit with a reverb driven by hand.
 #include <cmath>
 
 #include "tests/clap_host.h"
@@ -208,8 +208,8 @@ TEST(Plugin, ReportsATailOfOneAndAHalfDecayTimes) {
     EXPECT_EQ(p.tail(), 0u);
 }
 
-// Pending values wait through a flush without a list: a NaN that follows makes the engine refuse them, and it
-// goes on sounding as if nothing had come.
+// Pending values wait through a flush without a list: a NaN that follows makes the engine refuse
+// them, and it goes on sounding as if nothing had come.
 TEST(Plugin, KeepsPendingValuesThroughAFlushWithoutAList) {
     std::vector<float> sounds[2];
     for (const bool interfere : {false, true}) {
@@ -229,11 +229,12 @@ TEST(Plugin, KeepsPendingValuesThroughAFlushWithoutAList) {
     EXPECT_EQ(sounds[0], sounds[1]);
 }
 
-// ---- Sound ----------------------------------------------------------------------------------------
+// ---- Sound --------------------------------------------------------------------------------------
 
 namespace {
 
-// An instance and what it promises to do with an engine, done by hand: led through the same random life.
+// An instance and what it promises to do with an engine, done by hand: led through the same random
+// life.
 struct Life {
     explicit Life(uint64_t stream) : random(stream) { activate(); }
 

@@ -1,5 +1,5 @@
-// What runs on the audio thread allocates nothing, makes no system call and meets no page it has not touched
-// before: over random lives of the reverb, of every engine and of the plug-in.
+// What runs on the audio thread allocates nothing, makes no system call and meets no page it has
+// not touched before: over random lives of the reverb, of every engine and of the plug-in.
 #include "brisel/ffdn_defaults_n16.h"
 #include "brisel/fwht_ref.h"
 #include "tests/clap_host.h"
@@ -15,8 +15,8 @@ using compare::Random;
 using compare::Signal;
 using interposer::in_real_time;
 
-// What the calls of one life did. The kernel may, seldom, take a page away and give it back by itself;
-// memory that the library had not touched before would fault in every life.
+// What the calls of one life did. The kernel may, seldom, take a page away and give it back by
+// itself; memory that the library had not touched before would fault in every life.
 struct Life {
     explicit Life(uint64_t stream) : random(stream) {}
 

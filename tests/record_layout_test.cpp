@@ -1,6 +1,6 @@
-// The layout of every public record: other programs declare these records themselves, in other languages too,
-// so names, order and types of the fields are part of the interface. By the rules of the x86-64 ABI they give
-// the places: a field stands at the next multiple of its alignment.
+// The layout of every public record: other programs declare these records themselves, in other
+// languages too, so names, order and types of the fields are part of the interface. By the rules of
+// the x86-64 ABI they give the places: a field stands at the next multiple of its alignment.
 #include <type_traits>
 #include <typeinfo>
 

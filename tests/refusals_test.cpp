@@ -78,7 +78,8 @@ void expect_setters_refuse(E* e, Cascade cascade, Vfm vfm, Post post, Bands band
 } // namespace
 
 TEST(Refusals, OfTheReverb) {
-    // Lengths are multiples of 8; 4500 Hz must lie below half the rate, the shortest line has 1920 samples.
+    // Lengths are multiples of 8; 4500 Hz must lie below half the rate, the shortest line has 1920
+    // samples.
     for (const auto& [rate, frames] : {std::pair{kRate, 100},
                                        {kRate, 0},
                                        {kRate, -8},
@@ -138,7 +139,8 @@ TEST(Refusals, OfTheReverb) {
         expect_refused({CALL(qv_reverb_process(rev, x, x, y, y, n))}, *rev);
     EXPECT_TRUE(nothing_written());
 
-    // Without early reflections their settings may be any numbers, and a size may just hold the block.
+    // Without early reflections their settings may be any numbers, and a size may just hold the
+    // block.
     good.er_enable = 0;
     ASSERT_EQ(qv_reverb_set(rev, &good), 0);
     expect_refused({CALL(with(&P::er_size, kNaN)), CALL(with(&P::er_level, kNaN))}, *rev);

@@ -1,5 +1,5 @@
-// brisel-render, run as a user runs it in a folder of its own: samples, lengths, formats, levels, settings,
-// refusals. And the values that people write.
+// brisel-render, run as a user runs it in a folder of its own: samples, lengths, formats, levels,
+// settings, refusals. And the values that people write.
 #include <sndfile.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -170,8 +170,8 @@ TEST_F(Render, SamplesAndLengthAreThoseOfTheEngineFedInWholeBlocks) {
     }
 }
 
-// The plug-in reports one and a half times the decay. The end of this is audible after a huge impulse, but not
-// after a weak one; either channel alone keeps it.
+// The plug-in reports one and a half times the decay. The end of this is audible after a huge
+// impulse, but not after a weak one; either channel alone keeps it.
 TEST_F(Render, AutomaticTailIsTheReportedOneLessSilenceAtItsEnd) {
     const std::string options = " --decay 0.4 --damp 0 --wet-only --quiet";
     const auto both = [&](const Sound& in) {
@@ -230,7 +230,8 @@ TEST_F(Render, FormatFollowsTheEndingAndTheSameRunGivesTheSameBytes) {
         for (size_t i = 0; c.step >= 0.0 && i < out.samples.size(); ++i)
             ASSERT_NEAR(out.samples[i], reference.samples[i], c.step) << c.name << " sample " << i;
     }
-    // Some formats have a place for the time of writing, in seconds. Ogg files carry a random number.
+    // Some formats have a place for the time of writing, in seconds. Ogg files carry a random
+    // number.
     for (const time_t then = time(nullptr); time(nullptr) == then;)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     for (size_t k = 0; k < std::size(cases); ++k) {
@@ -337,10 +338,10 @@ TEST_F(Render, RefusalsNameTheReasonAndLeaveNothing) {
 1|in.wav out.wav --preset nowhere|there is no preset 'nowhere', neither a file nor one of: ambience
 1|in.wav out.wav --preset bad.preset|bad.preset:4: there is no parameter 'sise'
 1|in.wav out.wav --automation bad.auto|bad.auto:2: a line is `time name value`
-1|in.wav out.wav --automation range.auto|range.auto:1: size: '2s' (2 s) is out of range: 5 ms to 500 ms
+1|in.wav out.wav --automation range.auto|size: '2s' (2 s) is out of range: 5 ms to 500 ms
 1|in.wav out.wav --automation short.auto --block 256|short.auto:2: blocks of 256 frames do not fit
 1|in.wav out.wav --early-reflections on --er-size 5ms|use --er-size 5.1 ms or more
-1|in.wav out.wav --block 4096 --size 0.5|blocks of 4096 frames are too long at 48000 Hz: use --block 1920 or less
+1|in.wav out.wav --block 4096 --size 0.5|too long at 48000 Hz: use --block 1920 or less
 2|in.wav ./in.wav|'in.wav' is an input and would be overwritten
 2|in.wav three.wav out.wav|name a folder for the results with -o
 2||there is no input and no output
@@ -362,7 +363,8 @@ TEST_F(Render, RefusalsNameTheReasonAndLeaveNothing) {
     }
 }
 
-// What is advised renders to its end, four seconds of modulation included; one step beyond it is refused.
+// What is advised renders to its end, four seconds of modulation included; one step beyond it is
+// refused.
 TEST_F(Render, AdviceOnABlockThatDoesNotFitIsTheLimit) {
     write_sound("in.wav", noise(20000, 1));
     for (const std::string modulate : {"on", "off"}) {
@@ -417,7 +419,8 @@ TEST_F(Render, StatesAndPresetsCarryEverySetting) {
         run_well("in.wav out.wav --preset " + name);
 }
 
-// Steps may stand in any order; one takes effect at the first block of 256 that starts then or later.
+// Steps may stand in any order; one takes effect at the first block of 256 that starts then or
+// later.
 TEST_F(Render, AutomationTakesEffectAtTheNextBlock) {
     const Sound in = noise(48000, 2);
     write_sound("in.wav", in);
@@ -441,8 +444,8 @@ TEST_F(Render, AutomationTakesEffectAtTheNextBlock) {
         const std::vector<float> fresh = read_sound("rest-out.wav").samples;
         EXPECT_TRUE(std::equal(changed, out.begin() + 2 * 24064, fresh.begin()));
     }
-    // In the tail a change leaves nothing to hear: the network starts again without input. 1.1 s is frame
-    // 52800, the next block starts at 52992.
+    // In the tail a change leaves nothing to hear: the network starts again without input. 1.1 s is
+    // frame 52800, the next block starts at 52992.
     write_text("tail.auto", "1.1s decay 3s\n");
     run_well("in.wav out.wav --decay 1 --automation tail.auto");
     EXPECT_EQ(read_sound("out.wav").frames(), 52992u);

@@ -1,5 +1,5 @@
-// The reverb object: the network that its settings build, random lives against plain loops on a second
-// object, the restart from silence, the floating-point mode, the flush.
+// The reverb object: the network that its settings build, random lives against plain loops on a
+// second object, the restart from silence, the floating-point mode, the flush.
 #include <malloc.h>
 #include <xmmintrin.h>
 
@@ -23,7 +23,8 @@ TEST(Reverb, HasTheDocumentedDefaultsAndTheirNetwork) {
     const qv_reverb_params defaults = {0.04f, 2.0f, 2,     0.0f, 0.3f, 0.3f, 0.8f,
                                        1,     0,    0.06f, 0.5f, 0.0f, 0.0f};
     EXPECT_TRUE(compare::same(rev->params, defaults));
-    // 40 ms and its multiples by 997, 1031 .. 1489 over 997; the ring of each is the next power of two.
+    // 40 ms and its multiples by 997, 1031 .. 1489 over 997; the ring of each is the next power of
+    // two.
     const uint32_t delays[] = {1920, 1985, 2047, 2113, 2174, 2240, 2297, 2367,
                                2425, 2486, 2544, 2621, 2694, 2752, 2798, 2867};
     for (size_t i = 0; i < 16; ++i) {
@@ -76,8 +77,8 @@ TEST(Reverb, SettingsBuildWhatTheEnginesSettersBuild) {
         ffdn_eq_set_gains(&eq, p.eq_low_db, p.eq_high_db);
         EXPECT_TRUE(compare::same(rev->eq, eq));
 
-        // Width moves the odd lines from the left output, the even ones from the right. A side's own
-        // lines get more by width / sqrt(8); its energy is 1 at both ends.
+        // Width moves the odd lines from the left output, the even ones from the right. A side's
+        // own lines get more by width / sqrt(8); its energy is 1 at both ends.
         double energy[2] = {}, difference[2] = {};
         for (size_t i = 0; i < 16; ++i) {
             const double gains[2] = {rev->engine.out_left[i], rev->engine.out_right[i]};
@@ -104,8 +105,8 @@ public:
         : random(stream), rate_(rate), frames_(frames), got(create(rate, frames)),
           expected(create(rate, frames)) {}
 
-    // An accepted set leaves the object, however long it has sounded, like a new one with the same settings,
-    // but for the EQ's memories.
+    // An accepted set leaves the object, however long it has sounded, like a new one with the same
+    // settings, but for the EQ's memories.
     bool set(const qv_reverb_params& params) {
         Reverb fresh = create(rate_, frames_);
         const int32_t status = qv_reverb_set(got.get(), &params);

@@ -1,5 +1,6 @@
-// What the mathematics of the network promises to the ear: a feedback matrix that loses nothing, bands that
-// die in their times, an output that stays finite and bounded whatever comes in, and silence in the end.
+// What the mathematics of the network promises to the ear: a feedback matrix that loses nothing,
+// bands that die in their times, an output that stays finite and bounded whatever comes in, and
+// silence in the end.
 #include <numbers>
 #include <numeric>
 
@@ -15,9 +16,10 @@ constexpr double kUnit = 0x1p-24; // relative rounding error of a float
 
 } // namespace
 
-// Without decay the network keeps its energy, as the feedback matrix is paraunitary. What changes it is the
-// rounding in the transforms, like a random walk: after M transforms of frames, of which N are in flight, by
-// a standard deviation of u * sqrt(M) / N for noise. Six of them are allowed, with N at least 997.
+// Without decay the network keeps its energy, as the feedback matrix is paraunitary. What changes
+// it is the rounding in the transforms, like a random walk: after M transforms of frames, of which
+// N are in flight, by a standard deviation of u * sqrt(M) / N for noise. Six of them are allowed,
+// with N at least 997.
 TEST(Sound, StaysForeverWithoutDecay) {
     for (const uint32_t K : {0u, 1u, 2u, 3u}) {
         ffdn_n16_params lines;
@@ -41,9 +43,9 @@ TEST(Sound, StaysForeverWithoutDecay) {
 
 namespace {
 
-// The decay time after Schroeder, from -5 to -35 dB of the energy that is still to come, in the band of +/-
-// 600 Hz around 0 Hz or half the sample rate. The filter is a Hann window, its signs alternating for the upper
-// band.
+// The decay time after Schroeder, from -5 to -35 dB of the energy that is still to come, in the
+// band of +/- 600 Hz around 0 Hz or half the sample rate. The filter is a Hann window, its signs
+// alternating for the upper band.
 double band_t60(const std::vector<float>& x, bool upper) {
     constexpr size_t kTaps = 160, kStep = 16;
     std::vector<double> h(kTaps), remaining;
@@ -90,18 +92,18 @@ TEST(Sound, DecaysInTheSetTimesAtLowAndHighFrequencies) {
     }
 }
 
-// ---- Bounds ---------------------------------------------------------------------------------------
+// ---- Bounds -------------------------------------------------------------------------------------
 //
-// Per frame, with v the line inputs, s[i](t) = v[i](t - D[i]) the line outputs, A the cascade, F the decay
-// filters, b and c the gains:  v = F A s + b x,  y = c . s.
-// For rho in (0, 1), weight a signal's samples by rho^(t - tau), tau <= t, and take the 2-norm over lines and
-// time. In this norm a delay of d samples gains rho^-d, the Walsh-Hadamard transform 1, and the filter
-// b0 / (1 - a1 z^-1) gains |b0| / (1 - |a1| / rho) where |a1| < rho. The loop gains at most
-// g = max F * rho^-(longest line + longest delay of every stage); where g < 1, |v(t)| <= |b x| / (1 - g), and
-// |b x| <= |b| X / sqrt(1 - rho^2) for samples up to X. Any rho will do; the least bound of a few dozen
-// counts. Each rounding enters as a gain of 1 + u: four passes and a scaling a transform, two operations and
-// the feedback of a filter. With modulation a line may repeat a sample now and then, which this does not
-// cover: there the bound is an observation.
+// Per frame, with v the line inputs, s[i](t) = v[i](t - D[i]) the line outputs, A the cascade, F
+// the decay filters, b and c the gains:  v = F A s + b x,  y = c . s.
+// For rho in (0, 1), weight a signal's samples by rho^(t - tau), tau <= t, and take the 2-norm over
+// lines and time. In this norm a delay of d samples gains rho^-d, the Walsh-Hadamard transform 1,
+// and the filter b0 / (1 - a1 z^-1) gains |b0| / (1 - |a1| / rho) where |a1| < rho. The loop gains
+// at most g = max F * rho^-(longest line + longest delay of every stage); where g < 1, |v(t)| <= |b
+// x| / (1 - g), and |b x| <= |b| X / sqrt(1 - rho^2) for samples up to X. Any rho will do; the
+// least bound of a few dozen counts. Each rounding enters as a gain of 1 + u: four passes and a
+// scaling a transform, two operations and the feedback of a filter. With modulation a line may
+// repeat a sample now and then, which this does not cover: there the bound is an observation.
 
 namespace {
 
@@ -188,7 +190,8 @@ TEST(Sound, StaysBelowTheDerivedBoundWhateverComesIn) {
                 random.integer(0, 3); // any bits, constant, alternating, random signs
             std::vector<float> in(2 * static_cast<size_t>(rev->max_frames));
             float loudest = 0.0f;
-            // Every eighth network goes on for ten seconds or so: a loop that gained a little would get there.
+            // Every eighth network goes on for ten seconds or so: a loop that gained a little would
+            // get there.
             const int blocks = k % 8 == 0 ? 500000 / rev->max_frames : 100;
             for (int block = 0; block < blocks; ++block) {
                 for (size_t t = 0; t < in.size() && block < 100; ++t) {
@@ -208,8 +211,8 @@ TEST(Sound, StaysBelowTheDerivedBoundWhateverComesIn) {
     EXPECT_GT(near, 10); // it is a bound that means something
 }
 
-// With flush-to-zero every tail ends, after 12.7 decay times; only the EQ's recursions may go on, at the smallest
-// number times their own gain, -640 dB and less.
+// With flush-to-zero every tail ends, after 12.7 decay times; only the EQ's recursions may go on,
+// at the smallest number times their own gain, -640 dB and less.
 TEST(Sound, SilenceReturnsToExactSilenceAfterTheTail) {
     constexpr float kEqRest = 1e-33f;
     Random random(2);
@@ -232,9 +235,10 @@ TEST(Sound, SilenceReturnsToExactSilenceAfterTheTail) {
     }
 }
 
-// Where the low band outlasts the high band by more than 2^26 in one turn, a1 = (r - 1) / (r + 1) rounds to
-// 1: the filter sums up what comes in, times b0, and keeps the sum until the next change of settings. A sum
-// stops growing once b0 * x is less than half its last place, at g_low * x at most, and g_low is small there.
+// Where the low band outlasts the high band by more than 2^26 in one turn, a1 = (r - 1) / (r + 1)
+// rounds to 1: the filter sums up what comes in, times b0, and keeps the sum until the next change
+// of settings. A sum stops growing once b0 * x is less than half its last place, at g_low * x at
+// most, and g_low is small there.
 TEST(Sound, OffsetStaysInLinesWhoseFilterHasItsPoleAtOneUntilTheNextChange) {
     const auto rev = compare::create(kRate, 256);
     qv_reverb_params params = rev->params;

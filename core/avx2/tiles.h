@@ -126,7 +126,8 @@ inline __attribute__((always_inline)) void filter_tile(float* filtered, const fl
     }
 }
 
-// The same with coefficients that glide in steps from one row to the next, reached in the last frame.
+// The same with coefficients that glide in steps from one row to the next, reached in the last
+// frame.
 template <typename Row>
 inline __attribute__((always_inline)) void filter_gliding_tile(float* filtered, const float* shelf,
                                                                __m256 (&memory)[2], Row row) {

@@ -1,5 +1,5 @@
-// The layout of what Brisel Live uses of the plug-in interface besides the records of every plug-in:
-// sizes and offsets in bytes, x86-64 Linux.
+// The layout of what Brisel Live uses of the plug-in interface besides the records of every
+// plug-in: sizes and offsets in bytes, x86-64 Linux.
 #ifndef BRISEL_LIVE_CLAP_CLAP_LAYOUT_H
 #define BRISEL_LIVE_CLAP_CLAP_LAYOUT_H
 

@@ -1,4 +1,5 @@
-// What a host finds first: the library's one symbol, the factory, and the description of the plug-in.
+// What a host finds first: the library's one symbol, the factory, and the description of the
+// plug-in.
 #include "live/clap/clap_layout.h"
 #include "live/clap/plugin.h"
 

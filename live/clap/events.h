@@ -1,5 +1,5 @@
-// Events between the host and the engine: those that come in, translated one by one, and people's edits
-// in the window, which go out.
+// Events between the host and the engine: those that come in, translated one by one, and people's
+// edits in the window, which go out.
 #ifndef BRISEL_LIVE_CLAP_EVENTS_H
 #define BRISEL_LIVE_CLAP_EVENTS_H
 
@@ -23,12 +23,13 @@ const Record* as(const clap_event_header_t& event, uint16_t type) {
                : nullptr;
 }
 
-// A value or a modulation of a parameter, at frame 0; nothing for all other events, and for those that
-// address one of several notes: no parameter has a value for each.
+// A value or a modulation of a parameter, at frame 0; nothing for all other events, and for those
+// that address one of several notes: no parameter has a value for each.
 std::optional<Event> parameter_event(const clap_event_header_t& event);
 
-// Reports the edits that have queued up, at the block's first frame, as far as the list takes them; the
-// rest waits for the next call. `list` may be null. [audio-thread] while active, else [main-thread]
+// Reports the edits that have queued up, at the block's first frame, as far as the list takes them;
+// the rest waits for the next call. `list` may be null. [audio-thread] while active, else
+// [main-thread]
 void send_edits(Plugin& plugin, const clap_output_events_t* list);
 
 } // namespace brisel::live::clap

@@ -33,8 +33,8 @@ void destroy(const clap_plugin_t* plugin) {
     delete &self(plugin);
 }
 
-// Silent afterwards, at the values set; modulation is the running host's, and starts anew. Refused for
-// what cannot be: an active instance, no frames, a rate that the engine does not take.
+// Silent afterwards, at the values set; modulation is the running host's, and starts anew. Refused
+// for what cannot be: an active instance, no frames, a rate that the engine does not take.
 bool activate(const clap_plugin_t* plugin, double rate, uint32_t, uint32_t most_frames) {
     Plugin& p = self(plugin);
     if (p.active || most_frames == 0) return false;

@@ -1,10 +1,11 @@
-// An instance of brisel-live.clap, and what its files share: the engine, the host and its extensions,
-// and the plug-in's own extensions, one file each. Everything that sounds is the engine's.
+// An instance of brisel-live.clap, and what its files share: the engine, the host and its
+// extensions, and the plug-in's own extensions, one file each. Everything that sounds is the
+// engine's.
 //
 // Threads. Values, their text, the tail and saved states may be read on the main thread while audio
 // runs: they are the engine's, without locks. The host keeps all other calls on one instance apart.
-// Functions without a tag are [main-thread], or only read constants. "Flush" comes on the audio thread
-// while active and on the main thread otherwise.
+// Functions without a tag are [main-thread], or only read constants. "Flush" comes on the audio
+// thread while active and on the main thread otherwise.
 #ifndef BRISEL_LIVE_CLAP_PLUGIN_H
 #define BRISEL_LIVE_CLAP_PLUGIN_H
 
@@ -72,8 +73,9 @@ inline Plugin& self(const clap_plugin_t* plugin) {
 // A new instance that is yet to be initialised; null when memory runs out.
 const clap_plugin_t* create(const clap_host_t* host);
 
-// Sets the values that `preset` gives, all others to their defaults, and tells the host. Left as they
-// are: `kept`, and what presets leave out or leave to the mixer where the preset does not mention it.
+// Sets the values that `preset` gives, all others to their defaults, and tells the host. Left as
+// they are: `kept`, and what presets leave out or leave to the mixer where the preset does not
+// mention it.
 void take_over(Plugin& plugin, const Preset& preset, ParameterMask kept);
 
 // clap_plugin::process. [audio-thread]

@@ -1,5 +1,6 @@
-// The audio ports: one input and one output in one of three layouts, chosen from a list or asked for port
-// by port. What a block is rendered into follows from the buffers that the host hands over.
+// The audio ports: one input and one output in one of three layouts, chosen from a list or asked
+// for port by port. What a block is rendered into follows from the buffers that the host hands
+// over.
 #include <span>
 
 #include "live/clap/plugin.h"
@@ -98,8 +99,8 @@ bool fits(const char* type, uint32_t channels) {
     return !type || !*type || same_text(type, port_type(channels));
 }
 
-// The layout that all requests together ask for; ports without a request stay as they are. None when
-// there is no such layout, or while active.
+// The layout that all requests together ask for; ports without a request stay as they are. None
+// when there is no such layout, or while active.
 std::optional<uint32_t> requested_layout(const Plugin& p,
                                          const clap_audio_port_configuration_request_t* requests,
                                          uint32_t count) {

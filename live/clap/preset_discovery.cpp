@@ -1,6 +1,6 @@
-// The factory "clap.preset-discovery-factory": tells hosts where presets are and what each is called.
-// The program's own are listed as files where those are installed, and from the library itself only
-// elsewhere: hosts then index and load every preset the same way.
+// The factory "clap.preset-discovery-factory": tells hosts where presets are and what each is
+// called. The program's own are listed as files where those are installed, and from the library
+// itself only elsewhere: hosts then index and load every preset the same way.
 #include <new>
 
 #include "live/clap/plugin.h"

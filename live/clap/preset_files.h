@@ -14,13 +14,13 @@ inline constexpr const char* kPresetEnding = "preset"; // of file names, behind 
 // A path without end, null-terminated.
 using Path = char[PATH_MAX];
 
-// The folder with the program's presets, one file each in folders of their categories, found from the
-// library's own place: of an installation share/brisel/presets/live, of a build folder presets/live.
-// False where they are not.
+// The folder with the program's presets, one file each in folders of their categories, found from
+// the library's own place: of an installation share/brisel/presets/live, of a build folder
+// presets/live. False where they are not.
 bool factory_preset_folder(Path& path);
 
-// The folder of the user's own, `brisel/presets` in $XDG_DATA_HOME or ~/.local/share. False where there
-// is no such folder.
+// The folder of the user's own, `brisel/presets` in $XDG_DATA_HOME or ~/.local/share. False where
+// there is no such folder.
 bool user_preset_folder(Path& path);
 
 // One file, read as a preset.

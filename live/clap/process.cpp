@@ -12,8 +12,8 @@ float* channel(const clap_audio_buffer_t* ports, uint32_t count, uint32_t index)
     return ports->data32[index];
 }
 
-// The block in hand, rendered piece by piece: the engine takes one tempo a call, and as many events as
-// are kept here. Its output does not depend on where the pieces end.
+// The block in hand, rendered piece by piece: the engine takes one tempo a call, and as many events
+// as are kept here. Its output does not depend on where the pieces end.
 class Block {
 public:
     Block(Plugin& plugin, const clap_process_t& process)
@@ -99,7 +99,8 @@ clap_process_status status_of(Status status) {
 
 } // namespace
 
-// An error without processing started, and without an output of 32 bits. A missing input is silence.
+// An error without processing started, and without an output of 32 bits. A missing input is
+// silence.
 clap_process_status process(const clap_plugin_t* plugin, const clap_process_t* process) {
     if (!process || !process->audio_outputs || process->audio_outputs_count == 0)
         return CLAP_PROCESS_ERROR;

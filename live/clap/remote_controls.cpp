@@ -1,4 +1,5 @@
-// Extension "clap.remote-controls": the engine's pages, eight parameters under a controller's knobs.
+// Extension "clap.remote-controls": the engine's pages, eight parameters under a controller's
+// knobs.
 #include "live/clap/plugin.h"
 
 namespace brisel::live::clap {

@@ -1,5 +1,5 @@
-// Extensions "clap.state" and "clap.state-context": a saved state is a preset of all parameters. States of
-// the exact plug-in are read, too.
+// Extensions "clap.state" and "clap.state-context": a saved state is a preset of all parameters.
+// States of the exact plug-in are read, too.
 #include "live/clap/plugin.h"
 
 namespace brisel::live::clap {
@@ -20,8 +20,8 @@ bool write_all(const clap_ostream_t* stream, std::string_view text) {
     return true;
 }
 
-// Reads to the stream's end, however few bytes it gives at a time; nothing when it fails, or when there
-// is more than the buffer holds.
+// Reads to the stream's end, however few bytes it gives at a time; nothing when it fails, or when
+// there is more than the buffer holds.
 std::optional<std::string_view> read_all(const clap_istream_t* stream, std::span<char> buffer) {
     size_t length = 0;
     while (length < buffer.size()) {
@@ -34,8 +34,8 @@ std::optional<std::string_view> read_all(const clap_istream_t* stream, std::span
     return std::nullopt;
 }
 
-// The exact plug-in's state: "QVB1", version 1 in 32 bits, and the first twelve values as doubles, all
-// little-endian.
+// The exact plug-in's state: "QVB1", version 1 in 32 bits, and the first twelve values as doubles,
+// all little-endian.
 bool read_exact_state(std::string_view bytes, Preset& preset) {
     constexpr std::string_view kHeader("QVB1\1\0\0\0", 8);
     constexpr size_t kValues = 12;

@@ -22,12 +22,13 @@ double mean_loop(const LateSettings& s, double rate) {
 
 } // namespace
 
-// Each trip around the mean loop multiplies the power at w by |h|^2, h being the one-pole filter with gain
-// g_low at 0 Hz and g_high at half the rate. The sum of all trips is 1 / (1 - |h|^2); its mean over w is
+// Each trip around the mean loop multiplies the power at w by |h|^2, h being the one-pole filter
+// with gain g_low at 0 Hz and g_high at half the rate. The sum of all trips is 1 / (1 - |h|^2); its
+// mean over w is
 //   1 + g_low g_high / sqrt((1 - g_low^2) (1 - g_high^2)).
-// That takes all paths for incoherent, as the stages make them. Without stages paths through the same lines
-// in another order coincide and add up to more power: as measured 1.66 times as much while nothing is
-// modulated, 1.1 times while it is.
+// That takes all paths for incoherent, as the stages make them. Without stages paths through the
+// same lines in another order coincide and add up to more power: as measured 1.66 times as much
+// while nothing is modulated, 1.1 times while it is.
 double noise_power(const LateSettings& settings, double rate) {
     const double low =
         -3.0 * std::log(10.0) * mean_loop(settings, rate) / (rate * settings.decay); // ln g_low

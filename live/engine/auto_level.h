@@ -1,5 +1,5 @@
-// Auto Level: a gain on the late reverberation that keeps the level of steady noise where it is at the default
-// settings, whatever Decay, Size, Damp and Scattering say.
+// Auto Level: a gain on the late reverberation that keeps the level of steady noise where it is at
+// the default settings, whatever Decay, Size, Damp and Scattering say.
 #ifndef BRISEL_LIVE_AUTO_LEVEL_H
 #define BRISEL_LIVE_AUTO_LEVEL_H
 
@@ -13,8 +13,9 @@ namespace brisel::live {
 // The network's power in white noise of power 1, once it is steady, over all frequencies.
 double noise_power(const LateSettings& settings, double rate);
 
-// The gain follows the power that the network really holds, which takes its time to build up or to die away
-// after a change: a tail that was louder for its longer decay is not suddenly amplified or cut.
+// The gain follows the power that the network really holds, which takes its time to build up or to
+// die away after a change: a tail that was louder for its longer decay is not suddenly amplified or
+// cut.
 class AutoLevel {
 public:
     void prepare(double rate);

@@ -32,7 +32,8 @@ void draw_places(std::array<double, Diffuser::kChannels>& places, Xorshift64& ra
     }
 }
 
-// An unscaled transform of eight rows, tile by tile: `in(i)` and `out(i)` give the addresses of rows.
+// An unscaled transform of eight rows, tile by tile: `in(i)` and `out(i)` give the addresses of
+// rows.
 template <typename In, typename Out>
 void transform_tile(In in, Out out) {
     __m256 x[8];

@@ -1,6 +1,6 @@
 // Turns each sample of the input into many small ones on its way to the lines, so that the
-// reverberation is dense from its onset on: eight taps, half of them of either side, a Walsh-Hadamard
-// transform, eight delays, another transform. All of it keeps energy.
+// reverberation is dense from its onset on: eight taps, half of them of either side, a
+// Walsh-Hadamard transform, eight delays, another transform. All of it keeps energy.
 #ifndef BRISEL_LIVE_DIFFUSER_H
 #define BRISEL_LIVE_DIFFUSER_H
 
@@ -16,8 +16,8 @@ public:
     static constexpr size_t kChannels = 8;
     using Rows = HalfRows;
 
-    // What run()'s rows have to be multiplied with to have the energy of the input, each in two lines: both
-    // transforms leave out their 1 / sqrt(8), each side has four taps.
+    // What run()'s rows have to be multiplied with to have the energy of the input, each in two
+    // lines: both transforms leave out their 1 / sqrt(8), each side has four taps.
     static constexpr float kGain = 1.0f / 8.0f * 0.5f * 0x1.6a09e6p-1f;
 
     // [main-thread]; false when memory runs out.

@@ -1,9 +1,9 @@
 // Ducking: the input lowers the wet signal and lets it come back behind it.
 //
-// The level is the input's peak, of both channels, which falls on a straight line in dB. At -12 dBFS and
-// above it lowers the wet signal by the full Duck, at -48 dBFS and below not at all, in dB linearly between
-// them; from -12 dBFS the level takes Duck Release to fall to -48. It is taken every eight tiles. Two one-poles
-// of 20 ms keep the gain free of clicks.
+// The level is the input's peak, of both channels, which falls on a straight line in dB. At -12
+// dBFS and above it lowers the wet signal by the full Duck, at -48 dBFS and below not at all, in dB
+// linearly between them; from -12 dBFS the level takes Duck Release to fall to -48. It is taken
+// every eight tiles. Two one-poles of 20 ms keep the gain free of clicks.
 #ifndef BRISEL_LIVE_DUCKER_H
 #define BRISEL_LIVE_DUCKER_H
 

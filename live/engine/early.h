@@ -1,6 +1,6 @@
-// Early reflections: the exact plug-in's tapped delay with a second set of taps, to which it fades over when
-// the size changes, and a level that glides. Every tap lies at least a tile back, so that a tile's
-// reflections are known before its input.
+// Early reflections: the exact plug-in's tapped delay with a second set of taps, to which it fades
+// over when the size changes, and a level that glides. Every tap lies at least a tile back, so that
+// a tile's reflections are known before its input.
 #ifndef BRISEL_LIVE_EARLY_H
 #define BRISEL_LIVE_EARLY_H
 
@@ -30,8 +30,8 @@ public:
     // The input of the frames from .. to - 1 of the present slice.
     void write(const float* const in[2], uint32_t from, uint32_t to);
 
-    // wet = reflections * level + wet, for the first `frames` of the present slice, whose input may not
-    // have been written yet where it is a single tile. Once a slice: the level steps here.
+    // wet = reflections * level + wet, for the first `frames` of the present slice, whose input may
+    // not have been written yet where it is a single tile. Once a slice: the level steps here.
     void add(float* const wet[2], uint32_t frames);
     void advance(uint32_t frames);
 

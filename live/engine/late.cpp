@@ -1,6 +1,6 @@
-// The order of things in a tile, the two networks and what goes into and comes out of them. The network
-// itself is in network.cpp, what moves its lines in taps.cpp, its decay in loop_decay.cpp, the gains between all of
-// them in late_gains.cpp.
+// The order of things in a tile, the two networks and what goes into and comes out of them. The
+// network itself is in network.cpp, what moves its lines in taps.cpp, its decay in loop_decay.cpp,
+// the gains between all of them in late_gains.cpp.
 #include "live/engine/late.h"
 
 #include <algorithm>
@@ -33,8 +33,9 @@ constexpr LateSettings kDefaults = {.size = 0.04,
 
 } // namespace
 
-// Tiles are run in slices. What must not depend on how a host cuts its blocks happens at the start of a
-// slice that ends before the next such event, or, if it can wait, at knots, multiples of kKnot.
+// Tiles are run in slices. What must not depend on how a host cuts its blocks happens at the start
+// of a slice that ends before the next such event, or, if it can wait, at knots, multiples of
+// kKnot.
 struct Late::State {
     bool prepare(double rate);
     void reset();
@@ -127,10 +128,10 @@ void Late::State::set(const LateSettings& settings) {
     if (!diffusing_) gains_.snap_early_level();
 }
 
-// The outputs behind the last stage lack what passes the filters for the first time. Steady white noise
-// has the power sum over k >= 0 of g^2k in the lines' outputs and of g^2k, k >= 1, behind them, g^2 the
-// power gain of a trip. With 1 / g^2 = 1 / low^2 + (1 / high^2 - 1 / low^2) sin^2(w / 2) the means over w
-// are 1 + m and m, m = ((1 / low^2 - 1) (1 / high^2 - 1))^-1/2.
+// The outputs behind the last stage lack what passes the filters for the first time. Steady white
+// noise has the power sum over k >= 0 of g^2k in the lines' outputs and of g^2k, k >= 1, behind
+// them, g^2 the power gain of a trip. With 1 / g^2 = 1 / low^2 + (1 / high^2 - 1 / low^2)
+// sin^2(w / 2) the means over w are 1 + m and m, m = ((1 / low^2 - 1) (1 / high^2 - 1))^-1/2.
 double Late::State::early_level() const {
     constexpr double kMost = 4.0;
     const DecayTimes times = target_times();
@@ -256,8 +257,8 @@ void Late::State::write_diffuser(const float* const in[2], uint32_t from, uint32
     diffuser_.write(x, from, count);
 }
 
-// One network with its share of the inputs and of the diffuser's rows. The outputs behind the last stage
-// are to be without these: where they are needed, the lines get their inputs later.
+// One network with its share of the inputs and of the diffuser's rows. The outputs behind the last
+// stage are to be without these: where they are needed, the lines get their inputs later.
 void Late::State::run_network(size_t k, const float* const in[2], float* const out[2],
                               uint32_t frames, bool ahead) {
     const auto knot = static_cast<uint32_t>(clock_ % kKnot);
@@ -273,7 +274,8 @@ void Late::State::run_network(size_t k, const float* const in[2], float* const o
     if (!ahead) inject_into(k, in, frames, 0, frames);
 }
 
-// What run_network() leaves to be done when the inputs are there, of frames from .. from + count - 1.
+// What run_network() leaves to be done when the inputs are there, of frames
+// from .. from + count - 1.
 void Late::State::inject_into(size_t k, const float* const in[2], uint32_t frames, uint32_t from,
                               uint32_t count) {
     if (!gains_.steady() || gains_.inputs[k][0] != 0.0f) {

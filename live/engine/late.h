@@ -1,7 +1,7 @@
-// The late reverberation of Brisel Live: one network that never stops while its size, decay, damping,
-// modulation and diffusion move, and a second one that takes over when the number of scattering stages
-// changes. It works on whole tiles of eight frames; its outputs never depend on the input of the same
-// tile, so that a tile can be run ahead of its input.
+// The late reverberation of Brisel Live: one network that never stops while its size, decay,
+// damping, modulation and diffusion move, and a second one that takes over when the number of
+// scattering stages changes. It works on whole tiles of eight frames; its outputs never depend on
+// the input of the same tile, so that a tile can be run ahead of its input.
 #ifndef BRISEL_LIVE_LATE_H
 #define BRISEL_LIVE_LATE_H
 
@@ -33,8 +33,8 @@ public:
     Late(const Late&) = delete;
     Late& operator=(const Late&) = delete;
 
-    // Takes the storage for every setting at this rate (1000 .. 768000 Hz); silent afterwards. Returns
-    // false when memory runs out. [main-thread]
+    // Takes the storage for every setting at this rate (1000 .. 768000 Hz); silent afterwards.
+    // Returns false when memory runs out. [main-thread]
     bool prepare(double rate);
 
     // Silence, at the settings' own values: nothing glides afterwards. [audio-thread]
@@ -46,20 +46,22 @@ public:
     // The longest slice that run() takes now: a multiple of 8, 8 .. kLongestSlice. [audio-thread]
     uint32_t longest_slice() const;
 
-    // Whole tiles with their input: `frames` is a multiple of 8, at most longest_slice(). Inputs are
-    // finite; outputs are the two wet signals at full width, and may not be the inputs. [audio-thread]
+    // Whole tiles with their input: `frames` is a multiple of 8, at most longest_slice(). Inputs
+    // are finite; outputs are the two wet signals at full width, and may not be the inputs.
+    // [audio-thread]
     void run(const float* const in[2], float* const out[2], uint32_t frames);
 
     // One tile ahead of its input: the eight frames of the outputs. Its input follows through
     // inject(), all of it before the next run. [audio-thread]
     void run_ahead(float* const out[2]);
 
-    // The input of the frames from .. to - 1 of the tile that was run ahead, in order: in[c][0] is frame
-    // `from`. 0 <= from < to <= 8. The rings then hold the same bits as after run(). [audio-thread]
+    // The input of the frames from .. to - 1 of the tile that was run ahead, in order: in[c][0] is
+    // frame `from`. 0 <= from < to <= 8. The rings then hold the same bits as after run().
+    // [audio-thread]
     void inject(const float* const in[2], uint32_t from, uint32_t to);
 
-    // The longest path through lines, stages and diffuser at the present settings, in frames: after so
-    // much silence at input and output nothing is left to come. [audio-thread]
+    // The longest path through lines, stages and diffuser at the present settings, in frames: after
+    // so much silence at input and output nothing is left to come. [audio-thread]
     uint64_t longest_path() const;
 
 private:

@@ -1,5 +1,5 @@
-// The gains between the input, the diffuser, the two networks and the outputs of the late reverberation:
-// what they go to, how they get there, and their values frame by frame.
+// The gains between the input, the diffuser, the two networks and the outputs of the late
+// reverberation: what they go to, how they get there, and their values frame by frame.
 #ifndef BRISEL_LIVE_LATE_GAINS_H
 #define BRISEL_LIVE_LATE_GAINS_H
 
@@ -21,7 +21,8 @@ public:
 
     // Muted or not; 0 .. 1; what makes the outputs behind the last stage as loud as the lines'.
     void aim(bool mute, double diffusion, double early_level);
-    // The diffuser has started from silence: its input does not begin with a step in each of its echoes.
+    // The diffuser has started from silence: its input does not begin with a step in each of its
+    // echoes.
     void fade_in_diffuser();
     void snap_early_level() { early_level_.snap(); }
     // The networks have changed places: the input moves to the first one, the second one is heard.

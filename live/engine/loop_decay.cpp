@@ -29,7 +29,8 @@ double time_of(double share, double loop) {
     return kLn1000 * loop * share / (1.0 - share);
 }
 
-// 2^x for |x| <= 126, relative error below 3e-7: Taylor's terms for the fraction, which lies within 0.5.
+// 2^x for |x| <= 126, relative error below 3e-7: Taylor's terms for the fraction, which lies within
+// 0.5.
 __m256 exp2_of(__m256 x) {
     constexpr float kTerms[] = {1.0f / 720, 1.0f / 120, 1.0f / 24, 1.0f / 6, 1.0f / 2, 1.0f, 1.0f};
     const __m256 whole = _mm256_round_ps(x, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
@@ -46,8 +47,8 @@ __m256 load_loops(const int32_t* loops) {
     return _mm256_cvtepi32_ps(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(loops)));
 }
 
-// A filter that remembers for longer than 1000 frames has next to no output but what it held before it
-// became so slow, which it would keep as an offset for minutes.
+// A filter that remembers for longer than 1000 frames has next to no output but what it held before
+// it became so slow, which it would keep as an offset for minutes.
 constexpr float kSlowest = 1.0f - 0x1p-10f;
 
 // Of the way from a to b.

@@ -1,5 +1,5 @@
-// The decay of the network's 16 loops while it moves: two decay times on their way to their targets, and
-// the coefficients of the loops' filters between two points of that way.
+// The decay of the network's 16 loops while it moves: two decay times on their way to their
+// targets, and the coefficients of the loops' filters between two points of that way.
 #ifndef BRISEL_LIVE_LOOP_DECAY_H
 #define BRISEL_LIVE_LOOP_DECAY_H
 
@@ -10,7 +10,8 @@
 
 namespace brisel::live {
 
-// Decay times move on knots of the engine's clock and their coefficients linearly from one to the next.
+// Decay times move on knots of the engine's clock and their coefficients linearly from one to the
+// next.
 inline constexpr uint32_t kKnot = 128; // frames
 
 // Seconds to fall by 60 dB at 0 Hz and at half the rate; infinite: no decay.
@@ -68,8 +69,8 @@ public:
     // nothing, and it takes every coefficient as the exact engine does.
     void settled(const DecayGlide& glide, ffdn_block_n16& e, bool from_silence) const;
 
-    // The square roots of how much louder a trip through each new loop is than one through the old, both
-    // at 0 Hz.
+    // The square roots of how much louder a trip through each new loop is than one through the old,
+    // both at 0 Hz.
     void gain_roots(const DecayGlide& glide, std::array<float, BRISEL_LINES>& roots) const;
 
 private:

@@ -1,6 +1,6 @@
-// The end of the chain: the wet signal's width, gain and ducking, the mix with the dry signal and the bypass,
-// as one 2 x 2 matrix and a dry gain that run linearly inside each tile. Also what the tiles that have gone
-// through it tell about levels and silence.
+// The end of the chain: the wet signal's width, gain and ducking, the mix with the dry signal and
+// the bypass, as one 2 x 2 matrix and a dry gain that run linearly inside each tile. Also what the
+// tiles that have gone through it tell about levels and silence.
 #ifndef BRISEL_LIVE_MIXER_H
 #define BRISEL_LIVE_MIXER_H
 
@@ -40,8 +40,9 @@ public:
     void run(const float* const in[2], const float* const wet[2], float* const out[2],
              uint32_t frames);
 
-    // The same for one tile whose input comes later: first its wet part, then the frames in order, and when
-    // all eight are there the tile's end. out[c][0] is frame `from`, in[c][0] the tile's first.
+    // The same for one tile whose input comes later: first its wet part, then the frames in order,
+    // and when all eight are there the tile's end. out[c][0] is frame `from`, in[c][0] the tile's
+    // first.
     void run_ahead(const float* const wet[2]);
     void deliver(const float* const in[2], float* const out[2], uint32_t from, uint32_t to);
     void finish_tile(const float* const in[2], const float* const wet[2]);

@@ -36,12 +36,12 @@ inline uint32_t whole_tiles(double rate, double seconds) {
     return kTile * static_cast<uint32_t>(std::fmax(1.0, rate * seconds / kTile + 0.5));
 }
 
-// Time constant of each of the two one-poles behind a level: with them a step of Mix stays 78 dB below
-// the programme outside the programme's own band.
+// Time constant of each of the two one-poles behind a level: with them a step of Mix stays 78 dB
+// below the programme outside the programme's own band.
 inline constexpr double kLevelSeconds = 0.02;
 
-// The eight frames of a tile on a straight line; the first lies an eighth of the way behind `from`, the
-// last at `to`. Standing still it is `from`, exactly.
+// The eight frames of a tile on a straight line; the first lies an eighth of the way behind `from`,
+// the last at `to`. Standing still it is `from`, exactly.
 inline __m256 ramp(float from, float to) {
     const __m256 eighths = _mm256_setr_ps(0.125f, 0.25f, 0.375f, 0.5f, 0.625f, 0.75f, 0.875f, 1.0f);
     return _mm256_fmadd_ps(_mm256_set1_ps(to - from), eighths, _mm256_set1_ps(from));
@@ -50,7 +50,8 @@ inline __m256 ramp(float from, float to) {
 // Smoothing has arrived when both one-poles are as near as this; the last jump is at -120 dB.
 inline constexpr double kArrived = 1e-6;
 
-// Two one-poles in a row. In double precision: single steps of a small share would stall before they arrive.
+// Two one-poles in a row. In double precision: single steps of a small share would stall before
+// they arrive.
 struct Smoother {
     double target = 0.0, first = 0.0, value = 0.0;
 

@@ -16,9 +16,9 @@ namespace brisel::live {
 
 namespace {
 
-// Each row enters a line of either side, with signs that are orthogonal: rows that come out of a transform
-// must not add up to one of those that went in. (-1)^(x1 x2) for the left side and (-1)^(x1 x2 + x3) for
-// the right one, x the bits of the row's number, draw on four of eight each.
+// Each row enters a line of either side, with signs that are orthogonal: rows that come out of a
+// transform must not add up to one of those that went in. (-1)^(x1 x2) for the left side and
+// (-1)^(x1 x2 + x3) for the right one, x the bits of the row's number, draw on four of eight each.
 constexpr float kSigns[BRISEL_LINES] = {1, 1, 1, 1, 1, 1, -1, -1, 1, -1, 1, -1, 1, -1, -1, 1};
 
 // v[t] += sign * (gain[t] * row[t])
@@ -120,8 +120,8 @@ void Network::finish_resize() {
     settled_ = false;
 }
 
-// Zeroes what `count` frames from the one `after` frames ahead on would find `delay` frames back from
-// before the start.
+// Zeroes what `count` frames from the one `after` frames ahead on would find `delay` frames back
+// from before the start.
 void Network::forget(size_t line, uint32_t delay, uint32_t after, uint32_t count) {
     const uint64_t now = written_ + after;
     if (delay <= now) return;
@@ -162,8 +162,8 @@ const float* Network::tap(size_t line, uint32_t delay, uint32_t after, uint32_t 
     return find_in_ring(ring(line), engine_.line_mask[line], start, count, scratch);
 }
 
-// The lines that are not just read out of their rings stand in tap_block afterwards; returns them, a bit
-// each.
+// The lines that are not just read out of their rings stand in tap_block afterwards; returns them,
+// a bit each.
 uint32_t Network::read_lines(const Taps& taps, uint32_t frames) {
     forget_older(taps, frames);
     if (taps.resizing()) {
@@ -291,8 +291,8 @@ void Network::mix_early_outputs(float* const out[2], const float* near, const fl
         }
 }
 
-// Calls body(samples, t, n) for the one or two parts of a line's ring that hold `count` frames; n samples
-// from the t-th of them on.
+// Calls body(samples, t, n) for the one or two parts of a line's ring that hold `count` frames; n
+// samples from the t-th of them on.
 template <typename Body>
 void Network::each_run(size_t line, uint32_t frames, uint32_t from, uint32_t count, Body body) {
     const uint32_t mask = engine_.line_mask[line];

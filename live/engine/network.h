@@ -1,6 +1,6 @@
-// One network of 16 lines and a number of scattering stages: the exact engine's loop, on lines that are
-// read where Taps says and with filters that LoopDecay moves. Where nothing moves, its outputs are
-// those of the exact engine, bit for bit.
+// One network of 16 lines and a number of scattering stages: the exact engine's loop, on lines that
+// are read where Taps says and with filters that LoopDecay moves. Where nothing moves, its outputs
+// are those of the exact engine, bit for bit.
 #ifndef BRISEL_LIVE_NETWORK_H
 #define BRISEL_LIVE_NETWORK_H
 
@@ -33,16 +33,18 @@ public:
     void start_resize(const Taps& taps, const DecayGlide& glide);
     void finish_resize();
 
-    // The frames that the taps have planned: inputs in, outputs out. `knot`: frames since the last knot.
+    // The frames that the taps have planned: inputs in, outputs out. `knot`: frames since the last
+    // knot.
     void run(const Taps& taps, const DecayGlide& glide, uint32_t knot, const float* const in[2],
              float* const out[2], uint32_t frames);
-    // out = near * out + early * e for the outputs of the frames that were run last, with zeros for inputs:
-    // e is what the outputs would be, had the lines no delay; behind the last stage.
+    // out = near * out + early * e for the outputs of the frames that were run last, with zeros for
+    // inputs: e is what the outputs would be, had the lines no delay; behind the last stage.
     void mix_early_outputs(float* const out[2], const float* near, const float* early,
                            uint32_t frames);
-    // Input for the last `frames` frames, whose run had zeros there: of these the ones from `from` on,
-    // `count` in number. First the inputs of the sides, then eight rows, of which row k enters the lines
-    // 2 k and 2 k + 1 times gain[t]; in[0][0], gain[from] and row[from] belong to frame `from`.
+    // Input for the last `frames` frames, whose run had zeros there: of these the ones from `from`
+    // on, `count` in number. First the inputs of the sides, then eight rows, of which row k enters
+    // the lines 2 k and 2 k + 1 times gain[t]; in[0][0], gain[from] and row[from] belong to frame
+    // `from`.
     void inject(const float* const in[2], uint32_t frames, uint32_t from, uint32_t count);
     void inject_rows(const HalfRows& rows, const float* gain, uint32_t frames, uint32_t from,
                      uint32_t count);

@@ -128,7 +128,8 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-// The base value of one `suffix`; 0 for a suffix that does not fit. No suffix at all is the caller's.
+// The base value of one `suffix`; 0 for a suffix that does not fit. No suffix at all is the
+// caller's.
 double base_of(Unit unit, std::string_view suffix) {
     const auto is = [=](std::string_view word) { return same_word(suffix, word); };
     switch (unit) {
@@ -161,9 +162,9 @@ std::optional<double> word_value(const Parameter& p, std::string_view text) {
     return std::nullopt;
 }
 
-// Takes the decimal number off the front of `text`; nothing where there is none, or one that no value
-// needs so many digits for. Not by from_chars, which would bring the whole machinery of exceptions into
-// libraries that need none of it.
+// Takes the decimal number off the front of `text`; nothing where there is none, or one that no
+// value needs so many digits for. Not by from_chars, which would bring the whole machinery of
+// exceptions into libraries that need none of it.
 std::optional<double> take_number(std::string_view& text) {
     constexpr std::string_view kDigits = "0123456789";
     const auto past_digits = [=](size_t at) {

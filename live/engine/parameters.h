@@ -1,5 +1,5 @@
-// The parameters of Brisel Live: the one table that the sound, the plug-in adapters, the presets and the
-// window read, and a parameter's text both ways.
+// The parameters of Brisel Live: the one table that the sound, the plug-in adapters, the presets
+// and the window read, and a parameter's text both ways.
 #ifndef BRISEL_LIVE_PARAMETERS_H
 #define BRISEL_LIVE_PARAMETERS_H
 
@@ -12,8 +12,8 @@
 
 namespace brisel::live {
 
-// A parameter's id is its row in the table. Hosts save them: append, never renumber. The first twelve are
-// those of the exact plug-in.
+// A parameter's id is its row in the table. Hosts save them: append, never renumber. The first
+// twelve are those of the exact plug-in.
 enum Id : uint16_t {
     kSize,
     kDecay,
@@ -90,11 +90,12 @@ Id find_key(std::string_view key);
 using Settings = std::array<double, kParameters>;
 Settings default_settings();
 
-// The nearest value that the parameter takes: within its range and, of steps, a whole number. NaN gives
-// the default. [any-thread]
+// The nearest value that the parameter takes: within its range and, of steps, a whole number. NaN
+// gives the default. [any-thread]
 double clamp(const Parameter& parameter, double value);
 
-// The number shown is the value times this: 1000 of milliseconds, 100 of percent, else 1. [any-thread]
+// The number shown is the value times this: 1000 of milliseconds, 100 of percent, else 1.
+// [any-thread]
 double shown_scale(Unit unit);
 
 // A knob's position, 0 .. 1, and back. [any-thread]
@@ -104,13 +105,14 @@ double from_position(const Parameter& parameter, double position);
 // Longest text of a value, with the null at its end, in bytes.
 inline constexpr size_t kLongestText = 32;
 
-// What is shown for a value: "40.0 ms", "K = 2", "+0.0 dB", "Off". The result lies in `buffer`, which
-// also gets a null behind it. Independent of the locale; from_text gives the value shown. [any-thread]
+// What is shown for a value: "40.0 ms", "K = 2", "+0.0 dB", "Off". The result lies in `buffer`,
+// which also gets a null behind it. Independent of the locale; from_text gives the value shown.
+// [any-thread]
 std::string_view to_text(const Parameter& parameter, double value,
                          std::span<char, kLongestText> buffer);
 
-// The shortest text that from_text(.., BareNumber::kBase) turns back into exactly clamp(value): the form
-// of presets and saved states. Result as to_text's. [any-thread]
+// The shortest text that from_text(.., BareNumber::kBase) turns back into exactly clamp(value): the
+// form of presets and saved states. Result as to_text's. [any-thread]
 std::string_view to_exact_text(const Parameter& parameter, double value,
                                std::span<char, kLongestText> buffer);
 
@@ -120,10 +122,10 @@ enum class BareNumber : uint8_t {
     kBase,  // the base unit: "0.04" is 40 ms, "0.3" is 30 %; what presets hold
 };
 
-// The value of a text such as "40 ms", "0.04s", "35%", "-2 dB", "1/16D", "on", "8 kHz", clamped to the
-// parameter's range; nothing for a text that is neither a number, with or without a fitting unit, nor one
-// of the parameter's words. Blanks around it and upper or lower case do not count. Independent of the
-// locale. [any-thread]
+// The value of a text such as "40 ms", "0.04s", "35%", "-2 dB", "1/16D", "on", "8 kHz", clamped to
+// the parameter's range; nothing for a text that is neither a number, with or without a fitting
+// unit, nor one of the parameter's words. Blanks around it and upper or lower case do not count.
+// Independent of the locale. [any-thread]
 std::optional<double> from_text(const Parameter& parameter, std::string_view text,
                                 BareNumber bare = BareNumber::kShown);
 

@@ -1,5 +1,5 @@
-// The delay in front of everything wet: a stereo ring and two taps, of which one fades over to the other
-// when the delay changes. Changes during a fade wait for its end.
+// The delay in front of everything wet: a stereo ring and two taps, of which one fades over to the
+// other when the delay changes. Changes during a fade wait for its end.
 #ifndef BRISEL_LIVE_PREDELAY_H
 #define BRISEL_LIVE_PREDELAY_H
 
@@ -33,8 +33,8 @@ public:
         return entry_.running() && entry_.left() < limit ? entry_.left() : limit;
     }
 
-    // The input of the frames from .. to - 1 of the present slice goes in, what comes out of the delay
-    // for them is at `delayed()` afterwards, at the same indices.
+    // The input of the frames from .. to - 1 of the present slice goes in, what comes out of the
+    // delay for them is at `delayed()` afterwards, at the same indices.
     void run(const float* const in[2], uint32_t from, uint32_t to);
     const float* const* delayed() const { return delayed_; }
     void advance(uint32_t frames);
@@ -42,8 +42,8 @@ public:
     uint32_t longest() const; // frames, of the taps in use
 
 private:
-    // A short history is enough for short delays and stays in the processor's cache, where a walk through
-    // the long one would not.
+    // A short history is enough for short delays and stays in the processor's cache, where a walk
+    // through the long one would not.
     struct History {
         Floats rings[2];
         uint32_t size = 0;

@@ -1,4 +1,5 @@
-// Presets as text. The presets themselves are files, from which the build makes factory_presets.cpp.
+// Presets as text. The presets themselves are files, from which the build makes
+// factory_presets.cpp.
 #include "live/engine/presets.h"
 
 #include <algorithm>

@@ -1,8 +1,9 @@
 // The reverb's clock: events, tiles with their input and ahead of it, sleep.
 //
-// A tile's wet signal never depends on its own input. Whole tiles run with their input; where fewer than
-// eight frames are left of a host's block, the next tile runs ahead of its input, which is then handed in
-// frame by frame. Both ways leave the same bits, provided that whatever changes does so at tiles' starts.
+// A tile's wet signal never depends on its own input. Whole tiles run with their input; where fewer
+// than eight frames are left of a host's block, the next tile runs ahead of its input, which is
+// then handed in frame by frame. Both ways leave the same bits, provided that whatever changes does
+// so at tiles' starts.
 #include "live/engine/reverb.h"
 
 #include <algorithm>
@@ -34,9 +35,9 @@ constexpr double kSlowest = 20.0, kFastest = 999.0; // beats per minute
 constexpr double kNotes[] = {0.0,     1.0 / 16, 1.0 / 8, 1.0 / 6, 1.0 / 4,
                              3.0 / 8, 1.0 / 3,  1.0 / 2, 3.0 / 4, 1.0};
 
-// NaN and infinities count as 0 and -0 as +0, so that a sum with it does not depend on its order. What is
-// 180 dB above full scale is no sound, but squared and summed in the network it would overflow, and never
-// leave it: it is held there.
+// NaN and infinities count as 0 and -0 as +0, so that a sum with it does not depend on its order.
+// What is 180 dB above full scale is no sound, but squared and summed in the network it would
+// overflow, and never leave it: it is held there.
 inline __m256 clean(__m256 x) {
     const __m256i exponent = _mm256_set1_epi32(0x7f800000);
     const __m256i bits = _mm256_castps_si256(x);

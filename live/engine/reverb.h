@@ -1,5 +1,6 @@
-// Brisel Live as one object: a stereo reverb that never stops, whatever is turned, at any block length and
-// without latency. It knows no plug-in interface; adapters hand it the host's signals and events.
+// Brisel Live as one object: a stereo reverb that never stops, whatever is turned, at any block
+// length and without latency. It knows no plug-in interface; adapters hand it the host's signals
+// and events.
 //
 //   brisel::live::Reverb reverb;
 //   if (!reverb.prepare(48000.0, 1024)) return 1;                      // out of memory
@@ -8,9 +9,9 @@
 //   float* out[2] = {left, right};                                     // in place
 //   reverb.process(in, out, 1024, {&longer, 1}, nullptr);
 //
-// Time. The reverb has a clock of its own in frames, and everything that changes starts to change at its
-// multiples of eight: an event acts up to seven frames late. The output is the same, bit for bit,
-// however a host cuts the signal into blocks, events included.
+// Time. The reverb has a clock of its own in frames, and everything that changes starts to change
+// at its multiples of eight: an event acts up to seven frames late. The output is the same, bit for
+// bit, however a host cuts the signal into blocks, events included.
 #ifndef BRISEL_LIVE_REVERB_H
 #define BRISEL_LIVE_REVERB_H
 
@@ -25,7 +26,7 @@ namespace brisel::live {
 enum class Status : uint8_t {
     kRunning, // there was input
     kTail,    // the input is silent, the output is not (or not for long enough)
-    kAsleep, // silence in, exact zeros out, in the whole block: it need not be called until there is input
+    kAsleep,  // silence in, exact zeros out: it need not be called until there is input
 };
 
 struct Event {
@@ -52,8 +53,8 @@ public:
     Reverb(const Reverb&) = delete;
     Reverb& operator=(const Reverb&) = delete;
 
-    // The values in force and the way to change them from outside the audio thread. They live as long as
-    // the reverb, prepared or not. [any-thread], call by call as values.h says
+    // The values in force and the way to change them from outside the audio thread. They live as
+    // long as the reverb, prepared or not. [any-thread], call by call as values.h says
     Values& values();
     const Values& values() const;
 
@@ -64,27 +65,28 @@ public:
     // [main-thread], while nothing processes
     bool prepare(double rate, uint32_t longest_block);
 
-    // Silence at once, at the values in force; nothing glides afterwards. Not prepared: does nothing.
+    // Silence at once, at the values in force; nothing glides afterwards. Not prepared: does
+    // nothing.
     // [audio-thread]
     void reset();
 
     // Renders a block.
-    //   in      `frames` samples a channel, any alignment. in[1] may be null (mono: both channels hear
-    //           in[0]), in[0] too (silence). NaN and infinities count as 0.
-    //   out     `frames` samples a channel, written; may be the input buffers. out[1] may be null (mono:
-    //           the mean of both sides). Without out[0] nothing happens.
+    //   in      `frames` samples a channel, any alignment. in[1] may be null (mono: both channels
+    //           hear in[0]), in[0] too (silence). NaN and infinities count as 0.
+    //   out     `frames` samples a channel, written; may be the input buffers. out[1] may be null
+    //           (mono: the mean of both sides). Without out[0] nothing happens.
     //   frames  any number, those beyond prepare()'s longest_block included
-    //   events  in the order of their frames. One that comes before its predecessor acts with it, one
-    //           behind the block at its end; one with an unknown id or a NaN is ignored.
-    //   tempo   for Predelay Sync; null or out of range: unknown, and the latest known one stays. Before
-    //           there was one, Predelay itself holds
-    // Not prepared: zeros. No allocation, lock or system call; flush-to-zero and denormals-are-zero hold
-    // during the call, the thread's control word comes back as it was. [audio-thread]
+    //   events  in the order of their frames. One that comes before its predecessor acts with it,
+    //           one behind the block at its end; one with an unknown id or a NaN is ignored.
+    //   tempo   for Predelay Sync; null or out of range: unknown, and the latest known one stays.
+    //           Before there was one, Predelay itself holds
+    // Not prepared: zeros. No allocation, lock or system call; flush-to-zero and denormals-are-zero
+    // hold during the call, the thread's control word comes back as it was. [audio-thread]
     Status process(const float* const in[2], float* const out[2], uint32_t frames,
                    std::span<const Event> events, const Tempo* tempo);
 
-    // How long there is something to hear after the input has stopped, at the values in force: until it
-    // has fallen by 90 dB, in frames. UINT64_MAX while frozen. [any-thread]
+    // How long there is something to hear after the input has stopped, at the values in force:
+    // until it has fallen by 90 dB, in frames. UINT64_MAX while frozen. [any-thread]
     uint64_t tail_frames() const;
 
     // The peaks since the last call, which starts them anew: for one reader. [any-thread]

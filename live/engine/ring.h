@@ -8,8 +8,8 @@
 
 namespace brisel::live {
 
-// The `count` samples from index `start` on, which may lie beyond the ring's end: in place or, where
-// they cross the seam, in `scratch`.
+// The `count` samples from index `start` on, which may lie beyond the ring's end: in place or,
+// where they cross the seam, in `scratch`.
 inline const float* find_in_ring(const float* ring, uint32_t mask, uint32_t start, uint32_t count,
                                  float* scratch) {
     start &= mask;

@@ -15,8 +15,8 @@ constexpr double kLongestSize = 0.5;        // seconds
 constexpr double kDeepestSeconds = 0.33e-3; // of modulation
 
 // Shallow modulation rests between its steps, and short steps leave most of the lines at rest. Deep
-// modulation always moves, and the longer its steps, the less a sine shows beside it; but the fastest
-// line takes ten of them a period.
+// modulation always moves, and the longer its steps, the less a sine shows beside it; but the
+// fastest line takes ten of them a period.
 constexpr double kStepSeconds = 1024.0 / 48000.0;
 constexpr double kDeepSeconds = 3.0 / 48000.0;
 

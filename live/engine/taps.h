@@ -1,6 +1,6 @@
-// Where the 16 delay lines are read. A line never jumps: it fades from one tap to another. All lines
-// together do so when the size changes, two by two when their modulation takes a step. Nothing here
-// touches a sample.
+// Where the 16 delay lines are read. A line never jumps: it fades from one tap to another. All
+// lines together do so when the size changes, two by two when their modulation takes a step.
+// Nothing here touches a sample.
 #ifndef BRISEL_LIVE_TAPS_H
 #define BRISEL_LIVE_TAPS_H
 
@@ -21,8 +21,8 @@ using LineDelays = std::array<uint32_t, BRISEL_LINES>; // frames
 // The delays of the exact reverb's lines at this size in seconds, but none below `shortest`.
 LineDelays line_delays(double rate, double size, uint32_t shortest);
 
-// Lines move in pairs of the same side, i and i + 2, of which modulation makes one longer and the other
-// shorter.
+// Lines move in pairs of the same side, i and i + 2, of which modulation makes one longer and the
+// other shorter.
 inline constexpr size_t kPairs = BRISEL_LINES / 2;
 constexpr size_t first_of_pair(size_t pair) {
     return pair / 2 * 4 + pair % 2;
@@ -47,8 +47,8 @@ public:
     void reset(const LateSettings& settings);
     void set(const LateSettings& settings);
 
-    // At a tile's start: a new size is taken up where nothing stands in its way. Returns whether a fade
-    // of all lines starts now.
+    // At a tile's start: a new size is taken up where nothing stands in its way. Returns whether a
+    // fade of all lines starts now.
     bool begin();
     // No slice may be longer now; a multiple of 8.
     uint32_t slice_limit() const;
@@ -57,8 +57,8 @@ public:
     // The planned frames are over. Returns whether a fade of all lines has ended with them.
     bool advance(uint32_t frames);
 
-    // Of the planned frames, while not resizing: the pairs that move in them, a bit each; their runs; and
-    // the delays of the others' lines.
+    // Of the planned frames, while not resizing: the pairs that move in them, a bit each; their
+    // runs; and the delays of the others' lines.
     uint32_t moving_pairs() const { return moving_pairs_; }
     std::span<const PairRun> runs(size_t pair) const { return {runs_[pair].data(), counts_[pair]}; }
     const LineDelays& delays() const { return delays_; }

@@ -1,10 +1,12 @@
-// Source of the sections: A. Simper, "Solving the continuous SVF equations using trapezoidal integration and
-// equivalent currents", 2013. With damping sqrt(2) the shelves are those of the exact plug-in.
+// Source of the sections: A. Simper, "Solving the continuous SVF equations using trapezoidal
+// integration and equivalent currents", 2013. With damping sqrt(2) the shelves are those of the
+// exact plug-in.
 //
-// All four bands of both channels run in the lanes of one register. A band works two frames behind the one
-// in front of it, whose output moves up by two lanes; at both ends of a run some lanes have no frame and keep
-// their memories. From memory to output, up, and into memories again takes 24 cycles of latency: over two
-// frames' distance that is the 8 a frame which the memories' own recursion takes anyway.
+// All four bands of both channels run in the lanes of one register. A band works two frames behind
+// the one in front of it, whose output moves up by two lanes; at both ends of a run some lanes have
+// no frame and keep their memories. From memory to output, up, and into memories again takes 24
+// cycles of latency: over two frames' distance that is the 8 a frame which the memories' own
+// recursion takes anyway.
 #include "live/engine/tone.h"
 
 #include <algorithm>
@@ -56,9 +58,9 @@ void Tone::set_band(int band, const Section& section) {
     }
 }
 
-// The section with the transfer function of b0, b1, b2, a1, a2. Its high, band and low signals have the
-// numerators (1 - z^-1)^2, g (1 - z^-2), g^2 (1 + z^-1)^2 over the denominator, which times 1 + g k + g^2 is
-// 1 + g k + g^2 + 2 (g^2 - 1) z^-1 + (1 - g k + g^2) z^-2.
+// The section with the transfer function of b0, b1, b2, a1, a2. Its high, band and low signals have
+// the numerators (1 - z^-1)^2, g (1 - z^-2), g^2 (1 + z^-1)^2 over the denominator, which times
+// 1 + g k + g^2 is 1 + g k + g^2 + 2 (g^2 - 1) z^-1 + (1 - g k + g^2) z^-2.
 Tone::Section Tone::section_of(const float* biquad) {
     const double b0 = biquad[0], b1 = biquad[1], b2 = biquad[2], a1 = biquad[3], a2 = biquad[4];
     const double at_zero = 1.0 + a1 + a2, at_half = 1.0 - a1 + a2; // the denominator, of the rate

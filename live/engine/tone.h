@@ -1,5 +1,5 @@
-// The wet signal's tone: low cut, low shelf, high shelf and high cut, 12 dB an octave the cuts, slope 1 the
-// shelves, all of them state-variable sections whose corners and gains glide.
+// The wet signal's tone: low cut, low shelf, high shelf and high cut, 12 dB an octave the cuts,
+// slope 1 the shelves, all of them state-variable sections whose corners and gains glide.
 #ifndef BRISEL_LIVE_TONE_H
 #define BRISEL_LIVE_TONE_H
 
@@ -32,8 +32,8 @@ public:
 private:
     static constexpr int kBands = 4; // low cut, low shelf, high shelf, high cut
 
-    // A band's output is m0 x + m1 band + m2 low of a section with damping k and g = tan(pi f / rate). What
-    // glides is u = g / (1 + g), k and m; a band that is off has m = 1, 0, 0.
+    // A band's output is m0 x + m1 band + m2 low of a section with damping k and g = tan(pi
+    // f / rate). What glides is u = g / (1 + g), k and m; a band that is off has m = 1, 0, 0.
     enum Quantity { kU, kK, kM0, kM1, kM2, kQuantities };
     using Bands = double[kQuantities][kBands];
     struct Section {
@@ -45,7 +45,8 @@ private:
     //   y   = o0 x + (o1 s1 + o2 s2)
     //   s1' = (s1 - d1 s1) + c (x - s2)
     //   s2' = (s2 + c s1) + d2 (x - s2)
-    // At low corners the memories change by little a frame: that little has coefficients of full precision.
+    // At low corners the memories change by little a frame: that little has coefficients of full
+    // precision.
     enum Coefficient { kO0, kO1, kO2, kD1, kC, kD2, kCoefficients };
     using Lanes = float[8]; // of each band the left and the right channel
 

@@ -10,26 +10,27 @@ namespace brisel::live {
 
 // How a pair of lines goes from its old taps a to its new ones b.
 //
-// A crossfade a + w (b - a) of two uncorrelated taps has less energy than either of them, and a gain that
-// makes up for it lets grow what they have in common, low frequencies, trip by trip. Here the halves of
-// the differences, (b - a) / 2 of the two lines i and j, turn by an angle from 0 to pi instead:
+// A crossfade a + w (b - a) of two uncorrelated taps has less energy than either of them, and a
+// gain that makes up for it lets grow what they have in common, low frequencies, trip by trip. Here
+// the halves of the differences, (b - a) / 2 of the two lines i and j, turn by an angle from 0 to
+// pi instead:
 //
 //   row i = (a_i + b_i) / 2 - cos (b_i - a_i) / 2 + sin (b_j - a_j) / 2
 //   row j = (a_j + b_j) / 2 - cos (b_j - a_j) / 2 - sin (b_i - a_i) / 2
 //
-// Turning keeps the energy of the differences, at every frequency, and the means are left alone. As long as
-// the lines are not correlated with each other, the rows have the energy (1 - w) a^2 + w b^2 with
-// w = (1 - cos) / 2. Where one line's delay grows by what the other's shrinks, that holds whatever the lines
-// have in common. Where both grow, what they have in common gains or loses energy by the direction of the
-// turn, which therefore has to be another one each time.
+// Turning keeps the energy of the differences, at every frequency, and the means are left alone. As
+// long as the lines are not correlated with each other, the rows have the energy (1 - w) a^2 + w
+// b^2 with w = (1 - cos) / 2. Where one line's delay grows by what the other's shrinks, that holds
+// whatever the lines have in common. Where both grow, what they have in common gains or loses
+// energy by the direction of the turn, which therefore has to be another one each time.
 struct Turn {
     __m256 cosine; // half of it
     __m256 sine;   // likewise
 
     Turn() = default;
-    // tan(angle / 2) = root * s / (1 - s). The root of the ratio of both trips' gains lets each tap be fed
-    // back with its own length's gain when the filter's gain is the mix of both; its sign is the
-    // direction.
+    // tan(angle / 2) = root * s / (1 - s). The root of the ratio of both trips' gains lets each tap
+    // be fed back with its own length's gain when the filter's gain is the mix of both; its sign is
+    // the direction.
     Turn(__m256 s, __m256 root) {
         const __m256 one = _mm256_set1_ps(1.0f);
         const __m256 half = _mm256_set1_ps(0.5f);

@@ -1,10 +1,10 @@
-// The values that the threads of a plug-in share, without locks: each parameter's plain value and its
-// modulation, both readable by any thread, and what people do with the window's controls, on its way to
-// the host.
+// The values that the threads of a plug-in share, without locks: each parameter's plain value and
+// its modulation, both readable by any thread, and what people do with the window's controls, on
+// its way to the host.
 //
-// Threads. Values come from the host's events on the audio thread, and from windows, loaded states and
-// presets on the main thread; the latest wins. What a call may run on is tagged; [any-thread] calls may
-// run at the same time as every other.
+// Threads. Values come from the host's events on the audio thread, and from windows, loaded states
+// and presets on the main thread; the latest wins. What a call may run on is tagged; [any-thread]
+// calls may run at the same time as every other.
 #ifndef BRISEL_LIVE_VALUES_H
 #define BRISEL_LIVE_VALUES_H
 
@@ -60,8 +60,8 @@ public:
             put(plain_[id], id, clamp(parameters()[id], value));
     }
 
-    // Offset added to the plain value until it is replaced, in the parameter's base unit; NaN, infinities
-    // and a number that is no id change nothing. [any-thread]
+    // Offset added to the plain value until it is replaced, in the parameter's base unit; NaN,
+    // infinities and a number that is no id change nothing. [any-thread]
     void set_modulation(uint32_t id, double offset) {
         if (id < kParameters && std::isfinite(offset)) put(modulation_[id], id, offset);
     }
@@ -77,8 +77,8 @@ public:
             if (!(kept >> id & 1)) set_plain(id, settings[id]);
     }
 
-    // A person's edit from the window: takes effect at once and queues for the host. False when the queue
-    // is full: the value holds all the same, but the host does not hear of it. [main-thread]
+    // A person's edit from the window: takes effect at once and queues for the host. False when the
+    // queue is full: the value holds all the same, but the host does not hear of it. [main-thread]
     bool edit(const Edit& edit) {
         if (edit.id >= kParameters) return false;
         if (edit.kind == Edit::Kind::kValue) set_plain(edit.id, edit.value);
@@ -89,8 +89,8 @@ public:
         return true;
     }
 
-    // The next edit to report to the host; false when there is none. For the one place where the host
-    // takes events: [audio-thread] while processing, else [main-thread].
+    // The next edit to report to the host; false when there is none. For the one place where the
+    // host takes events: [audio-thread] while processing, else [main-thread].
     bool next_edit(Edit& edit) {
         const uint32_t tail = tail_.load(std::memory_order_relaxed);
         if (tail == head_.load(std::memory_order_acquire)) return false;

@@ -1,4 +1,5 @@
-// brisel-live.clap under a strict host: what a validator demands of a plug-in, and what it leaves out.
+// brisel-live.clap under a strict host: what a validator demands of a plug-in, and what it leaves
+// out.
 #include <unistd.h>
 
 #include <filesystem>
@@ -114,8 +115,9 @@ TEST(LiveClap, ValuesFollowEventsAsFlushedAndAsProcessed) {
     EXPECT_EQ(flushed.settings(), wanted);
     EXPECT_EQ(processed.settings(), wanted);
 
-    // What changes no value: foreign spaces, single notes, records cut short, numbers that are none, unknown
-    // ids; and modulation, which is apart from the value and ends with the activation.
+    // What changes no value: foreign spaces, single notes, records cut short, numbers that are
+    // none, unknown ids; and modulation, which is apart from the value and ends with the
+    // activation.
     Events odd;
     clap_event_param_value_t event = {{}, kDecay, nullptr, -1, -1, -1, -1, 9.0}, note = event;
     note.note_id = 3;
@@ -160,7 +162,8 @@ TEST(LiveClap, StatesAreReproducedAndTellTheHost) {
         EXPECT_EQ(second.settings(), wanted);
         EXPECT_EQ(second.saved(), saved);
     }
-    // The contexts exchange their states; a preset leaves Mix and the moment's switches to the session.
+    // The contexts exchange their states; a preset leaves Mix and the moment's switches to the
+    // session.
     Settings preset = wanted;
     for (const Id kept : {kMix, kBypass, kClear}) preset[kept] = parameters()[kept].initial;
     constexpr uint32_t kPreset = CLAP_STATE_CONTEXT_FOR_PRESET;
@@ -221,8 +224,8 @@ TEST(LiveClap, AnyRateBlockAndSampleGivesFiniteSound) {
         }
 }
 
-// The adapter hands a block on in pieces: hundreds of events, tempo changes among them, sound as they do
-// in blocks that end in other places.
+// The adapter hands a block on in pieces: hundreds of events, tempo changes among them, sound as
+// they do in blocks that end in other places.
 TEST(LiveClap, EventsSoundTheSameHoweverBlocksAreCut) {
     constexpr uint32_t kFrames = 6000;
     Random random(5);

@@ -1,5 +1,5 @@
-// Drives the late reverberation as an effect does: host blocks of any length, settings that change on
-// tiles, tiles run ahead of their input where a block ends inside one.
+// Drives the late reverberation as an effect does: host blocks of any length, settings that change
+// on tiles, tiles run ahead of their input where a block ends inside one.
 #ifndef BRISEL_TESTS_LATE_HOST_H
 #define BRISEL_TESTS_LATE_HOST_H
 

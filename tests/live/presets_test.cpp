@@ -1,5 +1,5 @@
-// Values and presets as text: what is shown parses back, what is saved comes back exactly, and what is no
-// preset changes nothing.
+// Values and presets as text: what is shown parses back, what is saved comes back exactly, and what
+// is no preset changes nothing.
 #include "live/engine/presets.h"
 
 #include <set>

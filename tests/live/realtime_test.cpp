@@ -1,5 +1,6 @@
-// Brisel Live on the audio thread: random lives in which everything is automated, presets are loaded, the
-// sound is reset, sleeps and wakes call neither allocator nor kernel and meet no page for the first time.
+// Brisel Live on the audio thread: random lives in which everything is automated, presets are
+// loaded, the sound is reset, sleeps and wakes call neither allocator nor kernel and meet no page
+// for the first time.
 #include "live/engine/presets.h"
 #include "live/engine/reverb.h"
 #include "tests/compare.h"

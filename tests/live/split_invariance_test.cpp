@@ -1,6 +1,6 @@
-// However a host cuts the signal into blocks, the output is the same bits: random input, random automation
-// and modulation of every parameter, sleep and waking included. Nothing that depends on where a block or a
-// slice ends passes this.
+// However a host cuts the signal into blocks, the output is the same bits: random input, random
+// automation and modulation of every parameter, sleep and waking included. Nothing that depends on
+// where a block or a slice ends passes this.
 //   split_invariance_test [--runs N] [--seed S]
 #include <charconv>
 #include <string_view>

@@ -1,5 +1,5 @@
-// A strict host of brisel-live.clap: it offers what hosts offer, notes every call back and the thread it
-// came on, and checks each block as a validator does.
+// A strict host of brisel-live.clap: it offers what hosts offer, notes every call back and the
+// thread it came on, and checks each block as a validator does.
 #ifndef BRISEL_TESTS_LIVE_STRICT_HOST_H
 #define BRISEL_TESTS_LIVE_STRICT_HOST_H
 
@@ -153,9 +153,9 @@ public:
         uint64_t mask;
         Stereo out;
     };
-    // Renders `frames` of the input from `at` on, this thread being the audio thread; ports as wide as
-    // given, `in_place` between two of one width. Every sample must be written, finite, and no subnormal;
-    // none behind them touched.
+    // Renders `frames` of the input from `at` on, this thread being the audio thread; ports as wide
+    // as given, `in_place` between two of one width. Every sample must be written, finite, and no
+    // subnormal; none behind them touched.
     Block render(const Stereo& input, size_t at, uint32_t frames, const Events* events = nullptr,
                  bool in_place = false, uint32_t inputs = 2, uint32_t outputs = 2) {
         compare::Guarded in[2] = {part(input[0], at, frames), part(input[1], at, frames)};

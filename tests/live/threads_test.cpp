@@ -1,5 +1,6 @@
-// One instance of brisel-live.clap under a host whose main thread reads and changes everything while audio
-// runs. Under the thread sanitizer the test shows any data that both touch without order.
+// One instance of brisel-live.clap under a host whose main thread reads and changes everything
+// while audio runs. Under the thread sanitizer the test shows any data that both touch without
+// order.
 #include <thread>
 
 #include "tests/live/strict_host.h"
