@@ -139,6 +139,8 @@ struct Reverb::State {
     uint32_t sleep_on(uint32_t frames, float* const out[2]);
     void run_ahead();
     uint32_t deliver(const float* const host[2], uint32_t at, uint32_t frames, float* const out[2]);
+    uint32_t render(const float* const host[2], uint32_t at, uint32_t frames,
+                    std::span<const Event>& events, float* const out[2]);
 };
 
 // What has changed since the last call, and in `settings` to what.
@@ -390,6 +392,25 @@ uint32_t Reverb::State::deliver(const float* const host[2], uint32_t at, uint32_
     return frames;
 }
 
+// Some frames of a block of `frames`, from its frame `at` on; returns how many. Takes the events
+// that act by then.
+uint32_t Reverb::State::render(const float* const host[2], uint32_t at, uint32_t frames,
+                               std::span<const Event>& events, float* const out[2]) {
+    if (ahead > 0) return deliver(host, at, frames - at, out);
+    for (; !events.empty() && events.front().frame <= at; events = events.subspan(1))
+        hear(events.front());
+    begin_tile();
+    uint32_t left = frames - at;
+    if (left < kTile) {
+        run_ahead();
+        return deliver(host, at, left, out);
+    }
+    // As far as the tile in which the next event acts.
+    if (!events.empty() && events.front().frame < frames)
+        left = std::min(left, (events.front().frame - at + kTile - 1) & ~(kTile - 1));
+    return run(host, at, left, out);
+}
+
 Reverb::Reverb() : state_(std::make_unique<State>()) {}
 Reverb::~Reverb() = default;
 
@@ -426,31 +447,15 @@ Status Reverb::process(const float* const in[2], float* const out[2], uint32_t f
     if (tempo) s.hear(*tempo);
     bool slept = true;
     alignas(32) float spare[kLongestSlice]; // the right output of a host that has none
-    auto next = events.begin();
     for (uint32_t at = 0; at < frames;) {
         float* const to[2] = {out[0] + at, out[1] ? out[1] + at : spare};
-        uint32_t done;
-        if (s.ahead > 0) {
-            done = s.deliver(in, at, frames - at, to);
-        } else {
-            while (next != events.end() && next->frame <= at) s.hear(*next++);
-            s.begin_tile();
-            uint32_t left = frames - at;
-            if (left < kTile) {
-                s.run_ahead();
-                continue;
-            }
-            // As far as the tile in which the next event acts.
-            if (next != events.end() && next->frame < frames)
-                left = std::min(left, (next->frame - at + kTile - 1) & ~(kTile - 1));
-            done = s.run(in, at, left, to);
-        }
+        const uint32_t done = s.render(in, at, frames, events, to);
         if (!out[1])
             for (uint32_t t = 0; t < done; ++t) to[0][t] = (to[0][t] + spare[t]) * 0.5f;
         slept = slept && s.asleep;
         at += done;
     }
-    while (next != events.end()) s.hear(*next++);
+    for (const Event& event : events) s.hear(event);
 
     const Mixer::Peaks peaks = s.mixer.take_peaks();
     raise(s.peak_in, peaks.input);
