@@ -76,9 +76,9 @@ public:
     void set_parameter(clap_id id, double value) { event_.emplace(id, value); }
 
     void process(const float* in_l, const float* in_r, float* out_l, float* out_r) {
-        const auto status =
-            plugin_.process(frames_, {const_cast<float*>(in_l), const_cast<float*>(in_r)},
-                            {out_l, out_r}, event_ ? &*event_ : nullptr);
+        float* const in[2] = {const_cast<float*>(in_l), const_cast<float*>(in_r)};
+        float* const out[2] = {out_l, out_r};
+        const auto status = plugin_.process(frames_, in, 2, out, 2, event_ ? &*event_ : nullptr);
         if (status == CLAP_PROCESS_ERROR) fail("process refuses a block");
         event_.reset();
     }

@@ -61,7 +61,8 @@ double wet_level(Settings settings, const Recording& in, size_t from = 0) {
         reverb.process(x, y, kBlock, {}, &tempo);
         if (t >= from) sum += power(out[0], 0, kBlock) + power(out[1], 0, kBlock);
     }
-    return decibels(sum / 2.0 / static_cast<double>((frames - from) / kBlock));
+    const size_t blocks = (frames - from) / kBlock;
+    return decibels(sum / 2.0 / static_cast<double>(blocks));
 }
 
 void presets(const std::string& file) {

@@ -376,6 +376,15 @@ void modulation() {
         }
 }
 
+// When the echo density has fallen below 0.8 for the last time, from 10 ms behind the onset on;
+// seconds, 0 for never.
+double last_gap(const Signal& y, size_t onset) {
+    double last = 0.0;
+    for (size_t t = frames_of(0.01); t < frames_of(0.4); t += 24)
+        if (echo_density(y, onset + t, kRate) < 0.8) last = static_cast<double>(t) / kRate;
+    return last;
+}
+
 void diffusion() {
     heading("diffusion");
     for (const int k : {2, 3})
@@ -398,12 +407,8 @@ void diffusion() {
                 const Stereo steady = render(noise(4.0, 9), still(s));
                 level[on] = decibels(power(steady[0], frames_of(2.0), frames_of(4.0) - kBlock));
                 if (on == 0) continue;
-                double last = 0.0;
-                for (size_t t = frames_of(0.01); t < frames_of(0.4); t += 24)
-                    if (echo_density(y[0], onset + t, kRate) < 0.8)
-                        last = static_cast<double>(t) / kRate;
                 row(fmt::format("K = {}, Size {} ms: density above 0.8 from", k, size * 1000.0),
-                    last * 1000.0, "ms", size > 0.05 ? "20" : "10");
+                    last_gap(y[0], onset) * 1000.0, "ms", size > 0.05 ? "20" : "10");
             }
             row("peak over rms of the first 20 ms, against 0", crest[1] - crest[0], "dB", "-8");
             row("late flatness, against 0", flatness[1] - flatness[0], "", "0");

@@ -154,6 +154,7 @@ double asleep(const Clock& clock) {
     for (int k = 0; k < 2000; ++k) status = reverb.process(in, out, 512, {}, nullptr);
     if (status != Status::kAsleep) std::abort();
     std::vector<double> ns;
+    ns.reserve(2000);
     for (int k = 0; k < 2000; ++k)
         ns.push_back(clock.time([&] { reverb.process(in, out, 512, {}, nullptr); }) / 512.0);
     return median(ns);

@@ -93,6 +93,20 @@ std::vector<const LilvPlugin*> Lv2World::reverbs() const {
     return sorted;
 }
 
+// A feature that the plug-in requires and nobody offers; "" for none.
+static std::string missing_feature(const LilvPlugin* plugin,
+                                   const std::vector<const LV2_Feature*>& offered) {
+    std::string missing;
+    LilvNodes* required = lilv_plugin_get_required_features(plugin);
+    LILV_FOREACH(nodes, i, required) {
+        const std::string uri = lilv_node_as_uri(lilv_nodes_get(required, i));
+        if (std::ranges::none_of(offered, [&](const auto* f) { return uri == f->URI; }))
+            missing = uri;
+    }
+    lilv_nodes_free(required);
+    return missing;
+}
+
 std::unique_ptr<Lv2Peer> Lv2Peer::start(Lv2World& world, const LilvPlugin* plugin,
                                         double sample_rate, uint32_t frames, std::string& why_not) {
     Lv2World::Host& host = world.host();
@@ -103,15 +117,10 @@ std::unique_ptr<Lv2Peer> Lv2Peer::start(Lv2World& world, const LilvPlugin* plugi
     for (const LV2_Feature& feature : host.features) features.push_back(&feature);
     features.push_back(&worker);
 
-    LilvNodes* required = lilv_plugin_get_required_features(plugin);
-    LILV_FOREACH(nodes, i, required) {
-        const std::string uri = lilv_node_as_uri(lilv_nodes_get(required, i));
-        if (std::ranges::none_of(features, [&](const auto* f) { return uri == f->URI; })) {
-            why_not = "needs " + uri;
-        }
+    if (const std::string missing = missing_feature(plugin, features); !missing.empty()) {
+        why_not = "needs " + missing;
+        return nullptr;
     }
-    lilv_nodes_free(required);
-    if (!why_not.empty()) return nullptr;
     features.push_back(nullptr);
 
     // Some are just called "reverb": the bundle's name tells whose.

@@ -147,20 +147,21 @@ public:
     const Extension* extension(const char* id) const {
         return static_cast<const Extension*>(plugin->get_extension(plugin, id));
     }
-    bool activate(double rate, uint32_t max_frames) {
+    bool activate(double rate, uint32_t max_frames) const {
         return plugin->activate(plugin, rate, 1, max_frames) && plugin->start_processing(plugin);
     }
-    void deactivate() {
+    void deactivate() const {
         plugin->stop_processing(plugin);
         plugin->deactivate(plugin);
     }
     // Ports of as many channels as are given.
     clap_process_status process(uint32_t frames, std::initializer_list<float*> in,
-                                std::initializer_list<float*> out, const Events* events = nullptr) {
+                                std::initializer_list<float*> out,
+                                const Events* events = nullptr) const {
         return process(frames, in.begin(), in.size(), out.begin(), out.size(), events);
     }
     clap_process_status process(uint32_t frames, float* const* in, size_t ins, float* const* out,
-                                size_t outs, const Events* events = nullptr) {
+                                size_t outs, const Events* events = nullptr) const {
         const clap_audio_buffer_t input = {const_cast<float**>(in), nullptr,
                                            static_cast<uint32_t>(ins), 0, 0};
         clap_audio_buffer_t output = {const_cast<float**>(out), nullptr,
@@ -169,7 +170,7 @@ public:
             -1, frames, nullptr, &input, &output, 1, 1, events ? events->list() : nullptr, nullptr};
         return plugin->process(plugin, &block);
     }
-    void flush(const Events& events) { params->flush(plugin, events.list(), nullptr); }
+    void flush(const Events& events) const { params->flush(plugin, events.list(), nullptr); }
     uint32_t tail() const { return tail_ext->get(plugin); }
     // -12345 where there is no such value.
     double value(clap_id id) const {
@@ -182,15 +183,15 @@ public:
         for (uint32_t id = 0; id < params->count(plugin); ++id) all.push_back(value(id));
         return all;
     }
-    bool load(Stream& stream) {
+    bool load(Stream& stream) const {
         const clap_istream_t from = stream.from();
         return state->load(plugin, &from);
     }
-    bool load(std::vector<unsigned char> bytes, size_t chunk = 5) {
+    bool load(std::vector<unsigned char> bytes, size_t chunk = 5) const {
         Stream stream{std::move(bytes), chunk};
         return load(stream);
     }
-    bool save(Stream& stream) {
+    bool save(Stream& stream) const {
         const clap_ostream_t to = stream.to();
         return state->save(plugin, &to);
     }
@@ -210,7 +211,7 @@ inline std::vector<unsigned char> state_of(const std::vector<double>& values,
     std::memcpy(bytes.data(), magic, 4);
     std::memcpy(bytes.data() + 4, &version, 4);
     std::copy_n(reinterpret_cast<const unsigned char*>(values.data()), bytes.size() - 8,
-                &bytes[0] + 8);
+                bytes.data() + 8);
     return bytes;
 }
 
