@@ -31,7 +31,7 @@ bool Early::prepare(double rate) {
     return true;
 }
 
-void Early::lay_out(ffdn_er& taps, float size) {
+void Early::lay_out(ffdn_er& taps, float size) const {
     // The block length only decides the ring's size, which is our own.
     lay_out_taps(&taps, kTaps, 1, static_cast<int32_t>(rate_), kSeed, size);
     for (auto* delays : {taps.delays_l, taps.delays_r})

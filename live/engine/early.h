@@ -38,7 +38,7 @@ public:
     uint32_t longest() const; // frames, of the latest tap in use
 
 private:
-    void lay_out(ffdn_er& taps, float size);
+    void lay_out(ffdn_er& taps, float size) const;
 
     double rate_ = 0.0;
     float target_ = 0.0f, size_ = 0.0f; // seconds, of the taps in taps_[next_]

@@ -342,9 +342,6 @@ void Late::reset() {
 void Late::set(const LateSettings& settings) {
     state_->set(settings);
 }
-uint32_t Late::longest_slice() const {
-    return kLongestSlice;
-}
 void Late::run(const float* const in[2], float* const out[2], uint32_t frames) {
     state_->run(in, out, frames);
 }

@@ -43,10 +43,7 @@ public:
     // New targets, from the next tile on. [audio-thread]
     void set(const LateSettings& settings);
 
-    // The longest slice that run() takes now: a multiple of 8, 8 .. kLongestSlice. [audio-thread]
-    uint32_t longest_slice() const;
-
-    // Whole tiles with their input: `frames` is a multiple of 8, at most longest_slice(). Inputs
+    // Whole tiles with their input: `frames` is a multiple of 8, at most kLongestSlice. Inputs
     // are finite; outputs are the two wet signals at full width, and may not be the inputs.
     // [audio-thread]
     void run(const float* const in[2], float* const out[2], uint32_t frames);

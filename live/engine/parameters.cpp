@@ -233,7 +233,8 @@ const Parameter* find_parameter(uint32_t id) {
 }
 
 Id find_key(std::string_view key) {
-    const auto row = std::ranges::find_if(kTable, [=](const Parameter& p) { return key == p.key; });
+    const auto* const row =
+        std::ranges::find_if(kTable, [=](const Parameter& p) { return key == p.key; });
     return static_cast<Id>(row - kTable.begin());
 }
 

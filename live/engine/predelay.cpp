@@ -1,6 +1,7 @@
 #include "live/engine/predelay.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "core/avx2/runs.h"
 #include "core/network_math.h"
@@ -36,7 +37,7 @@ bool Predelay::allocate(History& history, uint32_t size) {
 bool Predelay::prepare(double rate) {
     rate_ = rate;
     const auto ring_of = [rate](double seconds) {
-        return ring_size_above(static_cast<uint32_t>(seconds * rate + 0.5) + kLongestSlice);
+        return ring_size_above(static_cast<uint32_t>(std::lround(seconds * rate)) + kLongestSlice);
     };
     if (!allocate(short_, ring_of(kShort)) || !allocate(long_, ring_of(kLongest))) return false;
     fade_.set_length(whole_tiles(rate, kDelayFadeSeconds));
@@ -83,7 +84,7 @@ void Predelay::move_to(const History& history) {
 }
 
 void Predelay::set_seconds(double seconds) {
-    target_ = static_cast<uint32_t>(std::clamp(seconds, 0.0, kLongest) * rate_ + 0.5);
+    target_ = static_cast<uint32_t>(std::lround(std::clamp(seconds, 0.0, kLongest) * rate_));
 }
 
 void Predelay::begin() {

@@ -282,8 +282,8 @@ void Reverb::State::begin_tile() {
 
 // Frames from here on in which nothing happens that a tile's start decides.
 uint32_t Reverb::State::longest_slice() const {
-    uint32_t frames = std::min(
-        {late.longest_slice(), predelay.slice_limit(), early.slice_limit(), mixer.slice_limit()});
+    uint32_t frames =
+        std::min({kLongestSlice, predelay.slice_limit(), early.slice_limit(), mixer.slice_limit()});
     // Sleep is decided at the grid's tiles, but never right behind a sound.
     if (mixer.quiet_frames() > 0)
         frames = std::min(frames, static_cast<uint32_t>(kSleepGrid - clock % kSleepGrid));

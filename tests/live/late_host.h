@@ -63,7 +63,7 @@ public:
             while (next_ < changes.size() && changes[next_].frame <= t)
                 late_.set(changes[next_++].settings);
             if (to - t >= kTile) {
-                uint32_t slice = std::min((to - t) / kTile * kTile, late_.longest_slice());
+                uint32_t slice = std::min((to - t) / kTile * kTile, brisel::live::kLongestSlice);
                 if (next_ < changes.size()) slice = std::min(slice, changes[next_].frame - t);
                 float* const y[2] = {&out[0][t], &out[1][t]};
                 late_.run(x, y, slice);
