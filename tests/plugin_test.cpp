@@ -208,6 +208,15 @@ TEST(Plugin, ReportsATailOfOneAndAHalfDecayTimes) {
     EXPECT_EQ(p.tail(), 0u);
 }
 
+// The few frames behind the last whole tile pass dry, on a side whose other one is missing, too.
+TEST(Plugin, GivesTheRestOfABlockToARightOutputAlone) {
+    Plugin p(clap_entry);
+    ASSERT_TRUE(p.activate(48000, 64));
+    float left[5] = {1, 2, 3, 4, 5}, right[5] = {6, 7, 8, 9, 10}, out[5] = {};
+    EXPECT_EQ(p.process(5, {left, right}, {nullptr, out}), CLAP_PROCESS_CONTINUE);
+    EXPECT_TRUE(std::ranges::equal(out, right));
+}
+
 // Pending values wait through a flush without a list: a NaN that follows makes the engine refuse
 // them, and it goes on sounding as if nothing had come.
 TEST(Plugin, KeepsPendingValuesThroughAFlushWithoutAList) {
