@@ -19,6 +19,7 @@ extern "C" {
 void* __libc_memalign(size_t, size_t);
 void* __libc_realloc(void*, size_t);
 void __libc_free(void*);
+__attribute__((weak)) void* __interceptor_malloc(size_t); // alone serves the linker at the start
 __attribute__((weak)) void* __interceptor_memalign(size_t, size_t);
 __attribute__((weak)) void* __interceptor_realloc(void*, size_t);
 __attribute__((weak)) void __interceptor_free(void*);
@@ -42,6 +43,8 @@ constexpr int kSetSyscallUserDispatch = 59;
 constexpr char kAllow = 0, kBlock = 1;
 constexpr int kUserDispatchCode = 2;
 
+constexpr size_t kUsual = 16; // alignment that malloc gives, bytes
+
 void note(const char* function) {
     if (state.real_time && !state.forbidden) state.forbidden = function;
 }
@@ -52,8 +55,9 @@ void* allocate(const char* function, size_t alignment, size_t size) {
         errno = ENOMEM;
         return nullptr;
     }
-    void* block = __interceptor_memalign ? __interceptor_memalign(alignment, size)
-                                         : __libc_memalign(alignment, size);
+    void* block = !__interceptor_malloc ? __libc_memalign(alignment, size)
+                  : alignment == kUsual ? __interceptor_malloc(size)
+                                        : __interceptor_memalign(alignment, size);
     state.outstanding += block != nullptr;
     return block;
 }
@@ -128,13 +132,13 @@ Allocations allocations() {
 } // namespace interposer
 
 extern "C" void* malloc(size_t size) noexcept {
-    return allocate("malloc", 16, size);
+    return allocate("malloc", kUsual, size);
 }
 
 extern "C" void* calloc(size_t count, size_t size) noexcept {
     size_t bytes = 0;
     if (__builtin_mul_overflow(count, size, &bytes)) return nullptr;
-    auto* block = static_cast<volatile char*>(allocate("calloc", 16, bytes));
+    auto* block = static_cast<volatile char*>(allocate("calloc", kUsual, bytes));
     for (size_t k = 0; block && k < bytes; ++k) block[k] = 0;
     return const_cast<char*>(block);
 }
