@@ -23,15 +23,7 @@ using brisel::live::LateSettings;
 constexpr double kRate = 48000.0;
 constexpr size_t kBlock = 64; // frames; settings change between two
 
-constexpr LateSettings kDefaults = {.size = 0.04,
-                                    .decay = 2.0,
-                                    .damp = 0.3,
-                                    .stages = 2,
-                                    .modulate = true,
-                                    .mod_depth = 2.0 / 48000.0,
-                                    .mod_rate = 1.0,
-                                    .diffusion = 0.0,
-                                    .freeze = false};
+constexpr LateSettings kDefaults;
 
 using Course = std::function<LateSettings(double seconds)>;
 using Stereo = std::array<Signal, 2>;

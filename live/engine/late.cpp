@@ -21,16 +21,6 @@ namespace {
 
 constexpr float kSilence = 1e-7f; // a network whose outputs stay below that has rung out
 
-constexpr LateSettings kDefaults = {.size = 0.04,
-                                    .decay = 2.0,
-                                    .damp = 0.3,
-                                    .stages = 2,
-                                    .modulate = true,
-                                    .mod_depth = 2.0 / 48000.0,
-                                    .mod_rate = 1.0,
-                                    .diffusion = 0.0,
-                                    .freeze = false};
-
 } // namespace
 
 // Tiles are run in slices. What must not depend on how a host cuts its blocks happens at the start
@@ -76,7 +66,7 @@ private:
 
     double rate_ = 0.0;
     uint64_t clock_ = 0; // frames since the reset
-    LateSettings settings_ = kDefaults;
+    LateSettings settings_;
     Taps taps_;
     DecayGlide glide_;
     std::array<Network, 2> networks_;

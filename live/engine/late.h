@@ -14,15 +14,15 @@ inline constexpr uint32_t kTile = 8;           // frames
 inline constexpr uint32_t kLongestSlice = 256; // frames
 
 struct LateSettings {
-    double size;      // seconds, delay of the shortest line, 0.005 .. 0.5
-    double decay;     // seconds, T60 at 0 Hz, 0.1 .. 60
-    double damp;      // 0 .. 1: T60 at half the rate is decay * 0.1^damp
-    int stages;       // scattering stages K, 0 .. 3
-    bool modulate;    // slow delay modulation
-    double mod_depth; // seconds, 0 .. 0.33e-3
-    double mod_rate;  // factor on the lines' own rates (0.3 to 1.2 Hz), 0.1 .. 4
-    double diffusion; // 0 .. 1
-    bool freeze;      // lossless loop, input muted
+    double size = 0.04;               // seconds, delay of the shortest line, 0.005 .. 0.5
+    double decay = 2.0;               // seconds, T60 at 0 Hz, 0.1 .. 60
+    double damp = 0.3;                // 0 .. 1: T60 at half the rate is decay * 0.1^damp
+    int stages = 2;                   // scattering stages K, 0 .. 3
+    bool modulate = true;             // slow delay modulation
+    double mod_depth = 2.0 / 48000.0; // seconds, 0 .. 0.33e-3
+    double mod_rate = 1.0;            // factor on the lines' own rates (0.3 to 1.2 Hz), 0.1 .. 4
+    double diffusion = 0.0;           // 0 .. 1
+    bool freeze = false;              // lossless loop, input muted
     bool operator==(const LateSettings&) const = default;
 };
 

@@ -19,15 +19,7 @@ struct Change {
     brisel::live::LateSettings settings;
 };
 
-inline constexpr brisel::live::LateSettings kLateDefaults = {.size = 0.04,
-                                                             .decay = 2.0,
-                                                             .damp = 0.3,
-                                                             .stages = 2,
-                                                             .modulate = true,
-                                                             .mod_depth = 2.0 / 48000.0,
-                                                             .mod_rate = 1.0,
-                                                             .diffusion = 0.0,
-                                                             .freeze = false};
+inline constexpr brisel::live::LateSettings kLateDefaults;
 
 inline Stereo noise(uint32_t frames, uint32_t seed) {
     std::mt19937 random(seed);
