@@ -164,11 +164,12 @@ private:
 // The instances' numbers: mono to mono, mono to stereo, stereo to stereo; two bands. The
 // coefficients of the last one glide, in stereo.
 constexpr size_t kGlidingShape = 6;
+constexpr Decay decay_of(size_t shape) {
+    if (shape == kGlidingShape) return Decay::kGliding;
+    return shape % 2 != 0 ? Decay::kTwoBand : Decay::kBroadband;
+}
 template <size_t shape>
-using GenericShape = GenericLoop<shape / 2 >= 1, shape / 2 >= 2,
-                                 shape == kGlidingShape ? Decay::kGliding
-                                 : shape % 2 != 0       ? Decay::kTwoBand
-                                                        : Decay::kBroadband>;
+using GenericShape = GenericLoop<(shape / 2 > 0), (shape / 2 > 1), decay_of(shape)>;
 constexpr auto kLoops = loop_table<GenericShape>(std::make_index_sequence<kGlidingShape + 1>());
 
 } // namespace
