@@ -39,7 +39,8 @@ inline __m256 lanes_of(uint32_t first, uint32_t last) {
     const auto window = [](const uint32_t* row) {
         return _mm256_castsi256_ps(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(row)));
     };
-    return _mm256_and_ps(window(kFromFirst + 8 - 2 * first), window(kToLast + 6 - 2 * last));
+    return _mm256_and_ps(window(kFromFirst + 8 - 2 * size_t{first}),
+                         window(kToLast + 6 - 2 * size_t{last}));
 }
 
 } // namespace
@@ -75,9 +76,8 @@ void Tone::set(const ToneSettings& settings) {
     const auto g_of = [&](double hz) {
         return std::tan(std::numbers::pi * std::min(hz, highest) / rate_);
     };
-    constexpr double k = kDamping;
-    const Section low_cut = {g_of(settings.low_cut), k, 1.0, -k, -1.0};
-    const Section high_cut = {g_of(settings.high_cut), k, 0.0, 0.0, 1.0};
+    const Section low_cut = {g_of(settings.low_cut), kDamping, 1.0, -kDamping, -1.0};
+    const Section high_cut = {g_of(settings.high_cut), kDamping, 0.0, 0.0, 1.0};
     const auto off = [](const Section& section) {
         return Section{section.g, section.k, 1.0, 0.0, 0.0};
     };
@@ -86,11 +86,11 @@ void Tone::set(const ToneSettings& settings) {
 
     // The shelves follow the exact plug-in's coefficients as they are, rounded to single precision.
     ffdn_eq exact;
-    ffdn_eq_init(&exact, static_cast<int32_t>(rate_ + 0.5), kLowShelfHz,
+    ffdn_eq_init(&exact, static_cast<int32_t>(std::lround(rate_)), kLowShelfHz,
                  std::min(kHighShelfHz, static_cast<float>(highest)));
     ffdn_eq_set_gains(&exact, static_cast<float>(settings.low_shelf),
                       static_cast<float>(settings.high_shelf));
-    const Section level = {0.0, k, 1.0, 0.0, 0.0};
+    const Section level = {0.0, kDamping, 1.0, 0.0, 0.0};
     Section low = level, high = level;
     low.g = g_of(kLowShelfHz);
     high.g = g_of(kHighShelfHz);
