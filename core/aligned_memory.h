@@ -1,4 +1,4 @@
-// Zero-filled storage for the vector kernels, 32-byte aligned, released by free().
+// Zero-filled storage for the vector kernels, 64-byte aligned, released by free().
 #ifndef BRISEL_CORE_ALIGNED_MEMORY_H
 #define BRISEL_CORE_ALIGNED_MEMORY_H
 
@@ -11,9 +11,9 @@ namespace brisel {
 
 // Null when memory runs out or the size does not fit.
 inline float* allocate_floats(uint64_t count) {
-    if (count > SIZE_MAX / sizeof(float) - 32) return nullptr;
-    const size_t bytes = (static_cast<size_t>(count) * sizeof(float) + 31) & ~size_t{31};
-    void* memory = std::aligned_alloc(32, bytes);
+    if (count > SIZE_MAX / sizeof(float) - 64) return nullptr;
+    const size_t bytes = (static_cast<size_t>(count) * sizeof(float) + 63) & ~size_t{63};
+    void* memory = std::aligned_alloc(64, bytes);
     if (memory) std::memset(memory, 0, bytes);
     return static_cast<float*>(memory);
 }

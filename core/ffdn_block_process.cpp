@@ -1,5 +1,6 @@
 // The block engine's processing: modulation, the feedback loop over one block, stored energy. The
 // loop itself is in core/avx2/loop/.
+#include <algorithm>
 #include <cmath>
 
 #include "brisel/ffdn_block.h"
@@ -12,6 +13,7 @@
 namespace {
 
 using brisel::BlockSignals;
+using brisel::PreparedLines;
 
 // Whether every line holds n frames: modulation may stretch a delay beyond its ring, and a block
 // has to fit into both.
@@ -71,6 +73,38 @@ int32_t modulate_line_by_line(ffdn_block_n16& e, int32_t n) {
     return 0;
 }
 
+// Whether all stages reach the start of a tile of 16 frames at the same time.
+bool stages_in_step(const ffdn_block_n16& e) {
+    for (int32_t s = 1; s < e.stage_count; ++s)
+        if ((e.stages[s].wpos - e.stages[0].wpos) % 16 != 0) return false;
+    return true;
+}
+
+// The frames of the block from t on.
+BlockSignals from_frame(const BlockSignals& io, uint32_t t) {
+    return {io.x_left + t, io.x_right ? io.x_right + t : nullptr, io.y_left + t, io.y_right + t,
+            io.shelf_rows ? io.shelf_rows + brisel::kShelfStep * t : nullptr};
+}
+
+// Tiles of 16 frames; half a tile at the start and at the end where the block's limits ask for it.
+void run_in_wide_tiles(ffdn_block_n16& e, const BlockSignals& io, uint32_t n,
+                       const PreparedLines& prepared) {
+    const uint32_t head = std::min(e.stages[0].wpos % 16, n);
+    const uint32_t whole = (n - head) & ~15u;
+    const uint32_t ends[] = {head, head + whole, n};
+    uint32_t t = 0;
+    for (const uint32_t end : ends) {
+        const uint32_t count = end - t;
+        if (count == 0) continue;
+        const PreparedLines lines{prepared.lines, prepared.rows + t, prepared.stride};
+        if (count % 16 == 0)
+            brisel::run_wide_loop(e, from_frame(io, t), count, lines);
+        else
+            brisel::run_fused_loop(e, from_frame(io, t), count, lines);
+        t = end;
+    }
+}
+
 // Adds the squares of the `delay` newest samples before `wpos` to `energy`, one by one: the sum
 // runs in one fixed order through all rings.
 void add_energy(double& energy, const float* ring, uint32_t wpos, uint32_t mask, uint32_t delay) {
@@ -85,10 +119,13 @@ void add_energy(double& energy, const float* ring, uint32_t wpos, uint32_t mask,
 namespace brisel {
 
 void run_block(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
-    if (fused_loop_applies(e, io))
-        run_fused_loop(e, io, n, prepared);
+    const PreparedLines lines{prepared, e.tap_block, n};
+    if (!fused_loop_applies(e, io))
+        run_generic_loop(e, io, n, lines);
+    else if (!wide_loop_available() || !stages_in_step(e))
+        run_fused_loop(e, io, n, lines);
     else
-        run_generic_loop(e, io, n, prepared);
+        run_in_wide_tiles(e, io, n, lines);
 }
 
 } // namespace brisel

@@ -8,17 +8,18 @@
 
 namespace brisel {
 
-// Passes with spans 4, 2, 1 over eight lines.
-inline void fwht_lower_passes(__m256 (&x)[8]) {
+// Passes with spans 4, 2, 1 over eight lines, in vectors of any width.
+template <typename Vector>
+inline __attribute__((always_inline)) void fwht_lower_passes(Vector (&x)[8]) {
 #pragma GCC unroll 3
     for (int span = 4; span >= 1; span >>= 1) {
 #pragma GCC unroll 8
         for (int line = 0; line < 8; ++line) {
             if (line & span) continue;
-            const __m256 first = x[line];
-            const __m256 second = x[line + span];
-            x[line] = _mm256_add_ps(first, second);
-            x[line + span] = _mm256_sub_ps(first, second);
+            const Vector first = x[line];
+            const Vector second = x[line + span];
+            x[line] = first + second;
+            x[line + span] = first - second;
         }
     }
 }

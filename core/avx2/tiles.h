@@ -103,9 +103,6 @@ mix_out_piece(const float* const* rows, Gain gain, const float (&direct)[2], con
     }
 }
 
-// By one gain a line; by the record's two-band filters; by filters with rows of coefficients.
-enum class Decay { kBroadband, kTwoBand, kGliding };
-
 // Two-band filter, frame by frame in the transposed tile: filtered[lines 0-7, 8-15][frame][line].
 // `shelf` holds b0 and a1 of the 16 lines; `memory` stays in the caller's registers, since a store
 // and a load a tile would lengthen the recursion.

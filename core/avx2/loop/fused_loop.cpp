@@ -33,6 +33,7 @@
 #include <utility>
 
 #include "core/avx2/loop/feedback_loop.h"
+#include "core/avx2/loop/lanes.h"
 #include "core/avx2/loop/loop_parts.h"
 #include "core/avx2/loop/main_lines.h"
 #include "core/avx2/runs.h"
@@ -65,8 +66,8 @@ struct alignas(64) Workspace {
 template <int K, Decay kDecay, bool kStereoIn, bool kAlternating>
 class FusedLoop {
 public:
-    FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared)
-        : e_(e), io_(io), n_(n), lines_(e, n, prepared) {}
+    FusedLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, const PreparedLines& prepared)
+        : e_(e), io_(io), n_(n), lines_(e, prepared) {}
 
     void run() {
         exchange_history<Direction::kTake>(0);
@@ -304,7 +305,8 @@ bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io) {
     return aligned_positions(e);
 }
 
-void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
+void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n,
+                    const PreparedLines& prepared) {
     const auto stages = static_cast<size_t>(e.stage_count - 1);
     const bool stereo_in = io.x_right;
     const size_t shape = io.shelf_rows ? kGlidingShapes + stages

@@ -41,8 +41,9 @@ struct alignas(64) Workspace {
 template <bool kStereoOut, bool kStereoIn, Decay kDecay>
 class GenericLoop {
 public:
-    GenericLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared)
-        : e_(e), io_(io), n_(n), lines_(e, n, prepared) {
+    GenericLoop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n,
+                const PreparedLines& prepared)
+        : e_(e), io_(io), n_(n), lines_(e, prepared) {
         ws_.out_gains.set(0, kStereoOut ? e.out_left : e.out_gain);
         if (kStereoOut) ws_.out_gains.set(1, e.out_right);
         ws_.in_gains.set(0, kStereoIn ? e.in_left : e.in_gain);
@@ -174,7 +175,8 @@ constexpr auto kLoops = loop_table<GenericShape>(std::make_index_sequence<kGlidi
 
 } // namespace
 
-void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
+void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n,
+                      const PreparedLines& prepared) {
     const size_t channels = !io.y_right ? 0 : io.x_right ? 2 : 1;
     const size_t shape = io.shelf_rows ? kGlidingShape : 2 * channels + (e.two_band ? 1 : 0);
     kLoops[shape](e, io, n, prepared);

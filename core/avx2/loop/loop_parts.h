@@ -1,5 +1,5 @@
-// What both feedback loops are made of: pieces and tiles, gains in lanes, the end of a turn from
-// the last stage to the new samples, the advance of all positions.
+// What the two AVX2 loops are made of: pieces and tiles, gains in lanes, the end of a turn from the
+// last stage to the new samples.
 #ifndef BRISEL_CORE_AVX2_LOOP_LOOP_PARTS_H
 #define BRISEL_CORE_AVX2_LOOP_LOOP_PARTS_H
 
@@ -39,9 +39,6 @@ struct LaneGains {
 
 // Filter output of two tiles: [tile][lines 0-7, 8-15][frame][line].
 using FilteredTiles = float[2][2][8][8];
-
-// Floats of BlockSignals::shelf_rows a frame.
-constexpr size_t kShelfStep = 2 * BRISEL_LINES / kTile;
 
 // The end of a turn, for a piece: decay and injection into rows of kOutRow floats. First in each
 // tile comes `before(p)`, work of the caller's; then `row(line, p)` gives the address of the last
@@ -98,20 +95,10 @@ feed_back_piece(ffdn_block_n16& e, const float* shelf_rows, FilteredTiles& filte
     _mm256_storeu_ps(e.shelf_state + 8, memory[1]);
 }
 
-// Moves the lines' and the stages' write positions behind a block of n frames.
-inline void advance_positions(ffdn_block_n16& e, uint32_t n) {
-    for (size_t first = 0; first < BRISEL_LINES; first += 8) {
-        const __m256i next = _mm256_add_epi32(load_lines(e.line_wpos + first), broadcast(n));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(e.line_wpos + first),
-                            _mm256_and_si256(next, load_lines(e.line_mask + first)));
-    }
-    for (int32_t s = 0; s < e.stage_count; ++s)
-        e.stages[s].wpos = (e.stages[s].wpos + n) & e.stages[s].mask;
-}
-
 // A loop has an instance for each shape of a network: a table of them by the shape's number.
 template <typename Loop>
-void run_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t prepared) {
+void run_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n,
+              const PreparedLines& prepared) {
     Loop(e, io, n, prepared).run();
 }
 
