@@ -7,6 +7,7 @@
 #include "core/avx2/loop/feedback_loop.h"
 #include "core/avx2/runs.h"
 #include "core/avx2/units.h"
+#include "core/avx512/units.h"
 #include "core/ffdn_block.h"
 #include "core/network_math.h"
 
@@ -122,7 +123,7 @@ void run_block(ffdn_block_n16& e, const BlockSignals& io, uint32_t n, uint32_t p
     const PreparedLines lines{prepared, e.tap_block, n};
     if (!fused_loop_applies(e, io))
         run_generic_loop(e, io, n, lines);
-    else if (!wide_loop_available() || !stages_in_step(e))
+    else if (!wide_vectors() || !stages_in_step(e))
         run_fused_loop(e, io, n, lines);
     else
         run_in_wide_tiles(e, io, n, lines);

@@ -1,4 +1,4 @@
-// Early reflections: the taps, the ring and the processing around core/avx2/ffdn_er_avx2.
+// Early reflections: the taps, the ring and the processing around the sums in core/avx2 and core/avx512.
 #include "brisel/ffdn_er.h"
 
 #include <algorithm>
@@ -7,7 +7,7 @@
 
 #include "core/aligned_memory.h"
 #include "core/avx2/runs.h"
-#include "core/avx2/units.h"
+#include "core/avx512/units.h"
 #include "core/ffdn_er.h"
 #include "core/network_math.h"
 
@@ -94,6 +94,14 @@ bool lay_out_taps(ffdn_er* er, int32_t n_taps, int32_t max_frames, int32_t sampl
     return true;
 }
 
+void sum_taps(const float* ring, uint32_t size, uint32_t block, const EarlyTaps& left,
+              const EarlyTaps& right, uint32_t frames) {
+    if (frames >= 64 && wide_vectors())
+        ffdn_er_sum_avx512(ring, size, block, left, right, frames);
+    else
+        ffdn_er_sum_avx2(ring, size, block, left, right, frames);
+}
+
 } // namespace brisel
 
 int32_t ffdn_er_init(ffdn_er* er, int32_t n_taps, int32_t max_frames, int32_t sample_rate,
@@ -116,8 +124,8 @@ int32_t ffdn_er_process_stereo(ffdn_er* er, const float* in, float* out_l, float
     const auto size = static_cast<uint32_t>(er->ring_len);
     const auto block = static_cast<uint32_t>(er->write_pos);
     brisel::copy_to_ring(er->ring, size, block, in, n);
-    brisel::ffdn_er_sum_avx2(er->ring, size, block, {er->delays_l, er->gains_l, er->n_taps, out_l},
-                             {er->delays_r, er->gains_r, er->n_taps, out_r}, n);
+    brisel::sum_taps(er->ring, size, block, {er->delays_l, er->gains_l, er->n_taps, out_l},
+                     {er->delays_r, er->gains_r, er->n_taps, out_r}, n);
     er->write_pos = (er->write_pos + frames) & er->ring_mask;
     return 0;
 }

@@ -62,10 +62,15 @@ test_symbols() {
     [[ $segments == *GNU_RELRO* ]] || fail "relocated data stay writable"
     [[ $segments != *' RWE '* ]] || fail "memory both writable and executable: $segments"
     grep -q 'GNU_STACK .* RW ' <<<"$segments" || fail "no word about the stack: it may be executable"
-    # The first three names come with the compiler's start-up files.
+    # Names of the compiler's start-up files, and what its run-time library finds out about the processor.
     mutable=$(objdump -t "$library" | grep -P ' \.(t?data|t?bss)\t' |
-        grep -vE ' (completed\.[0-9]+|__dso_handle|__TMC_END__|\.data|\.bss)$' || true)
+        grep -vE ' (completed\.[0-9]+|__dso_handle|__TMC_END__|(\.hidden )?__cpu_(model|features2)|\.data|\.bss)$' || true)
     [[ -z $mutable ]] || fail "mutable static data: $mutable"
+    # The linker would give every processor the one copy of a function that it keeps.
+    local shared
+    shared=$(nm -C "$build"/core/CMakeFiles/brisel_core.dir/avx512/{wide_loop,ffdn_er_avx512}.cpp.o |
+        grep -E ' [VWu] ' || true)
+    [[ -z $shared ]] || fail "compiled for AVX-512 and shared: $shared"
 }
 
 # The copy is moved after the installation, into a folder whose name holds a space.

@@ -9,19 +9,15 @@
 //     them.
 //   - One loop body does all steps of a tile. So two pieces' results exist at a time: one is
 //     computed, the other flushed.
-//
-// This file alone is compiled for AVX-512. It defines and instantiates nothing that another file
-// could come to call: no function with external linkage but the two that feedback_loop.h declares.
 #include <immintrin.h>
 
 #include <algorithm>
 #include <cstddef>
-#include <type_traits>
 #include <utility>
 
-#include "core/avx2/loop/feedback_loop.h"
 #include "core/avx2/loop/main_lines.h"
 #include "core/avx512/tiles16.h"
+#include "core/avx512/units.h"
 
 namespace brisel {
 namespace {
@@ -40,7 +36,6 @@ struct alignas(64) Workspace {
     float filtered[kTile][BRISEL_LINES]; // filter output of one tile, frame by frame
     float undelayed[kTile];              // line 0's output of the last stage
     PieceRows results[2];                // what the main rings receive
-    PieceRows stage2_rows[2];            // what stage 2 receives
     const float* reads[BRISEL_LINES];    // where this piece's delayed samples stand
     float* next_writes[BRISEL_LINES];    // where its results will go
     float* writes[BRISEL_LINES];         // where the results of the piece before go
@@ -70,7 +65,7 @@ public:
             flush_wrapping_rows(wrapping, t, length);
             piece_ ^= 1;
         }
-        for (size_t line = 0; line < BRISEL_LINES; ++line) flush_row(line, n_ - length, length);
+        for (size_t line = 0; line < BRISEL_LINES; ++line) flush_row(line, length);
         advance_positions(e_, n_);
     }
 
@@ -85,18 +80,9 @@ private:
         }
     }
 
-    // Writes one row of the piece before, which started at frame t, into its main ring and, with
-    // three stages, what stage 2 received.
-    inline __attribute__((always_inline)) void flush_row(size_t line, uint32_t t, size_t length) {
+    // Writes one row of the piece before into its main ring.
+    inline __attribute__((always_inline)) void flush_row(size_t line, size_t length) {
         copy_tiles(ws_.writes[line], ws_.results[piece_ ^ 1][line], length);
-        if (K < 3 || line == 0) return;
-        // A piece wraps at a tile's end.
-        float* ring = e_.stages[2].ring + line * kStage2Ring;
-        const size_t at = (e_.stages[2].wpos + t) & (kStage2Ring - 1);
-        const size_t first = std::min(kStage2Ring - at, length);
-        const float* row = ws_.stage2_rows[piece_ ^ 1][line];
-        copy_tiles(ring + at, row, first);
-        copy_tiles(ring, row + first, length - first);
     }
 
     template <bool kFetchAhead>
@@ -106,11 +92,8 @@ private:
         const uint32_t wpos1 = e_.stages[1].wpos + t0;
         const uint32_t wpos2 = e_.stages[2].wpos + t0;
         float* const ring1 = e_.stages[1].ring;
-        const float* const ring2 = e_.stages[2].ring;
-        const float* const shelf_rows =
-            kDecay == Decay::kGliding ? io_.shelf_rows + kShelfStep * t0 : nullptr;
+        float* const ring2 = e_.stages[2].ring;
         float* const results = ws_.results[piece_][0];
-        float* const stage2_rows = ws_.stage2_rows[piece_][0];
         __m512 memory = _mm512_loadu_ps(e_.shelf_state);
         size_t line_to_flush = t0 > 0 ? 0 : BRISEL_LINES;
 
@@ -131,7 +114,7 @@ private:
             }
             if (K >= 3) {
                 fwht(x);
-                store_rows(x, stage2_rows + p, kPiece);
+                store_rows(x, ring2 + ((wpos2 + p) & (kStage2Ring - 1)), kStage2Ring);
                 load_delayed(x, ring2, wpos2 + p, kStage1Ring, kStage2Ring);
             }
             if (kDecay == Decay::kBroadband) {
@@ -139,17 +122,19 @@ private:
             } else {
                 transpose(x);
                 if (p > 0) inject(t0, p - kTile, results);
-                filter(x, shelf_rows + kShelfStep * p, memory);
+                filter(x,
+                       kDecay == Decay::kGliding ? io_.shelf_rows + kShelfStep * (t0 + p) : nullptr,
+                       memory);
             }
 #pragma GCC unroll 2
             for (size_t k = 0; k < 2; ++k)
-                if (line_to_flush < BRISEL_LINES) flush_row(line_to_flush++, t0 - kPiece, kPiece);
+                if (line_to_flush < BRISEL_LINES) flush_row(line_to_flush++, kPiece);
         }
         if (kDecay != Decay::kBroadband) {
             inject(t0, length - kTile, results);
             _mm512_storeu_ps(e_.shelf_state, memory);
         }
-        while (line_to_flush < BRISEL_LINES) flush_row(line_to_flush++, t0 - kPiece, kPiece);
+        while (line_to_flush < BRISEL_LINES) flush_row(line_to_flush++, kPiece);
     }
 
     // A: output sums, each in the order of its lines; transform.
@@ -271,7 +256,7 @@ private:
     const BlockSignals io_;
     const uint32_t n_;
     const MainLines lines_;
-    size_t piece_ = 0; // whose results and stage 2's rows are computed; the other one is flushed
+    size_t piece_ = 0; // whose results are computed; the other one's are flushed
     Workspace ws_;
 };
 

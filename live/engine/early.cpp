@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "core/avx2/units.h"
 #include "core/ffdn_er.h"
 #include "core/network_math.h"
 
@@ -81,9 +80,9 @@ void Early::add(float* const wet[2], uint32_t frames) {
     for (int set : {0, 1}) {
         if (set != next_ && !fade_.running()) continue;
         const ffdn_er& taps = taps_[set];
-        ffdn_er_sum_avx2(ring_.get(), size_mask_ + 1, static_cast<uint32_t>(written_) & size_mask_,
-                         {taps.delays_l, taps.gains_l, taps.n_taps, sums[set][0]},
-                         {taps.delays_r, taps.gains_r, taps.n_taps, sums[set][1]}, frames);
+        sum_taps(ring_.get(), size_mask_ + 1, static_cast<uint32_t>(written_) & size_mask_,
+                 {taps.delays_l, taps.gains_l, taps.n_taps, sums[set][0]},
+                 {taps.delays_r, taps.gains_r, taps.n_taps, sums[set][1]}, frames);
     }
     for (uint32_t t = 0; t < frames; t += kTile) {
         const auto before = static_cast<float>(level_.value);

@@ -1,5 +1,5 @@
 // The feedback loop over one block of the block engine: the steps from the delayed samples of the
-// 16 lines to their new ones, in three implementations that give the same bits.
+// 16 lines to their new ones, in two implementations that give the same bits; core/avx512 has a third.
 #ifndef BRISEL_CORE_AVX2_LOOP_FEEDBACK_LOOP_H
 #define BRISEL_CORE_AVX2_LOOP_FEEDBACK_LOOP_H
 
@@ -36,19 +36,13 @@ struct PreparedLines {
     size_t stride = 0; // floats
 };
 
-// All loops render n frames, a positive multiple of 8, at most every line's delay.
+// Both loops render n frames, a positive multiple of 8, at most every line's delay.
 
 // The whole loop in one function, for the shapes that a reverb runs all the time: one to three
 // stages of the default cascade, stereo output.
 bool fused_loop_applies(const ffdn_block_n16& e, const BlockSignals& io);
 void run_fused_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n,
                     const PreparedLines& prepared);
-
-// The same for processors with AVX-512, in tiles of 16 frames (core/avx512/wide_loop.cpp): n is a
-// multiple of 16, and so is the position of every stage.
-bool wide_loop_available();
-void run_wide_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n,
-                   const PreparedLines& prepared);
 
 // For every network: any cascade, either decay, mono or stereo.
 void run_generic_loop(ffdn_block_n16& e, const BlockSignals& io, uint32_t n,
