@@ -42,6 +42,7 @@ struct alignas(64) Workspace {
 };
 
 inline __attribute__((always_inline)) void copy_tiles(float* to, const float* from, size_t count) {
+#pragma GCC unroll 8
     for (size_t t = 0; t < count; t += kTile) _mm512_storeu_ps(to + t, _mm512_loadu_ps(from + t));
 }
 
@@ -65,7 +66,7 @@ public:
             flush_wrapping_rows(wrapping, t, length);
             piece_ ^= 1;
         }
-        for (size_t line = 0; line < BRISEL_LINES; ++line) flush_row(line, length);
+        flush_piece(length);
         advance_positions(e_, n_);
     }
 
@@ -83,6 +84,20 @@ private:
     // Writes one row of the piece before into its main ring.
     inline __attribute__((always_inline)) void flush_row(size_t line, size_t length) {
         copy_tiles(ws_.writes[line], ws_.results[piece_ ^ 1][line], length);
+    }
+
+    // Straight code for a block's last piece of the usual lengths, 3 % of the instructions of a block
+    // of 64 frames.
+    void flush_piece(size_t length) {
+        const auto flush_rows = [&](size_t n) __attribute__((always_inline)) {
+            for (size_t line = 0; line < BRISEL_LINES; ++line) flush_row(line, n);
+        };
+        if (length == kPiece)
+            flush_rows(kPiece);
+        else if (length == kPiece / 2)
+            flush_rows(kPiece / 2);
+        else
+            flush_rows(length);
     }
 
     template <bool kFetchAhead>
