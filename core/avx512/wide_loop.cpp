@@ -110,7 +110,12 @@ private:
         float* const ring2 = e_.stages[2].ring;
         float* const results = ws_.results[piece_][0];
         __m512 memory = _mm512_loadu_ps(e_.shelf_state);
+        // Two rows of the piece before a tile, apart, so that their cache misses overlap with
+        // arithmetic.
         size_t line_to_flush = t0 > 0 ? 0 : BRISEL_LINES;
+        const auto flush_next = [&]() __attribute__((always_inline)) {
+            if (line_to_flush < BRISEL_LINES) flush_row(line_to_flush++, kPiece);
+        };
 
         for (size_t p = 0; p < length; p += kTile) {
             if (kFetchAhead) {
@@ -122,6 +127,7 @@ private:
             Tile16 x;
             mix_out(x, t0, p);
             delay_by_stage0(x);
+            flush_next();
             if (K >= 2) {
                 fwht(x);
                 store_rows(x, ring1 + ((wpos1 + p) & (kStage1Ring - 1)), kStage1Ring);
@@ -141,15 +147,13 @@ private:
                        kDecay == Decay::kGliding ? io_.shelf_rows + kShelfStep * (t0 + p) : nullptr,
                        memory);
             }
-#pragma GCC unroll 2
-            for (size_t k = 0; k < 2; ++k)
-                if (line_to_flush < BRISEL_LINES) flush_row(line_to_flush++, kPiece);
+            flush_next();
         }
         if (kDecay != Decay::kBroadband) {
             inject(t0, length - kTile, results);
             _mm512_storeu_ps(e_.shelf_state, memory);
         }
-        while (line_to_flush < BRISEL_LINES) flush_row(line_to_flush++, kPiece);
+        while (line_to_flush < BRISEL_LINES) flush_next();
     }
 
     // A: output sums, each in the order of its lines; transform.
