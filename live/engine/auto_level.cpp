@@ -80,24 +80,25 @@ void AutoLevel::step() {
 }
 
 void AutoLevel::run(float* const wet[2], uint32_t frames) {
-    for (uint32_t t = 0; t < frames; t += kTile) {
-        const bool at_rest = tile_ == 0 && !moving();
-        if (at_rest && to_ == 1.0f) continue;
-        if (at_rest) {
-            from_ = to_; // and the knots wait for the next move
-        } else if (tile_ == 0) {
-            from_ = to_;
-            step();
-            to_ = static_cast<float>(gain_.value);
-        }
-        const __m256 gain =
-            ramp(between_knots(from_, to_, tile_), between_knots(from_, to_, tile_ + 1));
-        if (!at_rest) tile_ = (tile_ + 1) % kLevelTiles;
+    const auto scale = [&](uint32_t t, __m256 gain) {
         for (int c : {0, 1}) {
             float* const to = wet[c] + t;
             _mm256_storeu_ps(to, _mm256_mul_ps(gain, _mm256_loadu_ps(to)));
         }
+    };
+    uint32_t t = 0;
+    for (; t < frames && (tile_ != 0 || moving()); t += kTile) {
+        if (tile_ == 0) {
+            from_ = to_;
+            step();
+            to_ = static_cast<float>(gain_.value);
+        }
+        scale(t, ramp(between_knots(from_, to_, tile_), between_knots(from_, to_, tile_ + 1)));
+        tile_ = (tile_ + 1) % kLevelTiles;
     }
+    if (to_ == 1.0f) return;
+    const __m256 gain = _mm256_set1_ps(to_); // at rest; the knots wait for the next move
+    for (; t < frames; t += kTile) scale(t, gain);
 }
 
 } // namespace brisel::live
