@@ -21,12 +21,12 @@ uint64_t fail_each(Call call, Check check) {
     }
 }
 
-constexpr auto nothing_left = [](int64_t outstanding) { EXPECT_EQ(outstanding, 0); };
+constexpr auto kNothingLeft = [](int64_t outstanding) { EXPECT_EQ(outstanding, 0); };
 
 struct Lines : ffdn_n16_params {
     Lines() { ffdn_n16_default_params(delays, buffer_sizes); }
     const uint32_t* sizes() const { return reinterpret_cast<const uint32_t*>(buffer_sizes); }
-} const lines;
+} const kLines;
 
 // A cascade setter that finds no memory leaves neither stages nor two-band decay, and all else as
 // it was.
@@ -57,24 +57,24 @@ TEST(OutOfMemory, ReverbAndEarlyReflectionsAreNotMade) {
         qv_reverb_destroy(rev);
         return rev ? 0 : -1;
     };
-    EXPECT_GT(fail_each(create, nothing_left),
+    EXPECT_GT(fail_each(create, kNothingLeft),
               10u); // the object and its buffers are pieces of their own
     EXPECT_EQ(interposer::with_failing_allocation(0, create).outstanding, 0);
     compare::Early early;
     const auto init = [&] { return ffdn_er_init(&early, 12, 256, 48000, 1, 0.05f); };
-    EXPECT_EQ(fail_each(init, nothing_left), 1u);
+    EXPECT_EQ(fail_each(init, kNothingLeft), 1u);
 }
 
 TEST(OutOfMemory, EnginesKeepNothingOrGoOnWithoutCascade) {
     compare::Engine e;
     const auto init = [&] {
-        return ffdn_block_n16_init(&e, lines.delays, lines.sizes(), 512, 48000, 2);
+        return ffdn_block_n16_init(&e, kLines.delays, kLines.sizes(), 512, 48000, 2);
     };
     EXPECT_EQ(fail_each(init,
                         [&](int64_t outstanding) {
                             EXPECT_EQ(outstanding, 0);
                             ffdn_block_n16 only_lines = {};
-                            std::memcpy(&only_lines, &e, 256);
+                            std::memcpy(&only_lines, static_cast<const ffdn_block_n16*>(&e), 256);
                             EXPECT_TRUE(compare::same<ffdn_block_n16>(e, only_lines));
                             EXPECT_TRUE(!e.ring && !e.tap_block && !e.work_block &&
                                         e.line_delay[15] == 1489u);
@@ -93,9 +93,9 @@ TEST(OutOfMemory, EnginesKeepNothingOrGoOnWithoutCascade) {
 
     compare::Reference f;
     const auto init_ref = [&] {
-        return ffdn_n16_init(&f, lines.delays, lines.buffer_sizes, 48000, 1);
+        return ffdn_n16_init(&f, kLines.delays, kLines.buffer_sizes, 48000, 1);
     };
-    EXPECT_EQ(fail_each(init_ref, nothing_left), 16u);
+    EXPECT_EQ(fail_each(init_ref, kNothingLeft), 16u);
     EXPECT_EQ(fail_setter<ffdn_n16>(
                   f, ffdn_n16_set_cascade, ffdn_n16_set_two_band_t60,
                   [](ffdn_n16* r) { return ffdn_n16_set_cascade(r, 3, nullptr, 48000, 1); }),
@@ -105,7 +105,7 @@ TEST(OutOfMemory, EnginesKeepNothingOrGoOnWithoutCascade) {
 // A plug-in whose activation finds no memory says so, renders nothing, and sounds like any other
 // after the next activation.
 TEST(OutOfMemory, PluginFailsToActivateAndRecovers) {
-    EXPECT_EQ(fail_each([] { return host::Plugin(clap_entry).plugin ? 0 : -1; }, nothing_left), 1u);
+    EXPECT_EQ(fail_each([] { return host::Plugin(clap_entry).plugin ? 0 : -1; }, kNothingLeft), 1u);
     const auto render = [](host::Plugin& plugin) {
         std::vector<float> in = compare::noise(4096, 4);
         for (size_t t = 0; t < in.size(); t += 256)

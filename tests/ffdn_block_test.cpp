@@ -206,7 +206,7 @@ TEST(FfdnBlock, SeesEverySingleGainThatBreaksAnAlternatingPattern) {
         for (size_t i = 0; i < 64; ++i) gains[i] = i % 2 == 0 ? 0.3f : 0.1f;
         gains[odd_one] = 0.2f;
         life.set([&](ffdn_block_n16* e) {
-            return ffdn_block_n16_set_stereo_outputs(e, &gains[0], &gains[16], 0, 0) |
+            return ffdn_block_n16_set_stereo_outputs(e, gains.data(), &gains[16], 0, 0) |
                    ffdn_block_n16_set_stereo_inputs(e, &gains[32], &gains[48]);
         });
         for (int block = 0; block < 10; ++block)

@@ -31,14 +31,14 @@ compare::State common(const E& e) {
         e.direct_left, e.in_left, e.in_right, e.stereo_out_set, e.stereo_in_set);
     for (const auto& stage : e.stages)
         s = compare::flat(s, stage.size, stage.wpos,
-                          compare::memory(stage.ring, uint64_t(16 * stage.size)));
+                          compare::memory(stage.ring, 16 * uint64_t(stage.size)));
     for (size_t i = 0; i < 16; ++i) {
         const float* ring;
         if constexpr (std::is_same_v<E, compare::Engine>)
             ring = e.ring + e.line_offset[i];
         else
             ring = e.line_buf[i];
-        s = compare::flat(s, compare::memory(ring, uint64_t(e.line_mask[i] + 1)));
+        s = compare::flat(s, compare::memory(ring, uint64_t(e.line_mask[i]) + 1));
     }
     return s;
 }
@@ -59,7 +59,7 @@ TEST(FfdnRef, EachPathRoundsWhereItsDefinitionSays) {
             ASSERT_EQ(ffdn_n16_set_two_band_t60(&f, kRate, 0.02f, 0.005f), 0);
         }
         const std::vector<float> gains = noise(6 * 16, 10);
-        std::copy_n(&gains[0], 16, f.in_gain);
+        std::copy_n(gains.data(), 16, f.in_gain);
         std::copy_n(&gains[16], 16, f.out_gain);
         f.direct_gain = 0.3f;
         ASSERT_EQ(ffdn_n16_set_stereo_outputs(&f, &gains[32], &gains[48], 0.7f, -0.2f), 0);
@@ -157,7 +157,7 @@ TEST(FfdnRef, EqualsTheBlockEngineOverRandomLives) {
                      ffdn_block_n16_set_two_band_t60(&e, kRate, t60, t60 / 3));
                 break;
             case 5: // the defaults, the caller's gains, or the record's own vectors swapped
-                const float* left = K == 0 ? nullptr : &gains[0];
+                const float* left = K == 0 ? nullptr : gains.data();
                 const float* right = K == 1 ? nullptr : &gains[16];
                 const bool swap = K == 3;
                 ffdn_n16_set_stereo_outputs(&f, swap ? f.out_right : left,
@@ -171,7 +171,8 @@ TEST(FfdnRef, EqualsTheBlockEngineOverRandomLives) {
             const auto x_l = compare::make(64, Signal::kNoise, random);
             const auto x_r = compare::make(64, Signal::kImpulses, random);
             std::vector<float> y_l(64), y_r(64), ref_l(64), ref_r(64);
-            ASSERT_EQ(ffdn_block_n16_process_stereo_in(&e, &x_l[0], &x_r[0], &y_l[0], &y_r[0], 64),
+            ASSERT_EQ(ffdn_block_n16_process_stereo_in(&e, x_l.data(), x_r.data(), y_l.data(),
+                                                       y_r.data(), 64),
                       0);
             for (size_t t = 0; t < 64; ++t)
                 ffdn_n16_process_stereo_in(&f, &ref_l[t], &ref_r[t], x_l[t], x_r[t]);

@@ -95,18 +95,18 @@ TEST(Kernels, TransformIsTheScaledHadamardMatrixInNaturalOrder) {
 
 // The scalar transforms round in the order of the definition, frame by frame.
 TEST(Kernels, ScalarTransformsGiveTheBitsOfTheDefinition) {
-    constexpr uint32_t n = 256;
-    const std::vector<float> input = compare::noise(16 * n, 2);
+    constexpr uint32_t kFrames = 256;
+    const std::vector<float> input = compare::noise(16 * kFrames, 2);
     std::vector<float> block = input;
-    plain::fwht_n16_block(block.data(), n);
-    for (uint32_t t = 0; t < n; ++t) {
+    plain::fwht_n16_block(block.data(), kFrames);
+    for (uint32_t t = 0; t < kFrames; ++t) {
         float sixteen[16], general[16];
-        for (uint32_t i = 0; i < 16; ++i) sixteen[i] = general[i] = input[i * n + t];
+        for (uint32_t i = 0; i < 16; ++i) sixteen[i] = general[i] = input[i * kFrames + t];
         fwht_ref_n16(sixteen);
         fwht_ref(general, 16);
         for (uint32_t i = 0; i < 16; ++i) {
-            ASSERT_EQ(sixteen[i], block[i * n + t]) << t;
-            ASSERT_EQ(general[i], block[i * n + t]) << t;
+            ASSERT_EQ(sixteen[i], block[i * kFrames + t]) << t;
+            ASSERT_EQ(general[i], block[i * kFrames + t]) << t;
         }
     }
 }

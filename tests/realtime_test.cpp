@@ -101,7 +101,7 @@ TEST(RealTime, EnginesStayClearOfAllocatorAndKernel) {
             const qv_reverb_params params = compare::random_params(life.random);
             life.call("qv_reverb_set and flush", [&] {
                 const bool set = qv_reverb_set(rev.get(), &params) == 0;
-                return qv_reverb_flush(rev.get(), &tail[0], nullptr, 9000) > 0 && set;
+                return qv_reverb_flush(rev.get(), tail.data(), nullptr, 9000) > 0 && set;
             });
             const auto n = static_cast<int32_t>(8 * life.random.integer(1, 112));
             life.call("processing", [&] {

@@ -50,7 +50,7 @@ void expect_refused(std::initializer_list<Call> calls, const Record& record, int
 }
 
 std::vector<float> sound(2048, 0.25f), out(2048, 7.0f);
-float *const x = sound.data(), *const y = out.data();
+float *x = sound.data(), *y = out.data();
 
 bool nothing_written() {
     return std::count(out.begin(), out.end(), 7.0f) == std::ssize(out);

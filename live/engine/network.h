@@ -78,7 +78,7 @@ private:
         32) std::array<float, kPairs> gain_roots_{}; // of a resize, with its directions; see Turn
     Xorshift64 random_{};                            // draws the directions
 
-    std::array<std::array<float, kLongestSlice>, 2 * BRISEL_LINES> scratch_{};
+    std::array<std::array<float, kLongestSlice>, size_t{2} * BRISEL_LINES> scratch_{};
 };
 
 } // namespace brisel::live

@@ -1,6 +1,7 @@
 // Brisel Live as a whole beside the exact reverb, and what its parameters do to the sound.
 #include "live/engine/reverb.h"
 
+#include <cmath>
 #include <numbers>
 
 #include "bench/click_meter.h"
@@ -272,7 +273,7 @@ TEST(LiveReverb, PredelayShiftsEverythingWetAndFollowsTheTempo) {
     for (double predelay : {3.0 / kRate, 0.1}) {
         std::vector<Setting> late = settings;
         late.push_back({kPredelay, predelay});
-        expect_shifted(Host(late).run(click), static_cast<size_t>(predelay * kRate + 0.5));
+        expect_shifted(Host(late).run(click), static_cast<size_t>(std::lround(predelay * kRate)));
     }
     std::vector<Setting> synced = settings;
     synced.push_back({kPredelaySync, 4}); // 1/16
