@@ -95,10 +95,8 @@ BRISEL_API void brisel_live_reset(brisel_live* live);
 /* ---- parameters ---- */
 
 /* Flags of a parameter. */
-enum {
-    BRISEL_LIVE_STEPPED = 1,    /* whole numbers; `steps` has a word for each */
-    BRISEL_LIVE_LOGARITHMIC = 2 /* equal ratios are equal steps to the ear: for knobs */
-};
+#define BRISEL_LIVE_STEPPED 1u     /* whole numbers; `steps` has a word for each */
+#define BRISEL_LIVE_LOGARITHMIC 2u /* equal ratios are equal steps to the ear: for knobs */
 
 /* What there is to know of a parameter; all of it in static storage. */
 typedef struct brisel_live_parameter {

@@ -1,5 +1,6 @@
 // What a host finds first: the library's one symbol, the factory, and the description of the
-// plug-in.
+// plug-in. Compiled for every x86-64 processor, so that it can decline where the others do not run.
+#include "core/cpu.h"
 #include "live/clap/clap_layout.h"
 #include "live/clap/plugin.h"
 
@@ -46,7 +47,7 @@ constexpr clap_plugin_factory_t kFactory = {plugin_count, plugin_descriptor, cre
 
 // Nothing is set up for the library as a whole, so that hosts may call these as often as they like.
 bool init(const char*) {
-    return true;
+    return processor_serves_or_complain();
 }
 
 void deinit() {}

@@ -121,7 +121,9 @@ constexpr clap_plugin_t kCalls = {
 
 const clap_plugin_t* create(const clap_host_t* host) {
     auto* const p = new (std::nothrow) Plugin(host, kCalls);
-    return p ? &p->clap : nullptr;
+    if (p && p->reverb.exists()) return &p->clap;
+    delete p;
+    return nullptr;
 }
 
 void take_over(Plugin& p, const Preset& preset, ParameterMask kept) {

@@ -25,11 +25,8 @@ namespace brisel::live {
 
 namespace {
 
-constexpr double kLowestRate = 1000.0, kHighestRate = 768000.0;
-constexpr uint32_t kLongestBlock = 65536;
 // Sleep is decided at multiples of this on the clock, after this much silence at least; frames.
 constexpr uint64_t kSleepGrid = kLongestSlice, kShortestWait = 4 * kSleepGrid;
-constexpr double kSlowest = 20.0, kFastest = 999.0; // beats per minute
 
 // Quarter notes, of the steps of Predelay Sync.
 constexpr double kNotes[] = {0.0,     1.0 / 16, 1.0 / 8, 1.0 / 6, 1.0 / 4,
@@ -203,7 +200,7 @@ void Reverb::State::hear(const Event& event) {
 
 void Reverb::State::hear(const Tempo& tempo) {
     const double now = tempo.beats_per_minute;
-    if (!(now >= kSlowest && now <= kFastest)) return;
+    if (!(now >= kSlowestTempo && now <= kFastestTempo)) return;
     if (now == beats_per_minute.load(std::memory_order_relaxed)) return;
     beats_per_minute.store(now, std::memory_order_relaxed);
     tempo_changed = true;
@@ -411,7 +408,7 @@ uint32_t Reverb::State::render(const float* const host[2], uint32_t at, uint32_t
     return run(host, at, left, out);
 }
 
-Reverb::Reverb() : state_(std::make_unique<State>()) {}
+Reverb::Reverb() : state_(new (std::nothrow) State()) {}
 Reverb::~Reverb() = default;
 
 Values& Reverb::values() {

@@ -23,6 +23,10 @@
 
 namespace brisel::live {
 
+inline constexpr double kLowestRate = 1000.0, kHighestRate = 768000.0; // Hz
+inline constexpr uint32_t kLongestBlock = 65536;                       // frames
+inline constexpr double kSlowestTempo = 20.0, kFastestTempo = 999.0;   // beats per minute
+
 enum class Status : uint8_t {
     kRunning, // there was input
     kTail,    // the input is silent, the output is not (or not for long enough)
@@ -37,7 +41,7 @@ struct Event {
 };
 
 struct Tempo {
-    double beats_per_minute; // quarter notes; 20 .. 999 is taken, anything else counts as unknown
+    double beats_per_minute; // quarter notes; what is out of range counts as unknown
 };
 
 // Highest magnitudes since the last reading, linear.
@@ -53,14 +57,17 @@ public:
     Reverb(const Reverb&) = delete;
     Reverb& operator=(const Reverb&) = delete;
 
+    // False when memory ran out as it was made: then there is nothing to do but to destroy it.
+    bool exists() const { return state_ != nullptr; }
+
     // The values in force and the way to change them from outside the audio thread. They live as
     // long as the reverb, prepared or not. [any-thread], call by call as values.h says
     Values& values();
     const Values& values() const;
 
     // Takes the storage for every setting, silent; may be called again with another rate.
-    //   rate           Hz, 1000 .. 768000
-    //   longest_block  frames, 1 .. 65536
+    //   rate           Hz, kLowestRate .. kHighestRate
+    //   longest_block  frames, 1 .. kLongestBlock
     // Returns false, and is then not prepared, when an argument is out of range or memory runs out.
     // [main-thread], while nothing processes
     bool prepare(double rate, uint32_t longest_block);

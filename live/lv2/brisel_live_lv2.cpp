@@ -13,6 +13,7 @@
 #include <new>
 #include <optional>
 
+#include "core/cpu.h"
 #include "live/engine/reverb.h"
 #include "live/lv2/ports.h"
 
@@ -75,7 +76,7 @@ public:
     bool prepare(double rate) {
         rate_ = rate;
         activate();
-        return reverb_.prepare(rate, kUsualBlock);
+        return reverb_.exists() && reverb_.prepare(rate, kUsualBlock);
     }
 
     void connect(uint32_t index, void* data) {
@@ -218,5 +219,6 @@ constexpr LV2_Descriptor kPlugins[] = {describe(kStereoUri), describe(kMonoUri)}
 
 LV2_SYMBOL_EXPORT const LV2_Descriptor* lv2_descriptor(uint32_t index) {
     using brisel::live::lv2::kPlugins;
+    if (!brisel::processor_serves_or_complain()) return nullptr;
     return index < std::size(kPlugins) ? &kPlugins[index] : nullptr;
 }

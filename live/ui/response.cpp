@@ -8,7 +8,7 @@ namespace brisel::live::ui {
 namespace {
 
 constexpr uint32_t kBlock = 256;
-constexpr double kHighestRate = 48000.0; // Hz; enough for a picture
+constexpr double kDrawnRate = 48000.0; // Hz; enough for a picture
 
 // The least of some round spans that holds `seconds`, or the longest.
 double span_for(double seconds, std::initializer_list<double> spans) {
@@ -24,7 +24,7 @@ double decibels(double power) {
 } // namespace
 
 bool Response::measure(const Settings& settings, double rate) {
-    rate = std::min(rate, kHighestRate);
+    rate = std::min(rate, kDrawnRate);
     if (!reverb_ || rate != prepared_rate_) {
         reverb_ = std::make_unique<Reverb>();
         prepared_rate_ = reverb_->prepare(rate, kBlock) ? rate : 0.0;
