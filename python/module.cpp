@@ -175,8 +175,8 @@ public:
     }
 
 protected:
-    virtual size_t step() const { return 1; }         // blocks are multiples of this
-    virtual size_t longest() const { return kSlice; } // and no longer than this
+    virtual size_t step() const { return 1; }   // blocks are multiples of this
+    virtual size_t longest() { return kSlice; } // and no longer than this; asked before each
     virtual void render(const float* const in[2], float* const out[2], uint32_t frames,
                         std::span<const Event> events) = 0;
 
@@ -281,8 +281,8 @@ private:
     std::unique_ptr<brisel_live, Free> live_;
 };
 
-// The exact engine. A change of values starts a new one, whose longest block fits into the shortest
-// line: no values are refused for a block's sake.
+// The exact engine. After a change of values the next block starts a new one, whose longest block
+// fits into the shortest line: no values are refused for a block's sake.
 class Exact : public Engine {
 public:
     static constexpr uint32_t kValues = 12; // the first twelve parameters are also this engine's
@@ -296,13 +296,12 @@ public:
                 ": the exact engine takes whole rates above 9000 up to 768000 Hz");
         for (uint32_t id = 0; id < kValues; ++id)
             values_[id] = brisel_live_parameter_by_id(id)->default_value;
-        start();
     }
 
     void set(const Values& values) override {
         std::lock_guard guard(lock_);
         for (const auto& [id, value] : values) values_.at(id) = value;
-        start();
+        reverb_.reset();
     }
 
     double get(uint32_t id) override {
@@ -312,7 +311,7 @@ public:
 
     void reset() override {
         std::lock_guard guard(lock_);
-        start();
+        reverb_.reset();
     }
 
     // As the plug-in tells hosts: a fall by 90 dB.
@@ -350,7 +349,10 @@ private:
     }
 
     size_t step() const override { return 8; }
-    size_t longest() const override { return block_; }
+    size_t longest() override {
+        if (!reverb_) start();
+        return block_;
+    }
 
     void render(const float* const in[2], float* const out[2], uint32_t frames,
                 std::span<const Event>) override {

@@ -2,7 +2,7 @@
 
     import brisel
 
-    wet = brisel.render(dry, 48000, preset="Large Hall", decay=3)  # dry: float32, (n,) or (n, 2)
+    wet = brisel.render(dry, 48000, preset="Grand Hall", decay=3)  # dry: float32, (n,) or (n, 2)
 
     reverb = brisel.Reverb(48000, mix=1)
     for block in blocks:            # any lengths: the sound does not depend on them
@@ -36,6 +36,7 @@ import itertools
 import math
 import numbers
 import os
+import threading
 from typing import NamedTuple
 
 from . import _brisel
@@ -89,6 +90,8 @@ _PARAMETERS = tuple(
     Parameter(key.replace("-", "_"), *rest) for key, *rest in _brisel.parameters()
 )
 _EXACT_PARAMETERS = _PARAMETERS[: _brisel.EXACT_PARAMETERS]
+_DEFAULTS = {number: row.default for number, row in enumerate(_PARAMETERS)}
+_EXACT_DEFAULTS = {number: row.default for number, row in enumerate(_EXACT_PARAMETERS)}
 _PRESETS = tuple(Preset(*row) for row in _brisel.presets())
 _IDS = {parameter.key: number for number, parameter in enumerate(_PARAMETERS)}
 
@@ -185,11 +188,7 @@ class Reverb:
         self._exact = bool(exact)
         self._rate = _real("rate", rate)
         self._engine = (_brisel.Exact if exact else _brisel.Live)(self._rate)
-        if preset is not None:
-            self.load_preset(preset)
-        if values:
-            self.set(**values)
-        self._engine.reset()
+        self._start(preset, values)
 
     @property
     def rate(self):
@@ -292,6 +291,14 @@ class Reverb:
         engine = "closed" if getattr(self, "_engine", None) is None else f"{self._rate:g} Hz"
         return f"<brisel.Reverb, {engine}>"
 
+    def _start(self, preset, values):
+        """As if just made, so that the same values give the same bits."""
+        self._engine.set(_EXACT_DEFAULTS if self._exact else _DEFAULTS)
+        if preset is not None:
+            self.load_preset(preset)
+        self.set(**values)
+        self._engine.reset()
+
     def _open(self):
         engine = getattr(self, "_engine", None)
         if engine is None:
@@ -352,7 +359,7 @@ def render(audio, rate, *, tail=None, channels=None, preset=None, exact=False, *
     tail      seconds behind the end; None until the sound has fallen by 90 dB, 0 for the length of
               the input
     channels  1 or 2 instead of as many as come in
-    preset, exact, values  as for Reverb: render(x, 48000, preset="Large Hall", decay=3)
+    preset, exact, values  as for Reverb: render(x, 48000, preset="Grand Hall", decay=3)
     """
     return Reverb(rate, preset=preset, exact=exact, **values)._render(audio, tail, channels)
 
@@ -381,9 +388,21 @@ def render_many(clips, rate, *, jobs=None, settings=None, **common):
 def _render_many(clips, rate, jobs, settings, common):
     pairs = zip(clips, itertools.repeat({}) if settings is None else settings)
 
+    # A thread keeps its reverbs: to make one takes as long as a second of audio or more.
+    own_reverbs = threading.local()
+
+    def render_one(clip, *, tail=None, channels=None, preset=None, exact=False, **values):
+        name = "exact" if exact else "live"
+        reverb = getattr(own_reverbs, name, None)
+        if reverb is None:
+            reverb = Reverb(rate, exact=exact)
+            setattr(own_reverbs, name, reverb)
+        reverb._start(preset, values)
+        return reverb._render(clip, tail, channels)
+
     def one(index, clip, own):
         try:
-            return render(clip, rate, **{**common, **own})
+            return render_one(clip, **{**common, **own})
         except Exception as error:
             if hasattr(error, "add_note"):
                 error.add_note(f"clip {index}")
