@@ -5,6 +5,7 @@
 // different engines run at the same time, and calls on one engine wait for each other.
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -27,7 +28,9 @@ namespace py = pybind11;
 
 namespace {
 
-constexpr size_t kSlice = 1024; // frames that an engine gets at a time; a multiple of 8
+constexpr size_t kSlice = 1024; // frames that an engine gets at a time
+// The exact one's: its modulation moves on block by block, so this decides on bits. As brisel-render.
+constexpr size_t kExactSlice = 256;
 constexpr double kHighestRate = 768000.0;
 
 // A status as an exception: `what` was asked for.
@@ -157,8 +160,8 @@ public:
     virtual uint64_t tail_frames() = 0;
 
     // `audio` and, behind it, `extra` frames of silence; out comes an array of `channels`, 0 for as
-    // many as come in. Events lie in the order of their frames. `pad`: the last slice may be
-    // lengthened to what the engine takes.
+    // many as come in. Events lie in the order of their frames. `pad`: nothing will follow, so the
+    // last slice may be lengthened to what the engine takes.
     py::array process(const py::object& audio, size_t extra, uint32_t channels,
                       const std::vector<Event>& events, bool pad) {
         const Signal in = input_of(audio);
@@ -170,7 +173,7 @@ public:
         py::array result = output_for(audio, in, frames, channels);
         const Signal out = signal_of(result, channels);
         py::gil_scoped_release release;
-        run(in, out, events);
+        run(in, out, events, pad);
         return result;
     }
 
@@ -183,14 +186,15 @@ protected:
     std::mutex lock_; // taken without the interpreter's
 
 private:
-    void run(const Signal& in, const Signal& out, std::span<const Event> events) {
+    void run(const Signal& in, const Signal& out, std::span<const Event> events, bool pad) {
         constexpr size_t kBetweenSignals = size_t{1} << 22; // frames, less than a second of work
         std::array<std::array<float, kSlice>, 4> scratch;
         std::vector<Event> now;
         std::lock_guard guard(lock_);
+        const size_t unit = pad && step() > 1 ? longest() : step();
         size_t next_look = kBetweenSignals;
         for (size_t at = 0, count = 0; at < out.frames; at += count) {
-            count = std::min(longest(), (out.frames - at + step() - 1) / step() * step());
+            count = std::min(longest(), (out.frames - at + unit - 1) / unit * unit);
             now.clear();
             for (; !events.empty() && events.front().frame < at + count; events = events.subspan(1))
                 now.push_back({static_cast<uint32_t>(events.front().frame - at), events.front().id,
@@ -325,8 +329,8 @@ private:
     void start() {
         const auto value = [this](size_t id) { return static_cast<float>(values_[id]); };
         // Modulation shortens a line by up to two samples; creation wants 0.04 s to hold a block.
-        const double shortest = std::min(values_[0], 0.04) * rate_ - 2.0;
-        block_ = std::min(kSlice, static_cast<size_t>(shortest) / 8 * 8);
+        const double shortest = std::round(std::min(values_[0], 0.04) * rate_) - 2.0;
+        block_ = std::min(kExactSlice, static_cast<size_t>(shortest) / 8 * 8);
         reverb_.reset(qv_reverb_create(static_cast<int32_t>(rate_), static_cast<int32_t>(block_)));
         if (!reverb_) throw std::bad_alloc();
         const qv_reverb_params params = {
