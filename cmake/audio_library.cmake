@@ -16,3 +16,24 @@ function(brisel_audio_library target exports)
     target_link_options(${target} PRIVATE -Wl,-z,defs)
   endif()
 endfunction()
+
+# brisel_static_library(target EXPORTS pattern... FROM object-or-archive... [LIBRARIES flag...]): the same for
+# programs that want no library beside them. The archive holds one object in which everything but the
+# exports is local, so that it serves linkers of C, and meets neither names of the program nor another copy
+# of the engines.
+function(brisel_static_library target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "EXPORTS;FROM;LIBRARIES")
+  set(object ${CMAKE_CURRENT_BINARY_DIR}/${target}.o)
+  separate_arguments(flags NATIVE_COMMAND "${CMAKE_CXX_FLAGS}")
+  list(TRANSFORM arg_EXPORTS PREPEND --keep-global-symbol=)
+  add_custom_command(OUTPUT ${object}
+    COMMAND ${CMAKE_CXX_COMPILER} ${flags} -fno-sanitize=all -r -nostdlib -o ${object}
+      ${arg_FROM} -Wl,--force-group-allocation ${arg_LIBRARIES}
+    COMMAND ${CMAKE_OBJCOPY} --wildcard --weaken-symbol=_Z* ${object} # unique ones do not become local
+    COMMAND ${CMAKE_OBJCOPY} --wildcard ${arg_EXPORTS} ${object}
+    DEPENDS ${arg_FROM} COMMAND_EXPAND_LISTS VERBATIM COMMENT "One object of ${target}")
+  add_library(${target} STATIC ${object})
+  set_source_files_properties(${object} PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
+  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
+  target_link_libraries(${target} PUBLIC m)
+endfunction()

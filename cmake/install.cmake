@@ -4,7 +4,7 @@
 include(CMakePackageConfigHelpers)
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/brisel DESTINATION include
-  FILES_MATCHING PATTERN "*.h")
+  FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION share/doc/brisel)
 
 install(PROGRAMS ${PROJECT_SOURCE_DIR}/measure/brisel-measure DESTINATION bin)
@@ -27,7 +27,8 @@ else()
   install(FILES ${man_page} DESTINATION share/man/man1)
 endif()
 
-# find_package(brisel) gives the target brisel::brisel.
+# find_package(brisel) gives the targets brisel::brisel, the exact engines, and brisel::live, where it is
+# built; brisel::static and brisel::live_static are the same for programs that want no library beside them.
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/brisel-config.cmake.in
   ${PROJECT_BINARY_DIR}/brisel-config.cmake
   INSTALL_DESTINATION lib/cmake/brisel NO_SET_AND_CHECK_MACRO)
@@ -39,5 +40,11 @@ install(FILES
   DESTINATION lib/cmake/brisel)
 install(EXPORT brisel-targets NAMESPACE brisel:: DESTINATION lib/cmake/brisel)
 
-configure_file(${CMAKE_CURRENT_LIST_DIR}/brisel.pc.in ${PROJECT_BINARY_DIR}/brisel.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/brisel.pc DESTINATION lib/pkgconfig)
+set(packages brisel)
+if(TARGET brisel_live)
+  list(APPEND packages brisel-live)
+endif()
+foreach(package IN LISTS packages)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/${package}.pc.in ${PROJECT_BINARY_DIR}/${package}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${package}.pc DESTINATION lib/pkgconfig)
+endforeach()

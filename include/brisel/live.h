@@ -167,7 +167,7 @@ typedef struct brisel_live_event {
  *   out_left, out_right  float[frames], written; may be the input buffers, but may not overlap them
  *                        or each other otherwise. out_right may be null (mono: the mean of both
  *                        sides)
- *   frames               any number, 0 included
+ *   frames               any number; with 0, out_left may be null
  *   events               brisel_live_event[event_count], in the order of their frames: one that
  *                        comes before its predecessor acts with it, one behind the block at its
  *                        end. Null if there are none

@@ -244,9 +244,11 @@ brisel_live_status brisel_live_process(brisel_live* live, const float* in_left,
                                        const float* in_right, float* out_left, float* out_right,
                                        uint32_t frames, const brisel_live_event* events,
                                        uint32_t event_count) {
-    if (!live || !out_left || (!events && event_count > 0)) return BRISEL_LIVE_BAD_ARGUMENT;
+    if (!live || (!out_left && frames > 0) || (!events && event_count > 0))
+        return BRISEL_LIVE_BAD_ARGUMENT;
     const float* const in[2] = {in_left, in_right};
-    float* const out[2] = {out_left, out_right};
+    float nothing = 0.0f; // stands for no output of no frames
+    float* const out[2] = {out_left ? out_left : &nothing, out_right};
     Block block(*live, in, out);
     brisel_live_status status = BRISEL_LIVE_OK;
     // Where there are more events than fit, the block is cut at the latest of those that do.
