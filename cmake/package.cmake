@@ -37,6 +37,15 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# What other packages depend on that link libbrisel-live; and the loader is told of it.
+if(TARGET brisel_live)
+  get_target_property(brisel_soversion brisel_live SOVERSION)
+  file(WRITE ${PROJECT_BINARY_DIR}/debian/shlibs
+    "libbrisel-live ${brisel_soversion} brisel (>= ${PROJECT_VERSION})\n")
+  file(WRITE ${PROJECT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
+  set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_BINARY_DIR}/debian/shlibs ${PROJECT_BINARY_DIR}/debian/triggers)
+endif()
 # brisel-measure alone needs Python, and the numerical packages for its pictures.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "python3:any")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
