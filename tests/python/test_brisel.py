@@ -28,7 +28,7 @@ def same(a, b):
 
 RENDERED = {
     "live": (
-        ["--live", "--preset", "plates/vocal-plate", "--decay", "3"],
+        ["--live", "--preset", "vocal-plate", "--decay", "3"],
         {"preset": "vocal plate", "decay": 3},
     ),
     "exact": (["--size", "20ms", "--mix", "0.7"], {"exact": True, "size": "20 ms", "mix": 0.7}),
