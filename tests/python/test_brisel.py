@@ -1,4 +1,4 @@
-"""The Python module beside brisel-render, however arrays lie and signals are cut; what it refuses."""
+"""The Python module beside brisel-render, whatever the layout and the cuts; what it refuses."""
 
 import itertools
 import os
