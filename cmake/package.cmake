@@ -25,7 +25,7 @@ click, in blocks of any length and without latency.
 This package holds Brisel Live for CLAP and LV2 hosts, the exact plug-in
 Brisel for CLAP hosts, brisel-render, which puts sound files through it,
 brisel-measure, which measures its settings, and the headers of the
-engine for programs in C and C++.
+engine for programs in C and C++, and the module brisel for Python.
 .
 It needs a processor with AVX2 and FMA.")
 set(CPACK_STRIP_FILES ON)
@@ -46,7 +46,7 @@ if(TARGET brisel_live)
   set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     ${PROJECT_BINARY_DIR}/debian/shlibs ${PROJECT_BINARY_DIR}/debian/triggers)
 endif()
-# brisel-measure alone needs Python, and the numerical packages for its pictures.
+# brisel-measure and the module need Python, and numerical packages.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "python3:any")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
   "python3-numpy, python3-scipy, python3-matplotlib, python3-soundfile")

@@ -1,8 +1,9 @@
-// brisel._brisel: both engines on numpy arrays, for python/brisel/__init__.py, which owns what people
-// call. Here are the engines as objects, the way between arrays and their channels, and the locks.
+// brisel._brisel: both engines on numpy arrays, for python/brisel/__init__.py, which owns what
+// people call. Here are the engines as objects, the way between arrays and their channels, and the
+// locks.
 //
-// Threads. The interpreter's lock is given up before an engine's own is taken, so that renderings of
-// different engines run at the same time, and calls on one engine wait for each other.
+// Threads. The interpreter's lock is given up before an engine's own is taken, so that renderings
+// of different engines run at the same time, and calls on one engine wait for each other.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -29,7 +30,8 @@ namespace py = pybind11;
 namespace {
 
 constexpr size_t kSlice = 1024; // frames that an engine gets at a time
-// The exact one's: its modulation moves on block by block, so this decides on bits. As brisel-render.
+// The exact one's: its modulation moves on block by block, so this decides on bits. As many as
+// brisel-render hands over.
 constexpr size_t kExactSlice = 256;
 constexpr double kHighestRate = 768000.0;
 

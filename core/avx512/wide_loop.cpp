@@ -153,7 +153,7 @@ private:
             inject(t0, length - kTile, results);
             _mm512_storeu_ps(e_.shelf_state, memory);
         }
-        while (line_to_flush < BRISEL_LINES) flush_next();
+        for (; line_to_flush < BRISEL_LINES; ++line_to_flush) flush_row(line_to_flush, kPiece);
     }
 
     // A: output sums, each in the order of its lines; transform.
@@ -179,13 +179,15 @@ private:
     template <size_t... k>
     inline __attribute__((always_inline)) void delay_by_stage0(Tile16& x, float* ring,
                                                                std::index_sequence<k...>) {
-        const auto delay = [&]<size_t line>() __attribute__((always_inline)) {
-            float* at = ring + line * kStage0Ring;
-            const __m512 row = x[line];
-            x[line] = delayed_row<line>(row, at);
-            _mm512_storeu_ps(at, row);
-        };
-        (delay.template operator()<k + 1>(), ...);
+        (delay_line<k + 1>(x, ring + (k + 1) * kStage0Ring), ...);
+    }
+
+    // The ring takes the place of the tile before.
+    template <size_t line>
+    static inline __attribute__((always_inline)) void delay_line(Tile16& x, float* ring) {
+        const __m512 row = x[line];
+        x[line] = delayed_row<line>(row, ring);
+        _mm512_storeu_ps(ring, row);
     }
 
     // What a stage receives. Its line 0 is not delayed, must not touch its ring and waits apart.

@@ -115,7 +115,8 @@ def to_text(key, value):
 def to_value(key, text):
     """The value of what people type: to_value("size", "40 ms") is 0.04.
 
-    A number without a unit is in the unit that to_text shows; beyond the range comes the nearer end.
+    A number without a unit is in the unit that to_text shows; beyond the range comes the nearer
+    end.
     """
     if not isinstance(text, str):
         raise TypeError(f"{key}: a text, not {type(text).__name__}")

@@ -1,4 +1,4 @@
-"""The Python module beside brisel-render, however arrays lie and signals are cut; what it refuses."""
+"""The Python module beside brisel-render, whatever the layout and the cuts; what it refuses."""
 
 import itertools
 import os
@@ -28,7 +28,7 @@ def same(a, b):
 
 RENDERED = {
     "live": (
-        ["--live", "--preset", "plates/vocal-plate", "--decay", "3"],
+        ["--live", "--preset", "vocal-plate", "--decay", "3"],
         {"preset": "vocal plate", "decay": 3},
     ),
     "exact": (["--size", "20ms", "--mix", "0.7"], {"exact": True, "size": "20 ms", "mix": 0.7}),
