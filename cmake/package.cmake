@@ -24,8 +24,8 @@ click, in blocks of any length and without latency.
 .
 This package holds Brisel Live for CLAP and LV2 hosts, the exact plug-in
 Brisel for CLAP hosts, brisel-render, which puts sound files through it,
-brisel-measure, which measures its settings, and the headers of the
-engine for programs in C and C++, and the module brisel for Python.
+brisel-measure, which measures its settings, the libraries and headers for
+programs in C and C++, and the module brisel for Python.
 .
 It needs a processor with AVX2 and FMA.")
 set(CPACK_STRIP_FILES ON)

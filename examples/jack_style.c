@@ -1,6 +1,6 @@
-/* A client of a sound server, without the server: it hands over blocks of 441 frames, now and then of
- * another, odd length; another thread turns Decay and Size meanwhile, a third is to look at the meters.
- * Here all three take turns in one, and the sound is a click every half second.
+/* A client of a sound server, without the server: blocks of 441 frames, now and then of another,
+ * odd length, Decay and Size turned by a window meanwhile, meters for it to show. Here all of them
+ * take turns in one thread, and the sound is a click every half second.
  *
  * cc jack_style.c $(pkg-config --cflags --libs brisel-live) -lm -o jack_style && ./jack_style
  */

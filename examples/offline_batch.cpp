@@ -1,5 +1,6 @@
-// Renders every raw file of a list, mono float32, through one preset, tail included: NAME.raw becomes
-// NAME.raw.wet, two channels, interleaved. Each thread has a reverb of its own and takes the next file.
+// Renders every raw file of a list, mono float32, through one preset, tail included: NAME.raw
+// becomes NAME.raw.wet, two channels, interleaved. Each thread has a reverb of its own and takes
+// the next file.
 //
 //   c++ -std=c++20 offline_batch.cpp $(pkg-config --cflags --libs brisel-live) -pthread -o batch
 //   ./batch "Grand Hall" 48000 *.raw

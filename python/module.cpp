@@ -428,6 +428,7 @@ PYBIND11_MODULE(_brisel, module) {
              [](Engine& engine, const py::object& audio, size_t extra, uint32_t channels,
                 const std::vector<std::array<double, 3>>& events, bool pad) {
                  std::vector<Engine::Event> records;
+                 records.reserve(events.size());
                  for (const auto& [frame, id, value] : events)
                      records.push_back(
                          {static_cast<uint32_t>(frame), static_cast<uint32_t>(id), value});

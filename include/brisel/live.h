@@ -1,6 +1,6 @@
-/* Brisel Live in programs: a stereo reverb that never stops, whatever is turned. Blocks may have any
- * length, there is no latency, and the output is the same, bit for bit, however the signal is cut
- * into blocks.
+/* Brisel Live in programs: a stereo reverb that never stops, whatever is turned. Blocks may have
+ * any length, there is no latency, and the output is the same, bit for bit, however the signal is
+ * cut into blocks.
  *
  *   #include <brisel/live.h>
  *   #include <stdio.h>
@@ -24,21 +24,23 @@
  *       return status != BRISEL_LIVE_OK;
  *   }
  *
- * Statuses. A call that can refuse returns a brisel_live_status; one that is not BRISEL_LIVE_OK names
- * the cause, and where nothing else is said, nothing has changed. A null pointer is refused, unless
- * its comment gives it a meaning. Nothing is printed, nothing is thrown.
+ * Statuses. A call that can refuse returns a brisel_live_status; one that is not BRISEL_LIVE_OK
+ * names the cause, and where nothing else is said, nothing has changed. A null pointer is refused,
+ * unless its comment gives it a meaning. Nothing is printed, nothing is thrown.
  *
  * Threads. The tags are those of export.h. Values, presets, tempo, tail and meters are [any-thread]
  * and may be called while another thread renders on the same object: the latest value wins. Objects
  * are independent of each other.
  *
- * Time. The reverb has a clock of its own in frames, and everything that changes starts to change at
- * its multiples of eight: a value acts up to seven frames late. Values glide; no call clicks.
+ * Time. The reverb has a clock of its own in frames, and everything that changes starts to change
+ * at its multiples of eight: a value acts up to seven frames late. Values glide; only
+ * brisel_live_reset cuts.
  *
- * Values are in base units: seconds, decibels, hertz, shares 0 .. 1 (not per cent), numbers of steps.
+ * Values are in base units: seconds, decibels, hertz, shares 0 .. 1 (not per cent), numbers of
+ * steps.
  *
- * The processor must have AVX2 and FMA: brisel_live_create looks. What does not take an object works
- * on any x86-64 processor.
+ * The processor must have AVX2 and FMA: brisel_live_create looks. What does not take an object
+ * works on any x86-64 processor.
  */
 #ifndef BRISEL_LIVE_H
 #define BRISEL_LIVE_H
@@ -63,8 +65,8 @@ typedef enum brisel_live_status {
     BRISEL_LIVE_UNSUPPORTED_CPU    /* the processor has no AVX2 or no FMA */
 } brisel_live_status;
 
-/* What a status means, in a sentence without a full stop: "the processor has no AVX2 or no FMA". For
- * a number that is no status, "unknown status". Static storage. [any-thread] */
+/* What a status means, without a full stop: "the processor has no AVX2 or no FMA". For a number
+ * that is no status, "unknown status". Static storage. [any-thread] */
 BRISEL_API const char* brisel_live_strerror(brisel_live_status status);
 
 /* A reverb; what it holds is its own affair. */

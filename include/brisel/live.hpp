@@ -33,7 +33,7 @@ private:
 };
 
 class Live { // moves; what was moved from refuses every call with BRISEL_LIVE_BAD_ARGUMENT
-public:
+public:      // they change the reverb: NOLINTBEGIN(readability-make-member-function-const)
     using Status = brisel_live_status;
     static LiveResult<Live> make(double rate, uint32_t longest_block) {
         brisel_live* made = nullptr;
@@ -71,7 +71,7 @@ public:
     uint64_t tail_frames() const { return brisel_live_tail_frames(get()); }
     brisel_live* get() const { return live_.get(); } // for all else in live.h
 
-private:
+private: // NOLINTEND(readability-make-member-function-const)
     explicit Live(brisel_live* live) : live_(live, brisel_live_destroy) {}
     std::unique_ptr<brisel_live, void (*)(brisel_live*)> live_;
 };

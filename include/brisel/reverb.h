@@ -14,6 +14,8 @@
  *   int32_t frames = qv_reverb_flush(rev, tail_l, tail_r, 480000);
  *   qv_reverb_destroy(rev);
  *
+ * Blocks have rules here, and settings restart the tail; live.h has neither.
+ *
  * The processor must have AVX2 and FMA; qv_dsp_cpu_features tells about AVX2.
  */
 #ifndef BRISEL_REVERB_H
@@ -92,7 +94,10 @@ BRISEL_API void qv_reverb_destroy(qv_reverb* rev);
  * Thread    [audio-thread]; no allocation, lock or system call. Flush-to-zero and
  *           denormals-are-zero hold during the call, the thread's control word comes back as it
  *           was.
- * Non-finite input samples count as 0. */
+ * Non-finite input samples count as 0.
+ * Modulation shortens lines by up to two samples. With a shortest line that is just as long as the
+ * block, or one sample longer, single blocks are refused: at 48 kHz, of the first 93 blocks of 1024
+ * frames, 42 and 24. Leave two samples, switch `modulate` off, or take live.h. */
 BRISEL_API int32_t qv_reverb_process(qv_reverb* rev, const float* in_l, const float* in_r,
                                      float* out_l, float* out_r, int32_t frames);
 

@@ -1,4 +1,4 @@
-// brisel/live.h over the engine. Checks what callers hand in, and translates; no sound is made here.
+// brisel/live.h over the engine. Checks what callers hand in, and translates; holds no sound.
 // Compiled for every x86-64 processor: the lists and brisel_live_create work on all of them.
 #include "brisel/live.h"
 

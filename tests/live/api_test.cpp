@@ -10,8 +10,8 @@ namespace {
 using namespace brisel::live;
 using compare::Random;
 
-// One life of both: values, presets, tempo, resets and blocks with more events than are handed on at
-// once, some of them wrong.
+// One life of both: values, presets, tempo, resets and blocks with more events than are handed on
+// at once, some of them wrong.
 TEST(LiveApi, GivesTheBitsOfTheEngine) {
     for (uint64_t life = 0; life < 8; ++life) {
         SCOPED_TRACE(testing::Message() << "life " << life);
