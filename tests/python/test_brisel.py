@@ -5,7 +5,9 @@ import os
 import pathlib
 import re
 import subprocess
+import sys
 import threading
+import time
 import tracemalloc
 
 import brisel
@@ -128,24 +130,32 @@ def test_threads_change_no_bit(exact):
 
 @pytest.mark.parametrize("exact", [False, True])
 def test_rendering_leaves_the_interpreter_to_others(exact):
-    reverb, dry = brisel.Reverb(RATE, exact=exact), noise(8 * 10**5)
-    done = []
+    reverb, dry = brisel.Reverb(RATE, exact=exact), noise(2 * 10**5)
+    rendering, met = False, threading.Event()
 
     def render():
-        done.append(np.isfinite(reverb.process(dry)).all())
+        nonlocal rendering
+        for _ in range(300):
+            rendering = True
+            reverb.process(dry)
+            rendering = False
+            if met.is_set():
+                return
 
-    threads = [threading.Thread(target=render) for _ in range(3)]
-    for thread in threads:
+    thread, interval = threading.Thread(target=render), sys.getswitchinterval()
+    sys.setswitchinterval(1000)  # s: only a thread that gives the interpreter away is interrupted
+    try:
         thread.start()
-    turns = 0
-    while any(thread.is_alive() for thread in threads):  # the same reverb, from here as well
-        reverb.decay = 1 + turns % 3
-        reverb.process(dry[:80])
-        turns += 1
-    # One turn may wait for each of the three; with the lock held there were none between them.
-    assert done == [True] * 3 and turns >= 2
-    if not exact:
-        reverb.close()
+        while thread.is_alive() and not met.is_set():
+            if rendering:
+                reverb.decay = 2  # of the same reverb, and its turn comes
+                assert np.isfinite(reverb.process(dry[:80])).all()
+                met.set()
+            time.sleep(0)
+    finally:
+        sys.setswitchinterval(interval)
+    thread.join()
+    assert met.is_set()
 
 
 STEREO = np.zeros((64, 2), np.float32)
