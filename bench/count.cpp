@@ -1,7 +1,7 @@
-// bench_count: the work whose instructions are counted. Every configuration runs on both sides under
-// callgrind; the counters are cleared before and written out, with a label, behind the counted
-// blocks. Callgrind knows no AVX-512: with --steps the library's side runs by itself, in single steps
-// that are counted. bench/count starts it and prints the table.
+// bench_count: the work whose instructions are counted. Every configuration runs on both sides
+// under callgrind; the counters are cleared before and written out, with a label, behind the counted
+// blocks. Callgrind knows no AVX-512: with --steps the library's side runs by itself, in single
+// steps that are counted. bench/count starts it and prints the table.
 #include <fmt/format.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>

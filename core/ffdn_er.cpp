@@ -1,4 +1,5 @@
-// Early reflections: the taps, the ring and the processing around the sums in core/avx2 and core/avx512.
+// Early reflections: the taps, the ring and the processing around the sums in core/avx2 and
+// core/avx512.
 #include "brisel/ffdn_er.h"
 
 #include <algorithm>

@@ -66,7 +66,7 @@ TEST(DefaultDesign, IsPrimesPowersOfSixteenAndAlternatingGains) {
 // no wrap-around is implied), written from the definition of the generator.
 TEST(VelvetDesign, EqualsIndependentlyComputedDelays) {
     struct Case {
-        int32_t K;
+        int32_t stages;
         uint64_t seed;
         float density;
         Stages delays;
@@ -82,7 +82,7 @@ TEST(VelvetDesign, EqualsIndependentlyComputedDelays) {
             159, 996, 694, 599, 1356, 283, 1000, 1319, 1440, 958, 278, 897, 1236, 1209, 1311, 460}},
         // clang-format on
     };
-    for (const Case& c : cases) EXPECT_EQ(velvet(c.K, c.seed, c.density), c.delays) << c.seed;
+    for (const Case& c : cases) EXPECT_EQ(velvet(c.stages, c.seed, c.density), c.delays) << c.seed;
     EXPECT_EQ(velvet(3, 0xc0ffee5c00b1e000, 1.0f), cases[0].delays); // what seed 0 stands for
     // What is no density counts as 1; the spread of the last one does not fit an integer.
     for (const float density : {0.0f, -1.0f, 1.5f, compare::kNaN, 1e-9f})

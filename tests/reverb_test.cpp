@@ -250,7 +250,7 @@ TEST(Reverb, RestoresTheFloatingPointControlWord) {
 }
 
 TEST(Reverb, FlushEndsWithTheTailOrTheRoom) {
-    constexpr int32_t F = 256, L = 2867;
+    constexpr int32_t kF = 256, kL = 2867;
     std::vector<float> left(20000), right(20000);
     const auto flushed = [&](const Reverb& rev, int32_t room) {
         left.assign(20000, 7.0f);
@@ -259,17 +259,17 @@ TEST(Reverb, FlushEndsWithTheTailOrTheRoom) {
         EXPECT_EQ(std::count(left.begin() + frames, left.end(), 7.0f), 20000 - frames);
         return frames;
     };
-    const Reverb rev = create(48000, F);
+    const Reverb rev = create(48000, kF);
     for (const auto& [room, frames] :
-         {std::pair{1, 0}, {7, 0}, {15, 8}, {F, F}, {F + 5, F}, {2 * F + 20, 2 * F + 16}})
+         {std::pair{1, 0}, {7, 0}, {15, 8}, {kF, kF}, {kF + 5, kF}, {2 * kF + 20, 2 * kF + 16}})
         EXPECT_EQ(flushed(rev, room), frames) << "room " << room;
-    // Silence is looked for once F + L frames have passed, in whole blocks.
-    constexpr int32_t kSilent = (F + L + F - 1) / F * F;
-    EXPECT_EQ(flushed(create(48000, F), 20000), kSilent);
+    // Silence is looked for once kF + kL frames have passed, in whole blocks.
+    constexpr int32_t kSilent = (kF + kL + kF - 1) / kF * kF;
+    EXPECT_EQ(flushed(create(48000, kF), 20000), kSilent);
 
     // The gain does not decide about silence, and the dry signal is silence.
     for (const float mix : {0.0f, 1.0f}) {
-        const Reverb sounding = create(48000, F), twin = create(48000, F);
+        const Reverb sounding = create(48000, kF), twin = create(48000, kF);
         for (const Reverb* r : {&sounding, &twin}) {
             qv_reverb_params params = (*r)->params;
             params.t60 = 0.05f;
@@ -277,9 +277,9 @@ TEST(Reverb, FlushEndsWithTheTailOrTheRoom) {
             params.mix = mix;
             params.width = 1.0f; // the right side hears of a left input only by the matrix
             ASSERT_EQ(qv_reverb_set(r->get(), &params), 0);
-            std::vector<float> in(F, 1.0f), out(F);
+            std::vector<float> in(kF, 1.0f), out(kF);
             for (int block = 0; block < 20; ++block)
-                ASSERT_EQ(qv_reverb_process(r->get(), in.data(), nullptr, out.data(), nullptr, F),
+                ASSERT_EQ(qv_reverb_process(r->get(), in.data(), nullptr, out.data(), nullptr, kF),
                           0);
         }
         const int32_t frames = flushed(sounding, 20000);

@@ -163,7 +163,8 @@ qv_reverb_params any_settings(Random& random) {
 float run(qv_reverb* rev, const std::vector<float>& in) {
     const auto n = static_cast<size_t>(rev->max_frames);
     std::vector<float> out(2 * n);
-    EXPECT_EQ(qv_reverb_process(rev, &in[0], &in[n], &out[0], &out[n], rev->max_frames), 0);
+    const float *left = in.data(), *right = left + n;
+    EXPECT_EQ(qv_reverb_process(rev, left, right, out.data(), out.data() + n, rev->max_frames), 0);
     float most = 0.0f;
     for (const float y : out) most = std::isfinite(y) ? std::max(most, std::fabs(y)) : INFINITY;
     return most;

@@ -1,5 +1,5 @@
-// What the engines leave to AVX-512, where the processor has it. Each function gives the bits of its
-// counterpart for AVX2.
+// What the engines leave to AVX-512, where the processor has it. Each function gives the bits of
+// its counterpart for AVX2.
 //
 // The files that define them are compiled for AVX-512 and share no function with others: a linker
 // keeps one copy of an inline function, and an older processor would meet theirs.

@@ -86,8 +86,8 @@ private:
         copy_tiles(ws_.writes[line], ws_.results[piece_ ^ 1][line], length);
     }
 
-    // Straight code for a block's last piece of the usual lengths, 3 % of the instructions of a block
-    // of 64 frames.
+    // Straight code for a block's last piece of the usual lengths, 3 % of the instructions of a
+    // block of 64 frames.
     void flush_piece(size_t length) {
         const auto flush_rows = [&](size_t n) __attribute__((always_inline)) {
             for (size_t line = 0; line < BRISEL_LINES; ++line) flush_row(line, n);

@@ -1,5 +1,6 @@
 // The feedback loop over one block of the block engine: the steps from the delayed samples of the
-// 16 lines to their new ones, in two implementations that give the same bits; core/avx512 has a third.
+// 16 lines to their new ones, in two implementations that give the same bits; core/avx512 has a
+// third.
 #ifndef BRISEL_CORE_AVX2_LOOP_FEEDBACK_LOOP_H
 #define BRISEL_CORE_AVX2_LOOP_FEEDBACK_LOOP_H
 
