@@ -1,5 +1,5 @@
 // bench_count: the work whose instructions are counted. Every configuration runs on both sides
-// under callgrind; the counters are cleared before and written out, with a label, behind the counted
+// under callgrind; the counters are cleared before, and written out with a label behind the counted
 // blocks. Callgrind knows no AVX-512: with --steps the library's side runs by itself, in single
 // steps that are counted. bench/count starts it and prints the table.
 #include <fmt/format.h>
